@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "zel_http/export.h"
+
+/// Percent-encodes every byte but ASCII letters, digits and "-_.!~*'()".
+ZEL_HTTP_API std::string encodeURIComponent(const std::string& text);
+
+/// As above, and also leaves ";,/?:@&=+$#". An escape that is there is escaped again.
+ZEL_HTTP_API std::string encodeURI(const std::string& text);
+
+namespace zel::http {
+
+/// Builds a query string, pair by pair: nothing is left out or merged.
+class ZEL_HTTP_API QueryEncoder {
+public:
+    void addParameter(const std::string& name, const std::string& value);
+    void addParameter(const std::string& name, int value);
+
+    /// The pairs so far, without a leading "?".
+    std::string getQueryString() const;
+
+private:
+    std::string query;
+};
+
+}  // namespace zel::http

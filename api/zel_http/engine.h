@@ -1,0 +1,190 @@
+#pragma once
+
+#include <curl/curl.h>
+#include <sys/select.h>
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "logging/logger.h"
+#include "oru/mutex.h"
+#include "oru/thread.h"
+#include "zel_http/export.h"
+#include "zel_http/request.h"
+
+namespace zel::http {
+
+/// The one transfer engine of a process: libcurl's global state, its multi handle, and the thread
+/// "CurlEngine" on which every libcurl call of the library is made.
+///
+/// The host constructs it before any request starts and destroys it, on a thread of its own, after
+/// the last client is done and before it leaves `main`: destroying it while threads still use it,
+/// or `exit` while it runs, ends badly. A second engine at the same time stops the process.
+class ZEL_HTTP_API Engine {
+public:
+    class ActiveTask;
+
+    /// `fsmRunner` receives, on the engine thread, one closure for each outcome and runs it where
+    /// and when the host likes, at once included; to run it later it must copy it. The closure does
+    /// not need the engine, only `logger`, which must not be null and must outlive both.
+    Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
+           logging::Logger* logger);
+
+    /// Stops the engine thread and drops every transfer; no request is notified.
+    virtual ~Engine();
+
+    /// Sets the TLS options of a transfer to `request`'s URL on the easy handle `curl`. Engine
+    /// thread. A derived engine may replace it.
+    virtual void addTlsConfig(void* curl, std::shared_ptr<Request> request);
+
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    /// The engine of the process; null when there is none. Set and cleared by the engine itself.
+    static Engine* currentEngine;
+    /// As above, and stops the process by assertion when there is none. Any thread.
+    static Engine* getEngine();
+    static bool hasEngine();
+
+    /// Runs a copy of `fn` on the engine thread, after all that was queued before. Any thread;
+    /// returns at once. What is queued behind a termination is destroyed unrun.
+    void queueRequest(const std::function<void()>& fn);
+    /// Asks the engine thread to stop once it has run what is queued. Any thread; does not wait.
+    /// An engine that has stopped stays stopped.
+    void requestTermination();
+
+    // Control of transfers; `Request`'s own operations call these. Any thread; each queues its work
+    // and returns. The queue holds the request until then.
+    void addNewRequest(std::shared_ptr<Request> request);
+    void tryToCancelRequest(std::shared_ptr<Request> request);
+    void pauseRequest(std::shared_ptr<Request> request);
+    void resumeRequest(std::shared_ptr<Request> request);
+
+    /// Sets the proxy of every transfer that starts from now on; an empty `url` turns it off.
+    /// `user` and `password` are sent percent-encoded. localhost and 127.0.0.1 bypass it. Any
+    /// thread. Transfers without a proxy of their own follow the environment (`http_proxy`,
+    /// `no_proxy`) as every libcurl program does.
+    void setProxyConfig(const std::string& url, const std::string& user,
+                        const std::string& password);
+    std::string getProxyUrl();
+    std::string getProxyUser();
+    std::string getProxyPassword();
+    /// Applies `proxy`, or the stored proxy with its credentials when `proxy` is empty, to the easy
+    /// handle `curl`. Engine thread.
+    void addProxyConfig(void* curl, const std::string& proxy);
+
+    // The body of the engine thread. Engine thread.
+    void thread_loop();
+    void runTasks();
+    void flagTermination();
+    void processPendingRequests();
+    CURLMcode doCurlProcessing();
+
+    // What libcurl calls while it drives a transfer; `handle` is the easy handle. Engine thread.
+    // Nothing is thrown through libcurl: a failed callback fails its transfer.
+    static std::size_t writeFunction(char* data, std::size_t size, std::size_t count,
+                                     void* handle) noexcept;
+    static std::size_t writeHeader(char* data, std::size_t size, std::size_t count,
+                                   void* handle) noexcept;
+    static std::size_t putReadFunc(char* buffer, std::size_t size, std::size_t count,
+                                   void* handle) noexcept;
+    static int putSeekFunc(void* handle, curl_off_t offset, int origin) noexcept;
+    /// Not installed by the set-up: reports to the request at most every 3 seconds of transfer
+    /// time.
+    static int downloadProgress(void* handle, curl_off_t downloadTotal, curl_off_t downloadNow,
+                                curl_off_t uploadTotal, curl_off_t uploadNow) noexcept;
+    /// The request's `allowsPayloadLogging`; true for a handle without one.
+    static bool allowsPayloadLogging(void* handle) noexcept;
+
+protected:
+    // Everything below runs on the engine thread.
+
+    // tasks.cpp: the registry of transfers.
+    void prepareAddTask(std::shared_ptr<Request> request);
+    std::shared_ptr<ActiveTask> getActiveTask(std::shared_ptr<Request> request);
+    void removeTask(std::shared_ptr<Request> request);
+    void doCurlCleanup(std::shared_ptr<ActiveTask> task);
+    void pauseTask(std::shared_ptr<Request> request);
+    void resumeTask(std::shared_ptr<Request> request);
+
+    // setup.cpp: from a request to a configured easy handle.
+    void addTask(std::shared_ptr<Request> request);
+    /// As above, through `proxy` unless it is empty.
+    void addTask(std::shared_ptr<Request> request, const std::string& proxy);
+    void addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request,
+                                std::shared_ptr<ActiveTask> task);
+    void addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
+                             std::shared_ptr<ActiveTask> task);
+
+    // completion.cpp: from a finished transfer to its outcome.
+    CURLMsg* findCompletedMsg();
+    void processCompletedTasks();
+    /// Runs in the FSM context, perhaps after the engine is gone.
+    static void runCallbackHandlerInFsmContext(logging::Logger* logger,
+                                               std::shared_ptr<Request> request, CURLcode result,
+                                               long httpCode);
+
+    // cookies.cpp: the X-Auth cookie and the clean state.
+    std::string getCurrentXAuthCookieDomainFromRequest(void* curl, const std::string& url);
+    void deleteCookiesFromRequest(void* curl, const std::string& url);
+    void edgeCookieCheck(const ActiveTask& task);
+
+private:
+    void trace(const char* operation);
+    void checkEngineThread() const;
+    void setTransferOptions(void* curl, const RequestConfig& config);
+    void startWithCleanState(void* curl, const RequestConfig& config);
+    void recordXAuthDomain(void* curl, RequestConfig& config);
+    static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
+    void handOver(std::shared_ptr<Request> request, CURLcode result, long httpCode);
+    void retry(const ActiveTask& finished);
+    void applyPendingPauses();
+    bool descriptorsFitSelect() const;
+    bool waitWithSelect(timeval timeout);
+    bool waitWithPoll(timeval timeout);
+    void drainWakeup();
+    static void reportCallbackFailure(const char* name, const char* what) noexcept;
+    static std::shared_ptr<ActiveTask> findTask(void* handle);
+    template <typename Result, typename Work>
+    static Result runCallback(const char* name, void* handle, CURLcode failure, Result failed,
+                              Work work) noexcept;
+
+    // Constant after construction.
+    CURLM* multiHandle;
+    CURLSH* shareHandle;
+    // Guarded by queueMutex.
+    std::deque<std::function<void()>> pendingRequests;
+    oru::mutex queueMutex;
+    oru::mutex variableMutex;
+    // The host's thread only.
+    oru::thread engineThread;
+    // Constant after construction.
+    int wakeupFd;
+    std::function<void(const std::function<void()>&)> fsmRunner;
+    // Engine thread only.
+    bool terminationFlag = false;
+    // Guarded by variableMutex.
+    std::string proxyUrl;
+    std::string proxyUser;
+    std::string proxyPassword;
+    // Engine thread only; the host's once that has been joined.
+    std::map<void*, std::shared_ptr<ActiveTask>> tasks;
+    // Constant after construction.
+    logging::Logger* logger;
+    // Engine thread only: tasks whose pause libcurl has not accepted yet.
+    std::vector<std::weak_ptr<ActiveTask>> pendingPauses;
+    // Written once by the engine thread; 0 while no such thread runs.
+    std::atomic<unsigned long> engineThreadId{0};
+};
+
+}  // namespace zel::http
+
+/// Starts the thread "CurlEngine" (256 KiB of stack, the default scheduler) running `fn`, and
+/// returns its handle.
+ZEL_HTTP_API oru::thread createEngineTask(const std::function<void()>& fn);

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "zel_http/export.h"
+#include "zel_http/records.h"
+
+namespace zel::http {
+
+/// The unit of work that the engine drives. A host derives from it to handle a transfer's data
+/// itself: fill `config`, own the object through a `std::shared_ptr`, call `runRequest` once.
+///
+/// The control operations may be called on any thread and return at once; they do nothing without
+/// an engine, and throw `std::bad_weak_ptr` with one when no `std::shared_ptr` owns the request.
+/// Pause and resume belong to one thread. The engine shares the ownership while a transfer runs.
+///
+/// Threads of the notifications: data, headers, size and X-Auth domain come on the engine thread
+/// while the transfer runs; the outcome comes wherever the host's FSM runner runs it, after the
+/// last of them. An exception out of a notification on the engine thread fails the transfer.
+class ZEL_HTTP_API Request : public std::enable_shared_from_this<Request> {
+public:
+    Request();
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    /// What to transfer. Constant from `runRequest` until the outcome; only the engine writes its
+    /// `xauth_previous_domain`.
+    RequestConfig config;
+    /// Proxies to try, in order, while a transfer ends without a proxy's answer to CONNECT, however
+    /// it ends: the outcome of the last try is the one notified. Used up on the way.
+    std::list<std::string> fallbackProxies;
+
+    /// Hands the request to the engine. A second call starts a second transfer.
+    virtual void runRequest();
+    /// Stops receiving and sending until `resumeRequest`; a pause before the connection stands
+    /// takes effect once it does. `RequestConfig::timeout` runs on meanwhile.
+    virtual void pauseRequest();
+    virtual void resumeRequest();
+
+    /// A block of the body. Throwing fails the transfer.
+    virtual void notifyDataReceived(const char* data, unsigned length) = 0;
+    /// One header line as received, line end included; also the status line and the empty line
+    /// that ends the block, of every response on the way.
+    virtual void notifyHeader(const char* line, unsigned length);
+    /// The transfer ended with a status from 100 to 399.
+    virtual void notifyDataEnd() = 0;
+    /// The transfer failed or ended with another status. `text` is valid during the call.
+    virtual void notifyFailure(Failure failure, const char* text) = 0;
+    /// Not called by the engine.
+    virtual void notifyAuthRetry();
+    /// The declared length of the current response's body in bytes, after each header line once it
+    /// is known; the largest 32-bit value stands for anything above.
+    virtual void notifySize(unsigned size);
+    /// The domain of the X-Auth cookie that the response set; empty unless overridden.
+    virtual std::string xauthCookieDomain() const;
+    /// Body bytes in all and so far. Not called by transfers that the engine sets up.
+    virtual void reportDownloadProgress(unsigned total, unsigned now);
+    /// Not called by the engine.
+    virtual void start() = 0;
+
+    virtual ~Request();
+
+    /// Drops the request's transfer; no outcome is notified afterwards, except one that has
+    /// already been handed to the FSM runner. Without a transfer nothing happens.
+    void tryToCancelRequest();
+
+    /// The HTTP status: set just before the outcome is notified, 0 when there was none, all bits
+    /// set until then.
+    void setResponseCode(unsigned code) { responseCode = code; }
+    unsigned getResponseCode() const { return responseCode; }
+
+    void setAllowPayloadLogging(bool allow) { allowPayloadLogging = allow; }
+    bool allowsPayloadLogging() const { return allowPayloadLogging; }
+
+private:
+    std::uint32_t responseCode = static_cast<std::uint32_t>(-1);
+    bool paused = false;
+    bool allowPayloadLogging = true;
+};
+
+}  // namespace zel::http

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <spdlog/common.h>
+
+#include <vector>
+
+#include "oru/export.h"
+
+/// What the bundled loggers, which write through spdlog, offer beyond `logging::Logger`.
+namespace logging {
+
+/// Enables debug lines up to `level`, 1 to 9, for every bundled logger; 0, the default, turns them
+/// off. Any thread.
+ORU_EXPORT void setLevel(int level);
+
+/// Replaces where the lines of every bundled logger go; at first that is stderr, coloured on a
+/// terminal. Any thread.
+ORU_EXPORT void setSinks(std::vector<spdlog::sink_ptr> sinks);
+
+}  // namespace logging

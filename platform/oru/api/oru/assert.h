@@ -1,0 +1,17 @@
+#pragma once
+
+#include "oru/export.h"
+
+namespace oru {
+
+/// Prints expression, file, line and function the way the C library's assert does, then stops the
+/// process with SIGABRT. Any thread.
+[[noreturn]] ORU_EXPORT void assertion_failed(const char* expression, const char* file,
+                                              unsigned line, const char* function) noexcept;
+
+}  // namespace oru
+
+/// Stops the process when `expression` is false, in every build type.
+#define ORU_ASSERT(expression)           \
+    ((expression) ? static_cast<void>(0) \
+                  : oru::assertion_failed(#expression, __FILE__, __LINE__, __PRETTY_FUNCTION__))

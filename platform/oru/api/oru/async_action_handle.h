@@ -1,0 +1,83 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "oru/assert.h"
+
+namespace oru {
+
+/// How often a wrapped callback may fire: `Once` disarms every callback of its handle as it fires,
+/// `Repeating` leaves them armed.
+enum class CallbackType : int { Repeating = 0, Once = 1 };
+
+/// Owns an action under way and the right to hear of its outcome. Dropping the handle disarms its
+/// callbacks and runs the cancel action once. `Tag` only tells handles of different services apart.
+///
+/// Move-only: a moved-from handle is inert, and assigning over a handle first drops what it held.
+/// The handle, its callbacks and its destruction belong to one thread; nothing here is locked.
+template <typename Tag>
+class AsyncActionHandle {
+public:
+    /// A callable that reaches the wrapped one only while the handle's flag is armed.
+    template <typename Callback>
+    class WrappedCallback {
+    public:
+        WrappedCallback(CallbackType kind, std::shared_ptr<bool> flag, Callback callback)
+            : kind_(kind), active_flag(std::move(flag)), callback_(std::move(callback)) {
+            ORU_ASSERT(this->active_flag);
+        }
+
+        template <typename... Args>
+        void operator()(Args&&... args) {
+            const bool armed = *active_flag;
+            if (kind_ == CallbackType::Once) *active_flag = false;
+            if (armed) callback_(std::forward<Args>(args)...);
+        }
+
+    private:
+        CallbackType kind_;
+        std::shared_ptr<bool> active_flag;
+        Callback callback_;
+    };
+
+    /// An armed handle without a cancel action.
+    AsyncActionHandle() : active_flag(std::make_shared<bool>(true)) {}
+    AsyncActionHandle(AsyncActionHandle&& other) noexcept
+        : active_flag(std::move(other.active_flag)),
+          cancel_action(std::exchange(other.cancel_action, nullptr)) {}
+    AsyncActionHandle& operator=(AsyncActionHandle&& other) noexcept {
+        if (this != &other) {
+            cancel();
+            active_flag = std::move(other.active_flag);
+            cancel_action = std::exchange(other.cancel_action, nullptr);
+        }
+        return *this;
+    }
+    AsyncActionHandle(const AsyncActionHandle&) = delete;
+    AsyncActionHandle& operator=(const AsyncActionHandle&) = delete;
+    ~AsyncActionHandle() { cancel(); }
+
+    /// Wraps `callback` so that it shares this handle's flag. Not for a moved-from handle.
+    template <typename Callback>
+    WrappedCallback<Callback> wrap(CallbackType kind, Callback callback) const {
+        return WrappedCallback<Callback>(kind, active_flag, std::move(callback));
+    }
+
+    /// Installs what `cancel` and the destructor run once; it must not throw.
+    void set_cancel_action(std::function<void()> action) { cancel_action = std::move(action); }
+
+    /// Does what dropping the handle does, now. A second call does nothing.
+    void cancel() noexcept {
+        if (active_flag) *active_flag = false;
+        if (const auto action = std::exchange(cancel_action, nullptr)) action();
+        active_flag.reset();
+    }
+
+private:
+    std::shared_ptr<bool> active_flag;
+    std::function<void()> cancel_action;
+};
+
+}  // namespace oru

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+
+#include "oru/export.h"
+
+namespace oru {
+
+/// Runs posted work on one thread, the executor's thread. What any implementation must do:
+/// - accept `post` on any thread, and return from it before the task runs, also when it is called
+///   on the executor's own thread;
+/// - run tasks of one priority in the order in which they were posted, one at a time;
+/// - destroy each task after it has run, and tasks that never run together with the executor.
+class ORU_EXPORT executor {
+public:
+    executor() = default;
+    executor(const executor&) = delete;
+    executor& operator=(const executor&) = delete;
+    virtual ~executor() = default;
+
+    /// Queues `task` to run later on the executor's thread. Any thread. `priority` 0 is the
+    /// default; an implementation may ignore it. An exception that leaves a task is the business
+    /// of whoever runs the executor.
+    virtual void post(std::function<void()> task, int priority) = 0;
+};
+
+}  // namespace oru

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace oru {
+
+/// A mutex with a name for tools and traces. Not recursive. Works with `std::lock_guard`.
+class mutex {
+public:
+    explicit mutex(std::string name) : name_(std::move(name)) {}
+
+    void lock() { mutex_.lock(); }
+    void unlock() { mutex_.unlock(); }
+    const std::string& name() const noexcept { return name_; }
+
+private:
+    std::mutex mutex_;
+    std::string name_;
+};
+
+}  // namespace oru

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "oru/export.h"
+
+namespace uri {
+
+/// A parsed URI. A text that cannot be parsed gives a URI whose parts are empty.
+class ORU_EXPORT uri {
+public:
+    explicit uri(const std::string& text);
+
+    /// The host of the authority, without user, password and port: "a.b" for "http://u:p@a.b:80/".
+    /// An IPv6 address keeps its brackets.
+    std::string authority_host() const { return host_; }
+
+private:
+    std::string host_;
+};
+
+}  // namespace uri

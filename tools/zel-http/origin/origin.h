@@ -1,0 +1,41 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <string>
+#include <thread>
+
+namespace tool {
+
+/// A small HTTP/1.1 origin on loopback, on a port of the kernel's choosing, with a thread of its
+/// own. Ready when constructed; the destructor closes every connection. Its resources:
+///
+///     /hello            200 "hello\n"
+///     /echo             200 with the request's body and, in X-Method, its method
+///     /status/N         status N
+///     /bytes/N          200 with N bytes; ?chunked and ?close leave out the length
+///     /redirect/N       N redirects with status 302, or as ?status says, then /echo
+///     /loop             a redirect to itself
+///     /private          200 for the user "device" with the password "secret: word", else 401
+///     /silence          no answer until the client is gone
+class Origin {
+public:
+    Origin();
+    Origin(const Origin&) = delete;
+    Origin& operator=(const Origin&) = delete;
+    ~Origin();
+
+    unsigned short port() const { return port_; }
+    /// The URL of a resource here.
+    std::string url(const std::string& target) const;
+
+private:
+    void accept();
+
+    boost::asio::io_context loop_;
+    boost::asio::ip::tcp::acceptor acceptor_;
+    unsigned short port_;
+    std::thread thread_;
+};
+
+}  // namespace tool

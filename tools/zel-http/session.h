@@ -1,0 +1,38 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <functional>
+#include <memory>
+
+#include "oru/asio_executor.h"
+#include "zel_http/client.h"
+#include "zel_http/engine.h"
+
+namespace tool {
+
+/// What a program needs around the library: a loop on the main thread, an executor on it, the
+/// engine, and a client. The FSM context is the loop too.
+class Session {
+public:
+    Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    /// Destroys the engine while the loop still stands; outcomes under way are dropped.
+    ~Session();
+
+    zel::http::Client& client() { return *client_; }
+
+    /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.
+    /// Returns false when that happened.
+    bool run(const std::function<void()>& interrupted);
+    void stop() { loop_.stop(); }
+
+private:
+    boost::asio::io_context loop_;
+    oru::asio_executor executor_;
+    std::unique_ptr<zel::http::Engine> engine_;
+    std::shared_ptr<zel::http::Client> client_;
+};
+
+}  // namespace tool

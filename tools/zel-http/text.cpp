@@ -1,0 +1,24 @@
+#include "text.h"
+
+#include <fmt/format.h>
+
+#include <sstream>
+
+namespace tool {
+
+std::string sizeText(std::size_t bytes) {
+    constexpr double kibi = 1024.0;
+    const auto size = static_cast<double>(bytes);
+    if (size < kibi) return fmt::format("{} bytes", bytes);
+    if (size < kibi * kibi) return fmt::format("{:.1f} KiB", size / kibi);
+    return fmt::format("{:.1f} MiB", size / (kibi * kibi));
+}
+
+std::string errorText(const zel::http::ErrorData& error) {
+    std::ostringstream text;
+    text << error.failure;
+    if (!error.message.empty()) text << " (" << error.message << ')';
+    return text.str();
+}
+
+}  // namespace tool

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "logging/logger.h"
+#include "oru/executor.h"
+#include "zel_http/client.h"
+
+namespace zel::http {
+
+/// The one implementation of `Client`. Without a lock: everything runs on the owner thread, the
+/// executor's; other threads only read `executor` in order to post outcomes to it. Must be owned by
+/// a `std::shared_ptr`. Each request in flight and each posted outcome keeps the client alive.
+class ClientImpl : public Client, public std::enable_shared_from_this<ClientImpl> {
+public:
+    class CurlRequest;
+
+    ClientImpl(oru::executor& executor, logging::Logger& logger);
+    ~ClientImpl() override;
+    ClientImpl(const ClientImpl&) = delete;
+    ClientImpl& operator=(const ClientImpl&) = delete;
+
+    RequestId start_request(const RequestConfig& config, const LogFilter& filter,
+                            const ResponseCallback& response_cb,
+                            const ErrorCallback& error_cb) override;
+    void cancel_request(RequestId id) override;
+    RequestId allocate_request_id() override;
+
+    /// Deliver an outcome; the request is forgotten before its callback runs. An identifier that
+    /// has been cancelled meanwhile is ignored.
+    void on_response(RequestId id, const ResponseData& response);
+    void on_error(RequestId id, const ErrorData& error);
+
+private:
+    struct RequestInfo {
+        ResponseCallback response_cb;
+        ErrorCallback error_cb;
+        LogFilter log_filter;
+    };
+
+    void check_thread();
+    RequestId do_start_request(const RequestConfig& config);
+    void do_cancel_request(RequestId id);
+    /// Takes a request that is being delivered out of both tables; an empty node when it is gone.
+    std::map<RequestId, RequestInfo>::node_type forget(RequestId id);
+
+    RequestId next_request_id = 1;
+    std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
+    std::map<RequestId, RequestInfo> request_infos;
+    logging::Logger& logger;
+    unsigned long owner_thread = static_cast<unsigned long>(-1);  // all bits set: unbound
+    oru::executor& executor;
+};
+
+}  // namespace zel::http

@@ -1,0 +1,132 @@
+#include "Client/curl_request.h"
+
+#include <algorithm>
+#include <functional>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "Client/header_line.h"
+#include "eventlog/eventlog.h"
+
+namespace zel::http {
+namespace {
+
+constexpr std::size_t header_buckets = 10;
+
+/// What a server's word is worth in reserved memory before it has sent that much.
+constexpr std::size_t trusted_size = 16 * 1024 * 1024;
+
+ClientFailure convert_failure(Failure failure) {
+    constexpr char function[] =
+        "zel::http::ClientFailure {anonymous}::convert_failure(zel::http::Failure)";
+    switch (failure) {
+        case Failure::InvalidUrl:
+        case Failure::DnsLookupFailure:
+        case Failure::ProtocolFailure:
+        case Failure::OperationTimedOut:
+        case Failure::AuthenticationFailure:
+        case Failure::ConnectionFailure:
+            return static_cast<ClientFailure>(failure);  // the same numbers
+        case Failure::HttpErrorCode:
+            eventlog_die("%s: Invalid Failure -> ClientFailure conversion",
+                         fmt::make_printf_args(function));
+    }
+    eventlog_die("%s: Unexpected switch-case fallthrough", fmt::make_printf_args(function));
+}
+
+/// A task must be copyable, and a body must not be copied: the record is shared.
+template <typename Record>
+std::function<void()> deliverTo(std::shared_ptr<ClientImpl> client, Client::RequestId id,
+                                Record record,
+                                void (ClientImpl::*deliver)(Client::RequestId, const Record&)) {
+    return [client = std::move(client), id, deliver,
+            shared = std::make_shared<const Record>(std::move(record))] {
+        ((*client).*deliver)(id, *shared);
+    };
+}
+
+}  // namespace
+
+ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> client, RequestId id,
+                                     const RequestConfig& config)
+    : client(std::move(client)),
+      id(id),
+      headers(header_buckets),
+      max_download_size(config.max_download_size) {
+    this->config = config;
+}
+
+ClientImpl::CurlRequest::~CurlRequest() = default;
+
+void ClientImpl::CurlRequest::start() {}
+
+void ClientImpl::CurlRequest::notifyHeader(const char* line, unsigned length) {
+    const auto header = splitHeaderLine({line, length});
+    // The first value of a name wins, over redirects and authentication retries too.
+    if (header) headers.emplace(header->name, header->value);
+}
+
+void ClientImpl::CurlRequest::notifySize(unsigned size) { declared_size = size; }
+
+void ClientImpl::CurlRequest::notifyDataReceived(const char* data, unsigned length) {
+    if (max_download_size == -1) {
+        append(data, length);
+        return;
+    }
+    const std::int64_t candidate = std::int64_t{received_size} + length;
+    if (candidate <= max_download_size) {
+        received_size = static_cast<std::int32_t>(candidate);
+        append(data, length);
+        return;
+    }
+    const std::int32_t room = std::max(max_download_size - received_size, 0);
+    append(data, static_cast<std::size_t>(room));
+    received_size = max_download_size;
+    throw std::runtime_error("Download exceeded allocated size");
+}
+
+/// Holds a body of declared length once instead of doubling and copying it on the way.
+void ClientImpl::CurlRequest::append(const char* data, std::size_t length) {
+    if (body.capacity() - body.size() < length && declared_size > body.capacity()) {
+        try {
+            body.reserve(body.size() < trusted_size / 2 ? std::min(declared_size, trusted_size)
+                                                        : declared_size);
+        } catch (const std::exception&) {  // the header lies or memory is short: grow as usual
+            declared_size = 0;
+        }
+    }
+    body.append(data, length);
+}
+
+void ClientImpl::CurlRequest::notifyDataEnd() {
+    dispatch_to_client(takeResponse());
+    tryToCancelRequest();
+}
+
+void ClientImpl::CurlRequest::notifyFailure(Failure failure, const char* text) {
+    const bool answered =
+        protocol::valid_status(static_cast<long>(getResponseCode())) &&
+        (failure == Failure::AuthenticationFailure || failure == Failure::HttpErrorCode);
+    if (answered) {
+        dispatch_to_client(takeResponse());
+    } else {
+        dispatch_to_client(ErrorData{convert_failure(failure), text != nullptr ? text : ""});
+    }
+    tryToCancelRequest();
+}
+
+/// The transfer is over and nobody looks at the parts again.
+ResponseData ClientImpl::CurlRequest::takeResponse() {
+    return {getResponseCode(), std::move(headers), std::move(body)};
+}
+
+void ClientImpl::CurlRequest::dispatch_to_client(ResponseData response) {
+    client->executor.post(deliverTo(client, id, std::move(response), &ClientImpl::on_response), 0);
+}
+
+void ClientImpl::CurlRequest::dispatch_to_client(ErrorData error) {
+    client->executor.post(deliverTo(client, id, std::move(error), &ClientImpl::on_error), 0);
+}
+
+}  // namespace zel::http

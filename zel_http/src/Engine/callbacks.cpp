@@ -1,0 +1,164 @@
+// What libcurl calls while it drives a transfer. Every callback finds its task by the easy handle,
+// makes one call, and lets nothing be thrown through libcurl's C frames: a failure is kept with the
+// task and becomes libcurl's failure value. Engine thread; reads `tasks`.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string_view>
+#include <type_traits>
+
+#include "Engine/active_task.h"
+#include "Engine/progress.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+
+long lastProgressReport = 0;
+
+namespace {
+
+static_assert(std::is_convertible_v<decltype(&Engine::writeFunction), curl_write_callback>);
+static_assert(std::is_convertible_v<decltype(&Engine::writeHeader), curl_write_callback>);
+static_assert(std::is_convertible_v<decltype(&Engine::putReadFunc), curl_read_callback>);
+static_assert(std::is_convertible_v<decltype(&Engine::putSeekFunc), curl_seek_callback>);
+static_assert(std::is_convertible_v<decltype(&Engine::downloadProgress), curl_xferinfo_callback>);
+
+constexpr double seconds_between_reports = 3.0;
+
+/// A count of bytes as the 32 bits that requests are told; more than fits becomes the largest.
+template <typename Number>
+unsigned saturated(Number bytes) {
+    constexpr auto largest = std::numeric_limits<unsigned>::max();
+    return bytes < static_cast<Number>(largest) ? static_cast<unsigned>(bytes) : largest;
+}
+
+}  // namespace
+
+void Engine::reportCallbackFailure(const char* name, const char* what) noexcept {
+    if (currentEngine == nullptr) return;
+    try {
+        currentEngine->logger->error("Engine::%s: %s", fmt::make_printf_args(name, what));
+    } catch (...) {  // a logger that throws must not be thrown through libcurl either
+    }
+}
+
+std::shared_ptr<Engine::ActiveTask> Engine::findTask(void* handle) {
+    const Engine* engine = currentEngine;
+    if (engine == nullptr) return nullptr;
+    engine->checkEngineThread();
+    const auto found = engine->tasks.find(handle);
+    return found == engine->tasks.end() ? nullptr : found->second;
+}
+
+/// Runs `work` on the handle's task. Without a task, or when `work` throws, the callback returns
+/// `failed` and the transfer ends with `failure`.
+template <typename Result, typename Work>
+Result Engine::runCallback(const char* name, void* handle, CURLcode failure, Result failed,
+                           Work work) noexcept {
+    const auto task = findTask(handle);
+    if (!task) {
+        reportCallbackFailure(name, "no transfer has this handle");
+        return failed;
+    }
+    try {
+        return work(*task);
+    } catch (const std::exception& error) {
+        reportCallbackFailure(name, error.what());
+    } catch (...) {
+        reportCallbackFailure(name, "the request threw something that is no std::exception");
+    }
+    task->callbackFailure = failure;
+    return failed;
+}
+
+std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t count,
+                                  void* handle) noexcept {
+    const auto work = [=](ActiveTask& task) -> std::size_t {
+        const std::size_t bytes = size * count;
+        if (!task.request) return bytes;
+        // A pause that libcurl has not accepted yet: it keeps the block for the resume.
+        if (task.pausePending) return CURL_WRITEFUNC_PAUSE;
+        try {
+            task.request->notifyDataReceived(data, saturated(bytes));
+        } catch (const std::runtime_error&) {  // the request's own way to end its transfer
+            task.callbackFailure = CURLE_WRITE_ERROR;
+            return 0;
+        }
+        return bytes;
+    };
+    return runCallback<std::size_t>("writeFunction", handle, CURLE_WRITE_ERROR, 0, work);
+}
+
+std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
+                                void* handle) noexcept {
+    const auto work = [=](ActiveTask& task) {
+        const std::size_t bytes = size * count;
+        if (!task.request) return bytes;
+        const std::string_view line(data, bytes);
+        if (line.substr(0, 5) == "HTTP/") task.headersOpen = true;
+        if (line == "\r\n" || line == "\n") task.headersOpen = false;
+        task.request->notifyHeader(data, saturated(bytes));
+        double length = 0.0;
+        curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
+        if (length > 0.0) task.request->notifySize(saturated(length));
+        return bytes;
+    };
+    return runCallback<std::size_t>("writeHeader", handle, CURLE_WRITE_ERROR, 0, work);
+}
+
+std::size_t Engine::putReadFunc(char* buffer, std::size_t size, std::size_t count,
+                                void* handle) noexcept {
+    const auto work = [=](ActiveTask& task) -> std::size_t {
+        const std::string& body = task.request->config.body;
+        if (task.readPosition >= body.size()) return 0;
+        const std::size_t bytes = std::min(size * count, body.size() - task.readPosition);
+        if (bytes > std::numeric_limits<std::uint32_t>::max() - task.readPosition) {
+            throw std::length_error("a PUT body of 4 GiB or more is not supported");
+        }
+        std::memcpy(buffer, body.data() + task.readPosition, bytes);
+        task.readPosition += static_cast<std::uint32_t>(bytes);
+        return bytes;
+    };
+    return runCallback<std::size_t>("putReadFunc", handle, CURLE_ABORTED_BY_CALLBACK,
+                                    CURL_READFUNC_ABORT, work);
+}
+
+int Engine::putSeekFunc(void* handle, curl_off_t offset, int origin) noexcept {
+    const auto work = [=](ActiveTask& task) -> int {
+        const auto length = static_cast<curl_off_t>(task.request->config.body.size());
+        if (origin != SEEK_SET || offset < 0 || offset > length) return CURL_SEEKFUNC_FAIL;
+        task.readPosition = static_cast<std::uint32_t>(offset);
+        return CURL_SEEKFUNC_OK;
+    };
+    return runCallback<int>("putSeekFunc", handle, CURLE_SEND_FAIL_REWIND, CURL_SEEKFUNC_FAIL,
+                            work);
+}
+
+int Engine::downloadProgress(void* handle, curl_off_t downloadTotal, curl_off_t downloadNow,
+                             curl_off_t /*uploadTotal*/, curl_off_t /*uploadNow*/) noexcept {
+    double seconds = 0.0;
+    curl_easy_getinfo(handle, CURLINFO_TOTAL_TIME, &seconds);
+    const double since = seconds - static_cast<double>(lastProgressReport);
+    if (downloadTotal < 1 || since < seconds_between_reports) return 0;
+    lastProgressReport = static_cast<long>(seconds);
+    const auto work = [=](ActiveTask& task) {
+        if (task.request) {
+            task.request->reportDownloadProgress(saturated(downloadTotal), saturated(downloadNow));
+        }
+        return 0;
+    };
+    return runCallback<int>("downloadProgress", handle, CURLE_ABORTED_BY_CALLBACK, 1, work);
+}
+
+bool Engine::allowsPayloadLogging(void* handle) noexcept {
+    const auto task = findTask(handle);
+    return !task || !task->request || task->request->allowsPayloadLogging();
+}
+
+}  // namespace zel::http

@@ -1,0 +1,113 @@
+// The X-Auth cookie before and after a transfer, and the deletion of a host's cookies for a clean
+// start. All findings are logged only. Engine thread.
+
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Engine/active_task.h"
+#include "Engine/cookie_line.h"
+#include "Engine/easy_options.h"
+#include "uri/uri.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+namespace {
+
+constexpr char xauth_name[] = "X-Auth";
+
+using CookieList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+
+CURLcode fetchCookies(CURL* curl, CookieList& cookies) {
+    curl_slist* list = nullptr;
+    const CURLcode result = curl_easy_getinfo(curl, CURLINFO_COOKIELIST, &list);
+    cookies.reset(list);
+    return result;
+}
+
+/// Calls `visit` with each cookie of the URL's host, in list order, until it returns false.
+void forHostCookies(const curl_slist* list, const std::string& url, const char* operation,
+                    logging::Logger& logger, const std::function<bool(const CookieLine&)>& visit) {
+    for (; list != nullptr; list = list->next) {
+        const auto cookie = splitCookieLine(list->data);
+        if (!cookie) {
+            logger.error("%s: curl cookie didn't split into 7 parts, skipping. [%s]",
+                         fmt::make_printf_args(operation, list->data));
+            continue;
+        }
+        const bool matches =
+            hostMatches(uri::uri(url).authority_host(), (*cookie)[CookieLine::domain]);
+        if (matches && !visit(*cookie)) return;
+    }
+}
+
+}  // namespace
+
+std::string Engine::getCurrentXAuthCookieDomainFromRequest(void* curl, const std::string& url) {
+    constexpr char operation[] = "getCurrentXAuthCookieDomainFromRequest";
+    CookieList cookies(nullptr, curl_slist_free_all);
+    if (const CURLcode result = fetchCookies(curl, cookies); result != CURLE_OK) {
+        logger->error("%s: Fetching curl cookie list failed: '%s'",
+                      fmt::make_printf_args(operation, curl_easy_strerror(result)));
+        return {};
+    }
+    if (!cookies) {
+        logger->debug(8, "%s: curl cookie list empty", fmt::make_printf_args(operation));
+        return {};
+    }
+    std::string domain;
+    forHostCookies(cookies.get(), url, operation, *logger, [&](const CookieLine& cookie) {
+        const bool found = cookie[CookieLine::name] == xauth_name;
+        if (found) domain = cookie[CookieLine::domain];
+        return !found;
+    });
+    return domain;
+}
+
+void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
+    constexpr char operation[] = "deleteCookiesFromRequest";
+    CookieList cookies(nullptr, curl_slist_free_all);
+    if (const CURLcode result = fetchCookies(curl, cookies); result != CURLE_OK) {
+        logger->error("%s: Fetching curl cookie list failed, unable to clear cookies: '%s'",
+                      fmt::make_printf_args(operation, curl_easy_strerror(result)));
+        return;
+    }
+    if (!cookies) {
+        logger->debug(8, "%s: curl cookie list empty, no cookies to clear",
+                      fmt::make_printf_args(operation));
+        return;
+    }
+    forHostCookies(cookies.get(), url, operation, *logger, [&](const CookieLine& cookie) {
+        const std::string expired = expiredCookieLine(cookie, std::time(nullptr) - 1);
+        logger->debug(
+            8, "%s: deleting cookie '%s' for domain '%s'",
+            fmt::make_printf_args(operation, cookie[CookieLine::name], cookie[CookieLine::domain]));
+        setText<CURLOPT_COOKIELIST>(curl, expired.c_str());
+        return true;
+    });
+}
+
+void Engine::edgeCookieCheck(const ActiveTask& task) {
+    const Request& request = *task.request;
+    const RequestConfig& config = request.config;
+    if (!config.xauth_check_domain) return;
+    const auto report = [&](const char* format, const std::string& domain,
+                            const std::string& other) {
+        logger->error("Set-Cookie for request: '%s'", fmt::make_printf_args(config.url));
+        logger->error(format, fmt::make_printf_args(domain, other));
+    };
+    const std::string domain = request.xauthCookieDomain();
+    if (config.xauth_expected_domain.find(domain) == std::string::npos) {
+        report("Domain in X-Auth '%s' does not match expected '%s'", domain,
+               config.xauth_expected_domain);
+    }
+    if (!config.xauth_required) return;
+    const std::string current = request.xauthCookieDomain();
+    if (current != config.xauth_previous_domain) {
+        report("Domain in X-Auth '%s' is different from previous '%s'", current,
+               config.xauth_previous_domain);
+    }
+}
+
+}  // namespace zel::http

@@ -1,0 +1,95 @@
+// The engine's life: construction, the engine thread, termination, destruction.
+// The constructor and destructor run on a thread of the host's and touch every member; the engine
+// thread exists from the end of the one to the join in the other.
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <memory>
+
+#include "Engine/active_task.h"
+#include "Engine/progress.h"
+#include "oru/assert.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+
+Engine* Engine::currentEngine = nullptr;
+
+namespace {
+
+CURLM* initMultiHandle() {
+    curl_global_init(CURL_GLOBAL_ALL);
+    return curl_multi_init();
+}
+
+}  // namespace
+
+Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
+               logging::Logger* logger)
+    : multiHandle(initMultiHandle()),
+      shareHandle(curl_share_init()),
+      queueMutex("QueueMutex"),
+      variableMutex("VariableMutex"),
+      wakeupFd(eventfd(0, 0)),
+      fsmRunner(fsmRunner),
+      logger(logger) {
+    ORU_ASSERT(!currentEngine);
+    currentEngine = this;
+    if (wakeupFd < 0) {
+        oru::assertion_failed("CurlEngine: Error creating eventfd\n", __FILE__, __LINE__,
+                              __PRETTY_FUNCTION__);
+    }
+    curl_share_setopt(shareHandle, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+    engineThread = createEngineTask([this] { thread_loop(); });
+}
+
+Engine::~Engine() {
+    ORU_ASSERT(currentEngine);
+    requestTermination();
+    if (engineThread.joinable()) engineThread.join();
+    for (const auto& [handle, task] : tasks) doCurlCleanup(task);
+    tasks.clear();
+    curl_multi_cleanup(multiHandle);
+    curl_share_cleanup(shareHandle);
+    curl_global_cleanup();
+    close(wakeupFd);
+    currentEngine = nullptr;
+    lastProgressReport = 0;
+}
+
+Engine* Engine::getEngine() {
+    ORU_ASSERT(currentEngine);
+    return currentEngine;
+}
+
+bool Engine::hasEngine() { return currentEngine != nullptr; }
+
+void Engine::requestTermination() {
+    queueRequest([this] { flagTermination(); });
+}
+
+void Engine::flagTermination() {
+    checkEngineThread();
+    terminationFlag = true;
+}
+
+void Engine::thread_loop() {
+    engineThreadId = oru::this_thread::get_id();
+    while (!terminationFlag) runTasks();
+    logger->debug(8, "Engine::%s: Exiting thread loop", fmt::make_printf_args("thread_loop"));
+    engineThreadId = 0;
+}
+
+}  // namespace zel::http
+
+oru::thread createEngineTask(const std::function<void()>& fn) {
+    oru::thread::attributes attributes;
+    attributes.set_scheduler(oru::thread::scheduler_policy::time_sharing,
+                             oru::thread::scheduler_priority::normal);
+    attributes.set_stack_size(262144);
+    auto function = std::make_unique<std::function<void()>>(fn);
+    oru::thread handle;
+    oru::thread::create_thread("CurlEngine", attributes, handle.id, function.release());
+    return handle;
+}

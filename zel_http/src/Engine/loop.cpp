@@ -1,0 +1,129 @@
+// One pass of the engine thread: run what is queued, wait, drive libcurl, process what finished.
+// Any thread appends to the queue; the rest is the engine thread's alone.
+
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+#include "Engine/wait_rule.h"
+#include "eventlog/eventlog.h"
+#include "oru/assert.h"
+#include "zel_http/engine.h"
+#include "zel_http/engine_hooks.h"
+
+namespace zel::http {
+namespace {
+
+/// Keeps a wait that fails at once (a descriptor closed behind libcurl's back) from becoming a busy
+/// loop.
+void pauseAfterFailedWait() { usleep(10'000); }
+
+int milliseconds(timeval timeout) {
+    return static_cast<int>(timeout.tv_sec * 1000 + timeout.tv_usec / 1000);
+}
+
+}  // namespace
+
+void Engine::trace(const char* operation) {
+    logger->debug(8, "Engine::%s", fmt::make_printf_args(operation));
+}
+
+void Engine::checkEngineThread() const {
+#ifdef ZEL_HTTP_THREAD_CHECKS
+    // Once the engine thread has ended, its work is the destructor's.
+    const unsigned long id = engineThreadId;
+    ORU_ASSERT(id == 0 || id == oru::this_thread::get_id());
+#endif
+}
+
+void Engine::queueRequest(const std::function<void()>& fn) {
+    {
+        const std::lock_guard lock(queueMutex);
+        pendingRequests.push_back(fn);
+    }
+    if (eventfd_write(wakeupFd, 1) != 0) eventlog("CurlEngine: Error writing eventfd\n");
+}
+
+void Engine::runTasks() {
+    checkEngineThread();
+    processPendingRequests();
+    if (terminationFlag) {
+        trace("runTasks");
+        return;
+    }
+    doCurlProcessing();
+    applyPendingPauses();
+    processCompletedTasks();
+}
+
+void Engine::processPendingRequests() {
+    trace("processPendingRequests");
+    std::deque<std::function<void()>> batch;
+    {
+        const std::lock_guard lock(queueMutex);
+        batch.swap(pendingRequests);
+    }
+    while (!batch.empty()) {
+        batch.front()();
+        batch.pop_front();
+        if (terminationFlag) return;  // what stands behind a termination never runs
+    }
+}
+
+CURLMcode Engine::doCurlProcessing() {
+    trace("doCurlProcessing");
+    long curlTimer = -1;
+    curl_multi_timeout(multiHandle, &curlTimer);
+    const timeval timeout = waitFor(curlTimer);
+    const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
+    if (woken) drainWakeup();
+    int running = 0;
+    return engine_curl_multi_perform(multiHandle, &running);
+}
+
+/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word, so a process
+/// that may open such descriptors waits with `curl_multi_poll`.
+bool Engine::descriptorsFitSelect() const {
+    rlimit limit{};
+    return wakeupFd < FD_SETSIZE && getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+           limit.rlim_cur <= FD_SETSIZE;
+}
+
+/// Both waits return whether the wake-up descriptor is readable.
+bool Engine::waitWithSelect(timeval timeout) {
+    fd_set readable;
+    fd_set writable;
+    fd_set exceptional;
+    FD_ZERO(&readable);
+    FD_ZERO(&writable);
+    FD_ZERO(&exceptional);
+    int highest = -1;
+    curl_multi_fdset(multiHandle, &readable, &writable, &exceptional, &highest);
+    FD_SET(wakeupFd, &readable);
+    highest = std::max(highest, wakeupFd);
+    const int ready = select(highest + 1, &readable, &writable, &exceptional, &timeout);
+    if (ready < 0 && errno != EINTR) pauseAfterFailedWait();
+    return ready > 0 && FD_ISSET(wakeupFd, &readable);
+}
+
+bool Engine::waitWithPoll(timeval timeout) {
+    curl_waitfd wakeup{wakeupFd, CURL_WAIT_POLLIN, 0};
+    const CURLMcode result =
+        curl_multi_poll(multiHandle, &wakeup, 1, milliseconds(timeout), nullptr);
+    if (result != CURLM_OK) pauseAfterFailedWait();
+    return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
+}
+
+void Engine::drainWakeup() {
+    logger->debug(8, "Engine::%s: waking up", fmt::make_printf_args("doCurlProcessing"));
+    eventfd_t value = 0;
+    if (eventfd_read(wakeupFd, &value) != 0) eventlog("CurlEngine: Error reading eventfd\n");
+}
+
+}  // namespace zel::http

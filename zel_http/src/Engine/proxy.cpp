@@ -1,0 +1,78 @@
+// The process-wide proxy setting, and how a proxy is applied to a transfer. The setting belongs to
+// any thread, under `variableMutex`; applying it to the engine thread.
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Engine/easy_options.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+namespace {
+
+constexpr char bypassed_hosts[] = "localhost,127.0.0.1";
+
+using EscapedText = std::unique_ptr<char, decltype(&curl_free)>;
+
+EscapedText escape(CURL* curl, const std::string& text) {
+    return {curl_easy_escape(curl, text.c_str(), 0), curl_free};
+}
+
+}  // namespace
+
+void Engine::setProxyConfig(const std::string& url, const std::string& user,
+                            const std::string& password) {
+    const std::lock_guard lock(variableMutex);
+    proxyUrl = url;
+    proxyUser = user;
+    proxyPassword = password;
+}
+
+std::string Engine::getProxyUrl() {
+    const std::lock_guard lock(variableMutex);
+    return proxyUrl;
+}
+
+std::string Engine::getProxyUser() {
+    const std::lock_guard lock(variableMutex);
+    return proxyUser;
+}
+
+std::string Engine::getProxyPassword() {
+    const std::lock_guard lock(variableMutex);
+    return proxyPassword;
+}
+
+void Engine::addProxyConfig(void* curl, const std::string& proxy) {
+    const std::string used = proxy.empty() ? getProxyUrl() : proxy;
+    if (used.empty()) return;
+    logger->debug(8, "Engine::%s: Using proxy '%s'", fmt::make_printf_args("addProxyConfig", used));
+    setText<CURLOPT_PROXY>(curl, used.c_str());
+    setLong<CURLOPT_HTTPPROXYTUNNEL>(curl, 1);
+    setLong<CURLOPT_PROXYAUTH>(curl, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    setText<CURLOPT_NOPROXY>(curl, bypassed_hosts);
+
+    // The stored credentials belong to the stored proxy alone.
+    const std::string user = getProxyUser();
+    if (!proxy.empty() || user.empty()) return;
+    const std::string password = getProxyPassword();
+    const EscapedText escaped_user = escape(curl, user);
+    const EscapedText escaped_password = escape(curl, password);
+    if (!escaped_user) {
+        logger->error("%s: Encoding proxy username failed",
+                      fmt::make_printf_args("addProxyConfig"));
+    }
+    if (!escaped_password && !password.empty()) {
+        logger->error("%s: Encoding proxy password failed",
+                      fmt::make_printf_args("addProxyConfig"));
+    }
+    std::string credentials;
+    if (escaped_user) {
+        credentials.append(escaped_user.get()).append(":");
+        if (escaped_password) credentials.append(escaped_password.get());
+    }
+    setText<CURLOPT_PROXYUSERPWD>(curl, credentials.c_str());
+}
+
+}  // namespace zel::http

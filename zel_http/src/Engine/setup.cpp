@@ -1,0 +1,176 @@
+// From a request to a configured easy handle: every option, in the order in which it is set. The
+// callbacks get the easy handle as their data and find their task by it. Options that guard against
+// faults of the field come last, behind the rest. Engine thread; touches `tasks`.
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Engine/active_task.h"
+#include "Engine/easy_options.h"
+#include "Engine/tls_isolation.h"
+#include "eventlog/eventlog.h"
+#include "zel_http/engine.h"
+#include "zel_http/engine_hooks.h"
+
+namespace zel::http {
+namespace {
+
+constexpr char user_agent_name[] = "User-Agent";
+constexpr char default_user_agent[] = "User-Agent: Velto/Dunmoreline";
+constexpr char default_accept_charset[] = "Accept-Charset: ISO-8859-1,utf-8";
+constexpr char no_expect[] = "Expect:";
+
+/// As libcurl's `long`, which has 32 bits on some targets. A negative limit would count as 49 days.
+long timeoutMilliseconds(std::chrono::milliseconds timeout) {
+    using Count = std::chrono::milliseconds::rep;
+    return static_cast<long>(
+        std::clamp<Count>(timeout.count(), 1, std::numeric_limits<long>::max()));
+}
+
+long authMask(AuthMethod method) {
+    return static_cast<long>(method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY
+                                                         : CURLAUTH_ANY);
+}
+
+bool breaksLine(std::string_view text) {
+    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+void setBody(CURL* curl, const std::string& body) {
+    // The size first, so that libcurl copies exactly that many bytes, NUL included.
+    setLong<CURLOPT_POSTFIELDSIZE>(curl, static_cast<long>(body.size()));
+    setText<CURLOPT_COPYPOSTFIELDS>(curl, body.data());
+}
+
+}  // namespace
+
+void Engine::addTask(std::shared_ptr<Request> request) { addTask(std::move(request), {}); }
+
+void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy) {
+    checkEngineThread();
+    RequestConfig& config = request->config;
+    if (logger->isDebugEnabled(1)) logger->debugStream(1) << config;
+    const auto task = std::make_shared<ActiveTask>(request);
+    CURL* curl = task->curl;
+    tasks[curl] = task;
+
+    setTransferOptions(curl, config);
+    addHTTPMethodToRequest(curl, request, task);
+    addHeadersToRequest(curl, request, task);
+    addTlsConfig(curl, request);
+    if (config.reset_state) startWithCleanState(curl, config);
+    if (config.xauth_required || config.xauth_check_domain) recordXAuthDomain(curl, config);
+
+    // Otherwise a name look-up that hangs blocks the removal of its transfer (libcurl 7.87 on).
+    setLong<CURLOPT_QUICK_EXIT>(curl, 1);
+    isolateTlsPolicy(curl, config);
+    addProxyConfig(curl, proxy);
+
+    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, curl);
+    if (result != CURLM_OK) {
+        const std::string reason = curl_multi_strerror(result);
+        eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
+        std::abort();
+    }
+}
+
+void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
+    setLong<CURLOPT_VERBOSE>(curl, 0);
+    setLong<CURLOPT_PROTOCOLS>(curl, CURLPROTO_HTTP | CURLPROTO_HTTPS);
+    setText<CURLOPT_URL>(curl, config.url.c_str());
+    setFunction<CURLOPT_WRITEFUNCTION, curl_write_callback>(curl, writeFunction);
+    setPointer<CURLOPT_WRITEDATA>(curl, curl);
+    setFunction<CURLOPT_HEADERFUNCTION, curl_write_callback>(curl, writeHeader);
+    setPointer<CURLOPT_HEADERDATA>(curl, curl);
+    setLong<CURLOPT_FOLLOWLOCATION>(curl, 1);
+    setLong<CURLOPT_MAXREDIRS>(curl, 5);
+    setLong<CURLOPT_NOPROGRESS>(curl, 1);
+    if (config.timeout.count() != 0) {
+        setLong<CURLOPT_NOSIGNAL>(curl, 1);
+        setLong<CURLOPT_TIMEOUT_MS>(curl, timeoutMilliseconds(config.timeout));
+    }
+    if (config.max_download_size != -1) {
+        setLong<CURLOPT_MAXFILESIZE>(curl, config.max_download_size);
+    }
+    if (!config.user.empty()) {
+        setText<CURLOPT_USERNAME>(curl, config.user.c_str());
+        setText<CURLOPT_PASSWORD>(curl, config.password.c_str());
+        setLong<CURLOPT_HTTPAUTH>(curl, authMask(config.auth_method));
+    }
+}
+
+void Engine::addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request,
+                                    std::shared_ptr<ActiveTask> /*task*/) {
+    const std::string& body = request->config.body;
+    switch (request->config.method) {
+        case Method::POST:
+            setBody(curl, body);
+            break;
+        case Method::PUT:
+            setFunction<CURLOPT_READFUNCTION, curl_read_callback>(curl, putReadFunc);
+            setLong<CURLOPT_UPLOAD>(curl, 1);
+            setPointer<CURLOPT_READDATA>(curl, curl);
+            setLong<CURLOPT_INFILESIZE>(curl, static_cast<long>(body.size()));
+            setFunction<CURLOPT_SEEKFUNCTION, curl_seek_callback>(curl, putSeekFunc);
+            setPointer<CURLOPT_SEEKDATA>(curl, curl);
+            break;
+        case Method::DELETE:
+            setText<CURLOPT_CUSTOMREQUEST>(curl, "DELETE");
+            break;
+        case Method::PATCH:
+            setText<CURLOPT_CUSTOMREQUEST>(curl, "PATCH");
+            setBody(curl, body);
+            break;
+        case Method::GET:
+        case Method::GET_SYNC:
+            break;
+    }
+}
+
+void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
+                                 std::shared_ptr<ActiveTask> task) {
+    const RequestConfig& config = request->config;
+    for (const auto& [name, value] : config.headers) {
+        if (breaksLine(name) || breaksLine(value)) {
+            // On the wire it would become a line, or a request, that nobody asked for.
+            logger->error("Engine::%s: header '%s' contains CR, LF or NUL and is left out",
+                          fmt::make_printf_args("addHeadersToRequest", printable(name)));
+            continue;
+        }
+        task->appendHeader((name + ": " + value).c_str());
+    }
+    if (config.headers.count(user_agent_name) == 0) task->appendHeader(default_user_agent);
+    task->appendHeader(default_accept_charset);
+    if (config.method == Method::POST || config.method == Method::PUT) {
+        task->appendHeader(no_expect);
+    }
+    setPointer<CURLOPT_HTTPHEADER>(curl, task->headerList);
+}
+
+void Engine::startWithCleanState(void* curl, const RequestConfig& config) {
+    setLong<CURLOPT_COOKIESESSION>(curl, 1);
+    deleteCookiesFromRequest(curl, config.url);
+    setLong<CURLOPT_FRESH_CONNECT>(curl, 1);
+    setLong<CURLOPT_DNS_CACHE_TIMEOUT>(curl, 0);
+}
+
+void Engine::recordXAuthDomain(void* curl, RequestConfig& config) {
+    config.xauth_previous_domain = getCurrentXAuthCookieDomainFromRequest(curl, config.url);
+    if (config.xauth_required && config.xauth_previous_domain.empty()) {
+        logger->critical("Request '%s' is missing required X-Auth cookie on outgoing request",
+                         fmt::make_printf_args(config.url));
+    }
+}
+
+}  // namespace zel::http

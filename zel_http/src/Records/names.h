@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string_view>
+
+#include "zel_http/records.h"
+
+namespace zel::http {
+
+/// The printed name of a value; empty for a value without one.
+std::string_view nameOf(Method method);
+std::string_view nameOf(AuthMethod method);
+std::string_view nameOf(Failure failure);
+std::string_view nameOf(ClientFailure failure);
+
+}  // namespace zel::http
