@@ -19,6 +19,7 @@ namespace {
 
 std::atomic<int> select_calls{0};
 std::atomic<int> poll_calls{0};
+std::atomic<bool> eventfd_fails{false};
 
 }  // namespace
 
@@ -36,6 +37,10 @@ extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* extra, unsigned 
     static const auto next =
         reinterpret_cast<decltype(&curl_multi_poll)>(dlsym(RTLD_NEXT, "curl_multi_poll"));
     return next(multi, extra, count, timeout, ready);
+}
+
+extern "C" int eventfd(unsigned value, int flags) noexcept {
+    return eventfd_fails ? -1 : static_cast<int>(syscall(SYS_eventfd2, value, flags));
 }
 
 namespace test {
@@ -132,8 +137,7 @@ TEST(LifecycleDeathTest, ProgrammingFaultsStopTheProcess) {
         "CurlEngine.*host's own fault");
     EXPECT_DEATH(
         {
-            rlimit none{};
-            setrlimit(RLIMIT_NOFILE, &none);
+            eventfd_fails = true;
             Host host;
         },
         "Error creating eventfd");

@@ -12,8 +12,6 @@
 #include "support/probe_request.h"
 #include "support/scripted_server.h"
 
-#undef curl_easy_setopt
-
 namespace {
 
 std::mutex recorded_mutex;
@@ -42,18 +40,21 @@ std::string shown(CURL* easy, const curl_easyoption& option, void* pointer) {
 }  // namespace
 
 // In the library's place: records each option by name and value, then hands it on.
-extern "C" CURLcode curl_easy_setopt(CURL* easy, CURLoption id, ...) {
+// (The identifier is an int here: a variadic function must not end its list with an enumeration.)
+extern "C" CURLcode recordedSetopt(CURL* easy, int number, ...) asm("curl_easy_setopt");
+extern "C" CURLcode recordedSetopt(CURL* easy, int number, ...) {
     static const auto next = reinterpret_cast<CURLcode (*)(CURL*, CURLoption, ...)>(
         dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    const auto id = static_cast<CURLoption>(number);
     const curl_easyoption* option = curl_easy_option_by_id(id);
     std::va_list arguments;
-    va_start(arguments, id);
+    va_start(arguments, number);
     CURLcode result = CURLE_UNKNOWN_OPTION;
     std::string value;
     if (option->type == CURLOT_LONG || option->type == CURLOT_VALUES) {
-        const long number = va_arg(arguments, long);
-        value = std::to_string(number);
-        result = next(easy, id, number);
+        const long argument = va_arg(arguments, long);
+        value = std::to_string(argument);
+        result = next(easy, id, argument);
     } else {
         void* pointer = va_arg(arguments, void*);
         value = shown(easy, *option, pointer);
