@@ -11,7 +11,6 @@ namespace test {
 namespace {
 
 using zel::http::Failure;
-using zel::http::Method;
 using namespace std::chrono_literals;
 
 /// What no decent server sends, and what the request is told.

@@ -24,6 +24,7 @@ std::atomic<bool> eventfd_fails{false};
 }  // namespace
 
 // The engine's two ways to wait, counted on the way through.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
                       timeval* timeout) {
     ++select_calls;
@@ -31,6 +32,7 @@ extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exc
     return pselect(count, readable, writable, exceptional, &wait, nullptr);
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* extra, unsigned count, int timeout,
                                      int* ready) {
     ++poll_calls;
@@ -39,6 +41,7 @@ extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* extra, unsigned 
     return next(multi, extra, count, timeout, ready);
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int eventfd(unsigned value, int flags) noexcept {
     return eventfd_fails ? -1 : static_cast<int>(syscall(SYS_eventfd2, value, flags));
 }
@@ -258,7 +261,7 @@ TEST(Control, CancelledRequestsHearNothing) {
 /// Pauses before the start or at the first byte: the server finds that the client takes no more,
 /// a later request completes meanwhile, and nothing of the body arrives until the resume.
 TEST(Control, PauseHoldsAndResumeDelivers) {
-    constexpr std::size_t length = 64 * 1024 * 1024;
+    constexpr std::size_t length = std::size_t{64} * 1024 * 1024;
     const tool::Origin origin;
     for (const bool before_start : {true, false}) {
         std::promise<std::size_t> stalled;

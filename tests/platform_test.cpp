@@ -35,7 +35,7 @@ void runThread(const oru::thread::attributes& attributes, const Function& body,
     oru::thread::create_thread(name, attributes, thread.id, new Function(body));
     EXPECT_TRUE(thread.joinable());
     oru::thread moved = std::move(thread);
-    EXPECT_FALSE(thread.joinable());
+    EXPECT_FALSE(thread.joinable());  // NOLINT(bugprone-use-after-move,clang-analyzer-*)
     moved.join();
     EXPECT_FALSE(moved.joinable());
 }

@@ -22,7 +22,7 @@ bool ready(int descriptor, short events, int timeout) {
 
 }  // namespace
 
-std::string Peer::read(std::size_t body) {
+std::string Peer::read(std::size_t body) const {
     std::string text;
     std::size_t wanted = 0;
     while (wanted == 0 || text.size() < wanted) {
@@ -36,7 +36,7 @@ std::string Peer::read(std::size_t body) {
     return text;
 }
 
-bool Peer::write(const std::string& bytes) {
+bool Peer::write(const std::string& bytes) const {
     for (std::size_t done = 0; done < bytes.size();) {
         const ssize_t sent =
             send(descriptor_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
@@ -46,7 +46,7 @@ bool Peer::write(const std::string& bytes) {
     return true;
 }
 
-std::size_t Peer::writeUntilStalled(std::size_t bytes) {
+std::size_t Peer::writeUntilStalled(std::size_t bytes) const {
     const std::string block(65536, 's');
     std::size_t done = 0;
     while (done < bytes && ready(descriptor_, POLLOUT, stalled_milliseconds)) {
@@ -57,7 +57,7 @@ std::size_t Peer::writeUntilStalled(std::size_t bytes) {
     return done;
 }
 
-void Peer::waitForClose() {
+void Peer::waitForClose() const {
     char block[4096];
     while (recv(descriptor_, block, sizeof block, 0) > 0) {
     }

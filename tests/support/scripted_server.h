@@ -14,14 +14,14 @@ public:
     explicit Peer(int descriptor) : descriptor_(descriptor) {}
 
     /// Reads up to the empty line and then `body` bytes; less when the client is gone.
-    std::string read(std::size_t body = 0);
+    std::string read(std::size_t body = 0) const;
     /// False when the client is gone.
-    bool write(const std::string& bytes);
+    bool write(const std::string& bytes) const;
     /// Writes until the client takes nothing more for a while, or everything is written. Returns
     /// the bytes written.
-    std::size_t writeUntilStalled(std::size_t bytes);
+    std::size_t writeUntilStalled(std::size_t bytes) const;
     /// Returns once the client has closed.
-    void waitForClose();
+    void waitForClose() const;
 
 private:
     const int descriptor_;

@@ -27,7 +27,7 @@ using zel::http::Method;
 using zel::http::RequestConfig;
 using zel::http::ResponseData;
 
-constexpr std::size_t upload_size = 4 * 1024 * 1024;
+constexpr std::size_t upload_size = std::size_t{4} * 1024 * 1024;
 constexpr std::size_t shown_body = 40;
 constexpr std::size_t many = 200;
 

@@ -16,7 +16,6 @@ namespace tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using zel::http::Client;
 using zel::http::ErrorData;
 using zel::http::RequestConfig;
 using zel::http::ResponseData;

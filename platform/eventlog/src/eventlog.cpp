@@ -13,7 +13,7 @@ void record(int priority, const char* text) noexcept {
     const std::size_t length = std::strlen(text);
     const bool ends_line = length != 0 && text[length - 1] == '\n';
     syslog(priority, "%s", text);
-    std::fprintf(stderr, "%s%s", text, ends_line ? "" : "\n");
+    static_cast<void>(std::fprintf(stderr, "%s%s", text, ends_line ? "" : "\n"));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t header_buckets = 10;
 
 /// What a server's word is worth in reserved memory before it has sent that much.
-constexpr std::size_t trusted_size = 16 * 1024 * 1024;
+constexpr std::size_t trusted_size = std::size_t{16} * 1024 * 1024;
 
 ClientFailure convert_failure(Failure failure) {
     constexpr char function[] =
@@ -56,8 +56,6 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> client, Request
       max_download_size(config.max_download_size) {
     this->config = config;
 }
-
-ClientImpl::CurlRequest::~CurlRequest() = default;
 
 void ClientImpl::CurlRequest::start() {}
 

@@ -23,7 +23,6 @@ public:
     void notifyFailure(Failure failure, const char* text) override;
     void notifySize(unsigned size) override;
     void start() override;
-    ~CurlRequest() override;
 
 private:
     void append(const char* data, std::size_t length);

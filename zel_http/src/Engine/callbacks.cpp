@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -121,7 +120,7 @@ std::size_t Engine::putReadFunc(char* buffer, std::size_t size, std::size_t coun
         if (bytes > std::numeric_limits<std::uint32_t>::max() - task.readPosition) {
             throw std::length_error("a PUT body of 4 GiB or more is not supported");
         }
-        std::memcpy(buffer, body.data() + task.readPosition, bytes);
+        body.copy(buffer, bytes, task.readPosition);
         task.readPosition += static_cast<std::uint32_t>(bytes);
         return bytes;
     };

@@ -148,7 +148,9 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
                           fmt::make_printf_args("addHeadersToRequest", printable(name)));
             continue;
         }
-        task->appendHeader((name + ": " + value).c_str());
+        std::string line = name;
+        line.append(": ").append(value);
+        task->appendHeader(line.c_str());
     }
     if (config.headers.count(user_agent_name) == 0) task->appendHeader(default_user_agent);
     task->appendHeader(default_accept_charset);
