@@ -1,76 +1,51 @@
-#include <dlfcn.h>
+// The engine from a host's side: its queue, its life, its wait, and the control of transfers.
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
+#include <poll.h>
 #include <sys/resource.h>
-#include <sys/select.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <future>
-#include <optional>
+#include <new>
 #include <thread>
 
-#include "origin.h"
+#include "scripted_server.h"
 #include "support/probe_request.h"
-#include "support/scripted_server.h"
-
-namespace {
-
-std::atomic<int> select_calls{0};
-std::atomic<int> poll_calls{0};
-std::atomic<bool> eventfd_fails{false};
-
-}  // namespace
-
-// The engine's two ways to wait, counted on the way through.
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" int select(int count, fd_set* readable, fd_set* writable, fd_set* exceptional,
-                      timeval* timeout) {
-    ++select_calls;
-    timespec wait{timeout->tv_sec, timeout->tv_usec * 1000};
-    return pselect(count, readable, writable, exceptional, &wait, nullptr);
-}
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* extra, unsigned count, int timeout,
-                                     int* ready) {
-    ++poll_calls;
-    static const auto next =
-        reinterpret_cast<decltype(&curl_multi_poll)>(dlsym(RTLD_NEXT, "curl_multi_poll"));
-    return next(multi, extra, count, timeout, ready);
-}
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" int eventfd(unsigned value, int flags) noexcept {
-    return eventfd_fails ? -1 : static_cast<int>(syscall(SYS_eventfd2, value, flags));
-}
 
 namespace test {
 namespace {
 
-using zel::http::Engine;
-using Task = std::function<void()>;
+using namespace tool;  // the servers
 
-/// Holds the engine thread until released, so that closures pile up behind it.
+using zel::http::Engine;
+
+/// Holds the engine thread until opened, so that closures pile up behind it.
 class Gate {
 public:
     explicit Gate(Engine& engine) {
-        auto entered = std::make_shared<std::promise<void>>();
-        engine.queueRequest([entered, open = open_.get_future().share()] {
-            entered->set_value();
-            open.wait();
+        engine.queueRequest([this] {
+            entered_ = true;
+            while (!open_) std::this_thread::yield();
+            left_ = true;
         });
-        entered->get_future().wait();
+        while (!entered_) std::this_thread::yield();
     }
-    void open() { open_.set_value(); }
+    void open() {
+        open_ = true;
+        while (!left_) std::this_thread::yield();
+    }
 
 private:
-    std::promise<void> open_;
+    std::atomic<bool> entered_{false};
+    std::atomic<bool> open_{false};
+    std::atomic<bool> left_{false};
 };
 
 TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
-    Host host;
+    Exchange host;
+    EXPECT_EQ(Engine::getEngine(), &host.engine);
     Gate gate(host.engine);
     const auto mark = [&](const std::string& name) {
         return [&, name] { host.logger.add("mark " + name); };
@@ -89,162 +64,98 @@ TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
         if (line == "8: Engine::processPendingRequests" && !order.empty()) order += '|';
     }
     EXPECT_EQ(order.substr(0, 5), "abc|d");
+    host.engine.queueRequest([&] { std::ifstream("/proc/thread-self/comm") >> order; });
+    host.settle();
+    EXPECT_EQ(order, "CurlEngine");
 }
 
 TEST(Queue, NothingBehindATerminationRunsAndAllIsDestroyed) {
-    const auto token = std::make_shared<int>(0);
-    std::atomic<bool> ran{false};
-    const Task behind = [&ran, token] { ran = true; };
-    std::atomic<int> before{0};
+    const auto token = std::make_shared<std::atomic<int>>(0);
     {
-        Host host;
+        Exchange host;
         Gate gate(host.engine);
-        host.engine.queueRequest([&] { ++before; });
+        host.engine.queueRequest([token] { *token += 1; });
         host.engine.requestTermination();
-        host.engine.queueRequest(behind);  // in the batch of the termination
+        host.engine.queueRequest([token] { *token += 10; });  // in the batch of the termination
         gate.open();
         while (host.logger.lines("Exiting thread loop").empty()) std::this_thread::yield();
-        host.engine.queueRequest(behind);  // with no thread left to run it
-        EXPECT_TRUE(Engine::hasEngine());
+        host.engine.queueRequest([token] { *token += 10; });  // with no thread left to run it
     }
-    EXPECT_EQ(before, 1);
-    EXPECT_FALSE(ran);
-    EXPECT_EQ(token.use_count(), 2);  // this one and `behind`
-    EXPECT_FALSE(Engine::hasEngine());
-}
-
-TEST(Lifecycle, OneEngineAtATimeAndAgain) {
-    for (int round = 0; round < 3; ++round) {
-        Host host;
-        EXPECT_EQ(Engine::getEngine(), &host.engine);
-        host.settle();
-    }
+    EXPECT_EQ(*token, 1);
+    EXPECT_EQ(token.use_count(), 1);
     EXPECT_FALSE(Engine::hasEngine());
 }
 
 TEST(LifecycleDeathTest, ProgrammingFaultsStopTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            Host first;
-            Host second;
-        },
-        "zel_http/src/Engine/lifecycle.cpp:.*Assertion `!currentEngine' failed");
+    const auto twice = [] { const Exchange first, second; };
+    EXPECT_DEATH(twice(), "zel_http/src/Engine/lifecycle.cpp:.*Assertion `!currentEngine' failed");
     EXPECT_DEATH(Engine::getEngine(), "Assertion `currentEngine' failed");
-    EXPECT_DEATH(
-        {
-            Host host;
-            host.engine.queueRequest([] { throw std::runtime_error("host's own fault"); });
-            host.settle();
-        },
-        "CurlEngine.*host's own fault");
-    EXPECT_DEATH(
-        {
-            eventfd_fails = true;
-            Host host;
-        },
-        "Error creating eventfd");
-}
-
-TEST(Lifecycle, EngineThreadHasItsNameAndStack) {
-    Host host;
-    std::promise<void> checked;
-    host.engine.queueRequest([&] {
-        char name[16] = {};
-        pthread_getname_np(pthread_self(), name, sizeof name);
-        EXPECT_STREQ(name, "CurlEngine");
-        pthread_attr_t actual;
-        pthread_getattr_np(pthread_self(), &actual);
-        std::size_t stack = 0;
-        pthread_attr_getstacksize(&actual, &stack);
-        pthread_attr_destroy(&actual);
-        EXPECT_GE(stack, 262144U);
-        EXPECT_LT(stack, 8U * 1024 * 1024);
-        checked.set_value();
-    });
-    checked.get_future().wait();
+    const auto thrown = [] {
+        Exchange host;
+        host.engine.queueRequest([] { throw std::runtime_error("host's own fault"); });
+        host.settle();
+    };
+    EXPECT_DEATH(thrown(), "CurlEngine.*host's own fault");
 }
 
 TEST(Lifecycle, DestroyedWithTransfersRunningItNotifiesNobody) {
-    const auto arrived = std::make_shared<std::promise<void>>();
-    ScriptedServer server([arrived](Peer& peer) {
-        peer.read();
-        arrived->set_value();
-        peer.waitForClose();
+    std::atomic<bool> arrived{false};
+    ScriptedServer server([&](Socket& socket) {
+        readRequest(socket);
+        arrived = true;
+        waitForClose(socket);
     });
     const auto running = probe(server.url());
     const auto queued = probe(server.url());
     {
-        Host host;
+        Exchange host;
         running->runRequest();
-        arrived->get_future().wait();
+        while (!arrived) std::this_thread::yield();
         host.engine.requestTermination();
         queued->runRequest();
     }
     EXPECT_EQ(running->outcomes + queued->outcomes, 0);
     EXPECT_EQ(running.use_count() + queued.use_count(), 2);  // nobody else holds them
-    running->tryToCancelRequest();                           // without an engine: nothing
-    running->runRequest();
+    running->runRequest();                                   // without an engine: nothing
+    running->tryToCancelRequest();
+    running->pauseRequest();
+    running->resumeRequest();
+    ProbeRequest unowned(server.url());
+    EXPECT_EQ(unowned.getResponseCode(), 4294967295U);
+    const Exchange again;
+    EXPECT_THROW(unowned.runRequest(), std::bad_weak_ptr);
 }
 
-/// Both ways to wait, with and without descriptors above what `select` can take.
-TEST(Wait, SelectAndPollByTheLimitOfDescriptors) {
-    struct Row {
-        rlim_t limit;
-        int occupied;
-        bool polls;
-    };
+/// With `select` at the usual limit of descriptors, with `curl_multi_poll` above it.
+TEST(Lifecycle, WaitsBelowAndAboveWhatSelectCanTake) {
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
     const tool::Origin origin;
-    for (const Row& row : {Row{FD_SETSIZE, 0, false}, Row{FD_SETSIZE + 1, 0, true},
-                           Row{FD_SETSIZE + 200, FD_SETSIZE + 10, true}}) {
-        const rlimit limit{row.limit, before.rlim_max};
+    for (const int occupied : {0, FD_SETSIZE + 10}) {
+        const rlimit limit{static_cast<rlim_t>(FD_SETSIZE + 2 * occupied), before.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-        std::vector<int> occupied;
-        while (static_cast<int>(occupied.size()) < row.occupied) {
-            occupied.push_back(open("/dev/null", O_RDONLY));
-        }
-        select_calls = poll_calls = 0;
-        {
-            Host host;
-            EXPECT_EQ(probe(origin.url("/bytes/300000"))->runToOutcome(), "200 end");
-            host.settle();
-            // Woken through its descriptor, or the round trips would take 30 s each.
-            EXPECT_FALSE(host.logger.lines("waking up").empty());
-        }
-        EXPECT_EQ(poll_calls > 0, row.polls) << row.limit;
-        EXPECT_EQ(select_calls > 0, !row.polls) << row.limit;
-        for (const int descriptor : occupied) close(descriptor);
+        std::vector<int> descriptors(static_cast<std::size_t>(occupied));
+        for (int& descriptor : descriptors) descriptor = open("/dev/null", O_RDONLY);
+        Exchange host;
+        EXPECT_EQ(host.perform(origin.url("/bytes/300000")), "200 300000 bytes");
+        EXPECT_FALSE(host.logger.lines("doCurlProcessing: waking up").empty());
+        for (const int descriptor : descriptors) close(descriptor);
     }
     setrlimit(RLIMIT_NOFILE, &before);
 }
 
-TEST(Control, WithoutAnOwnerOrAnEngine) {
-    ProbeRequest plain("http://127.0.0.1/");
-    plain.runRequest();  // no engine: nothing
-    plain.pauseRequest();
-    plain.resumeRequest();
-    EXPECT_EQ(plain.getResponseCode(), 4294967295U);
-    EXPECT_EQ(plain.xauthCookieDomain(), "");
-    Host host;
-    EXPECT_THROW(plain.runRequest(), std::bad_weak_ptr);
-    EXPECT_THROW(plain.pauseRequest(), std::bad_weak_ptr);
-    plain.pauseRequest();  // recorded before it threw
-}
-
 TEST(Control, CancelledRequestsHearNothing) {
-    Host host;
+    Exchange host;
     std::atomic<int> connections{0};
-    ScriptedServer server([&](Peer& peer) {
+    ScriptedServer server([&](Socket& socket) {
         ++connections;
-        peer.read();
-        peer.waitForClose();
+        waitForClose(socket);
     });
-    const auto atOnce = probe(server.url());
+    const auto at_once = probe(server.url());
     Gate gate(host.engine);
-    atOnce->runRequest();
-    atOnce->tryToCancelRequest();
+    at_once->runRequest();
+    at_once->tryToCancelRequest();
     gate.open();
     const auto running = probe(server.url());
     running->runRequest();
@@ -252,49 +163,106 @@ TEST(Control, CancelledRequestsHearNothing) {
     running->tryToCancelRequest();
     running->tryToCancelRequest();
     const tool::Origin origin;
-    EXPECT_EQ(probe(origin.url("/hello"))->runToOutcome(), "200 end");  // the sentinel
-    EXPECT_EQ(atOnce->outcomes + running->outcomes, 0);
-    EXPECT_EQ(atOnce.use_count() + running.use_count(), 2);
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");  // the sentinel
+    EXPECT_EQ(at_once->outcomes + running->outcomes, 0);
+    EXPECT_EQ(at_once.use_count() + running.use_count(), 2);
     EXPECT_EQ(connections, 1);
 }
 
-/// Pauses before the start or at the first byte: the server finds that the client takes no more,
-/// a later request completes meanwhile, and nothing of the body arrives until the resume.
-TEST(Control, PauseHoldsAndResumeDelivers) {
+/// Before the start, an upload waits with its body; while a download runs, the server finds that
+/// the client takes no more. A later request completes meanwhile. After the resume all arrives.
+TEST(Control, PauseHoldsAndResumeGoesOn) {
     constexpr std::size_t length = std::size_t{64} * 1024 * 1024;
+    Exchange host;
     const tool::Origin origin;
-    for (const bool before_start : {true, false}) {
-        std::promise<std::size_t> stalled;
-        ScriptedServer server([&](Peer& peer) {
-            peer.read();
-            peer.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n");
-            const std::size_t sent = peer.writeUntilStalled(length);
-            stalled.set_value(sent);
-            peer.write(std::string(length - sent, 's'));
-        });
-        Host host;
-        const auto request = probe(server.url());
-        if (before_start) request->pauseRequest();
-        request->runRequest();
-        if (!before_start) {
-            while (request->received == 0) std::this_thread::yield();
-            request->pauseRequest();
+    std::promise<void> sentinel_done;
+    std::promise<std::size_t> body_by_then;
+    std::atomic<bool> stalled{false};
+    ScriptedServer server([&](Socket& socket) {
+        const std::string request = readRequest(socket);
+        if (request.rfind("PUT", 0) == 0) {
+            sentinel_done.get_future().wait();
+            body_by_then.set_value(request.size() - request.find("\r\n\r\n") - 4 +
+                                   socket.available());
+            std::string body(1000, '\0');
+            boost::asio::read(socket, boost::asio::buffer(body));
+            write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+            return;
         }
-        request->pauseRequest();  // a second one queues nothing
-        if (before_start) {
-            // Asked for before the engine knew the request, it reaches it now.
-            request->resumeRequest();
-            request->pauseRequest();
+        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n");
+        const std::string block(65536, 's');
+        for (std::size_t sent = 0; sent < length; sent += block.size()) {
+            pollfd writable{socket.native_handle(), POLLOUT, 0};
+            if (poll(&writable, 1, 300) == 0) stalled = true;
+            write(socket, block);
         }
-        EXPECT_LT(stalled.get_future().get(), length);
-        const std::size_t held = request->received;
-        EXPECT_EQ(probe(origin.url("/hello"))->runToOutcome(), "200 end");
-        EXPECT_EQ(request->received, held);
-        EXPECT_EQ(request->outcomes, 0);
-        request->resumeRequest();
-        EXPECT_EQ(request->outcome(), "200 end");
-        EXPECT_EQ(request->received, length);
+    });
+    const auto upload = probe("-X PUT -d " + std::string(1000, 'u') + " " + server.url());
+    {
+        Gate gate(host.engine);
+        upload->pauseRequest();
+        upload->runRequest();
+        gate.open();
     }
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
+    sentinel_done.set_value();
+    EXPECT_EQ(body_by_then.get_future().get(), 0U);
+    upload->resumeRequest();
+    EXPECT_EQ(upload->outcome(), "200 end");
+
+    const auto download = probe(server.url());
+    download->runRequest();
+    while (download->received == 0) std::this_thread::yield();
+    download->pauseRequest();
+    download->pauseRequest();
+    while (!stalled) std::this_thread::yield();
+    const std::size_t held = download->received;
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
+    EXPECT_EQ(download->received, held);
+    EXPECT_LT(held, length);
+    download->resumeRequest();
+    EXPECT_EQ(download->outcome(), "200 end");
+    EXPECT_EQ(download->received, length);
+}
+
+TEST(Callbacks, WhatARequestThrowsFailsItsTransferAlone) {
+    Exchange host;
+    const tool::Origin origin;
+    const auto header = [](auto error) { return std::pair(true, [=] { throw error; }); };
+    const auto data = [](auto error) { return std::pair(false, [=] { throw error; }); };
+    std::size_t reported = 0;
+    const auto check = [&](const auto& fault, std::size_t error_lines) {
+        const auto request = probe(origin.url("/bytes/100000"));
+        (fault.first ? request->on_header : request->on_data) = fault.second;
+        EXPECT_EQ(request->runToOutcome().substr(4),
+                  "<Protocol failure> Failed writing received data to disk/application");
+        reported += error_lines;
+        EXPECT_EQ(host.logger.lines("error: Engine::").size(), reported);
+    };
+    check(header(7), 1);
+    check(header(std::runtime_error("no header, please")), 1);
+    check(data(std::bad_alloc()), 1);
+    check(data(7), 1);
+    check(data(std::range_error("enough")), 0);  // a request's way to end its transfer
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
+}
+
+/// The FSM runner may keep closures until after the engine is gone.
+TEST(Completion, LateClosuresNeedNoEngine) {
+    RecordingLogger logger;
+    const tool::Origin origin;
+    std::promise<std::function<void()>> handed;
+    const auto request = probe(origin.url("/hello"));
+    std::function<void()> late;
+    {
+        Engine engine([&](const auto& closure) { handed.set_value(closure); }, &logger);
+        request->runRequest();
+        late = handed.get_future().get();
+    }
+    EXPECT_EQ(request->outcomes, 0);
+    late();
+    EXPECT_EQ(request->outcome(), "200 end");
 }
 
 }  // namespace

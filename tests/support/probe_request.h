@@ -1,44 +1,31 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <future>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "recording_logger.h"
-#include "zel_http/engine.h"
+#include "exchange.h"
 #include "zel_http/request.h"
 
 namespace test {
 
-/// How long a test waits for an event that must come.
-constexpr std::chrono::seconds patience{30};
-
 /// A host's own request: keeps what it is told, and its outcome as a text.
 class ProbeRequest : public zel::http::Request {
 public:
-    explicit ProbeRequest(const std::string& url, zel::http::Method method = zel::http::Method::GET,
-                          const std::string& body = {}) {
-        config.url = url;
-        config.method = method;
-        config.body = body;
-        config.headers.clear();
-    }
+    explicit ProbeRequest(const std::string& line) { config = requestOf(line); }
 
     void notifyDataReceived(const char* data, unsigned length) override {
         body.append(data, length);
         received += length;
         if (on_data) on_data();
     }
-    void notifyHeader(const char* line, unsigned length) override {
-        headers.emplace_back(line, length);
+    void notifyHeader(const char*, unsigned) override {
         if (on_header) on_header();
     }
-    void notifySize(unsigned size) override { declared = size; }
     void notifyDataEnd() override { finish("end"); }
     void notifyFailure(zel::http::Failure failure, const char* text) override {
         std::ostringstream line;
@@ -60,8 +47,6 @@ public:
     std::function<void()> on_data;
     std::function<void()> on_header;
     std::string body;
-    std::vector<std::string> headers;
-    unsigned declared = 0;
     std::atomic<std::size_t> received{0};
     std::atomic<int> outcomes{0};
 
@@ -74,24 +59,8 @@ private:
     std::shared_future<std::string> done_ = promise_.get_future().share();
 };
 
-/// An engine whose outcomes are run at once, on the engine thread.
-struct Host {
-    RecordingLogger logger;
-    zel::http::Engine engine{[](const auto& closure) { closure(); }, &logger};
-
-    /// Returns when the engine thread has run all that was queued before, and a pass after it.
-    void settle() {
-        for (int pass = 0; pass < 2; ++pass) {
-            auto reached = std::make_shared<std::promise<void>>();
-            engine.queueRequest([reached] { reached->set_value(); });
-            reached->get_future().wait();
-        }
-    }
-};
-
-template <typename... Arguments>
-std::shared_ptr<ProbeRequest> probe(Arguments&&... arguments) {
-    return std::make_shared<ProbeRequest>(std::forward<Arguments>(arguments)...);
+inline std::shared_ptr<ProbeRequest> probe(const std::string& line) {
+    return std::make_shared<ProbeRequest>(line);
 }
 
 }  // namespace test

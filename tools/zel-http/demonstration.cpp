@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "origin.h"
+#include "scripted_server.h"
 #include "session.h"
 #include "text.h"
 
@@ -108,13 +109,15 @@ private:
             request(Method::GET, fmt::format("http://127.0.0.1:{}/", closedPort())));
         add("unknown host name", "<DNS Lookup failure> (Couldn't resolve host name)",
             request(Method::GET, "http://no-such-host.invalid/"));
+        add("answer cut short", "<Protocol failure> (Transferred a partial file)",
+            request(Method::GET, broken_.url()));
         addManyAtOnce();
     }
 
     void addAuthentication() {
         RequestConfig config = request(Method::GET, origin_.url("/private"));
         config.user = "device";
-        config.password = "secret: word";
+        config.password = "secret:word";
         config.auth_method = AuthMethod::BASIC;
         add("basic authentication", "200, \"welcome, GET of 0 bytes\"", config);
     }
@@ -195,6 +198,7 @@ private:
     }
 
     Origin origin_;
+    ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
     Session session_;
     std::vector<Scenario> scenarios_;
     std::size_t current_ = 0;

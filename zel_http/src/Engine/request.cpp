@@ -12,6 +12,8 @@ Request::~Request() = default;
 void Request::runRequest() {
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->addNewRequest(shared_from_this());
+    // A pause from before the start found no transfer to act on.
+    if (paused) Engine::getEngine()->pauseRequest(shared_from_this());
 }
 
 void Request::tryToCancelRequest() {

@@ -16,7 +16,7 @@ namespace tool {
 ///     /bytes/N          200 with N bytes; ?chunked and ?close leave out the length
 ///     /redirect/N       N redirects with status 302, or as ?status says, then /echo
 ///     /loop             a redirect to itself
-///     /private          200 for the user "device" with the password "secret: word", else 401
+///     /private          200 for the user "device" with the password "secret:word", else 401
 ///     /silence          no answer until the client is gone
 class Origin {
 public:

@@ -20,7 +20,7 @@ using tcp = asio::ip::tcp;
 using Request = http::request<http::string_body>;
 using Response = http::response<http::string_body>;
 
-constexpr std::string_view private_credentials = "Basic ZGV2aWNlOnNlY3JldDogd29yZA==";
+constexpr std::string_view private_credentials = "Basic ZGV2aWNlOnNlY3JldDp3b3Jk";
 
 /// A request target split as "/route/argument?query".
 struct Target {
