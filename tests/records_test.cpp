@@ -5,7 +5,7 @@
 #include <sstream>
 #include <vector>
 
-#include "Client/header_line.h"
+#include "Records/header_line.h"
 #include "Engine/wait_rule.h"
 #include "zel_http/client.h"
 

@@ -10,6 +10,7 @@
 
 #include "origin.h"
 #include "scripted_server.h"
+#include "support/exchange.h"
 
 namespace test {
 namespace {

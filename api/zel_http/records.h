@@ -90,7 +90,7 @@ struct ZEL_HTTP_API RequestConfig {
     /// Accept a chain that ends at any trusted certificate, not only at a root.
     bool tls_partial_chain = false;
     /// The client's own certificate and private key for mutual TLS, PEM files. Used only when both
-    /// are given and readable.
+    /// are given and readable. A redirect to another origin goes on without them.
     std::optional<std::string> own_cert;
     std::optional<std::string> own_pkey;
     /// An OpenSSL verify callback (pre-verification result, store context; non-zero accepts), run

@@ -2,6 +2,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -16,6 +17,13 @@
 #include "zel_http/engine.h"
 
 namespace test {
+
+/// Proxies of the environment have no way to servers on loopback.
+inline const bool without_proxies = [] {
+    for (const char* scheme : {"http_proxy", "https_proxy", "all_proxy"}) unsetenv(scheme);
+    for (const char* scheme : {"HTTPS_PROXY", "ALL_PROXY"}) unsetenv(scheme);
+    return true;
+}();
 
 /// How long a test waits for an event that must come.
 constexpr std::chrono::seconds patience{30};
@@ -79,7 +87,7 @@ public:
         }
     }
 
-    RecordingLogger logger;
+    tool::RecordingLogger logger;
     zel::http::LogFilter filter;
     boost::asio::io_context loop;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{

@@ -15,6 +15,7 @@ namespace tool {
 namespace {
 
 using zel::http::AuthMethod;
+using zel::http::LogFilter;
 using zel::http::Method;
 using zel::http::RequestConfig;
 
@@ -29,7 +30,17 @@ struct Options {
     std::string credentials;
     bool basic = false;
     double timeout = 0;
-    std::int32_t max_size = -1;
+    bool insecure = false;
+    std::string proxy_credentials;
+};
+
+/// What all requests have in common goes straight into their configuration.
+
+const std::map<std::string, LogFilter::Payload> payloads = {
+    {"none", LogFilter::None},
+    {"errors", LogFilter::Verbose},
+    {"requests", LogFilter::RequestBodies},
+    {"all", LogFilter::Full},
 };
 
 const std::map<std::string, Method> methods = {
@@ -63,8 +74,17 @@ void addHeader(const std::string& line, zel::http::HeaderMap& headers) {
                              value == std::string::npos ? "" : line.substr(value));
 }
 
-RequestConfig configure(const Options& options) {
-    RequestConfig config;
+/// "user:password"; the password is empty without a colon.
+void splitCredentials(const std::string& text, const char* option, std::string& user,
+                      std::string& password) {
+    const auto colon = text.find(':');
+    user = text.substr(0, colon);
+    if (user.empty()) refuse(std::string(option) + ": the user name is empty");
+    if (colon != std::string::npos) password = text.substr(colon + 1);
+}
+
+/// Adds to `config` what is more than one option's value.
+void complete(RequestConfig& config, const Options& options) {
     config.method = options.data ? Method::POST : Method::GET;
     if (!options.method.empty()) config.method = methods.at(options.method);
     if (options.data) {
@@ -75,18 +95,30 @@ RequestConfig configure(const Options& options) {
     }
     for (const auto& line : options.headers) addHeader(line, config.headers);
     if (!options.credentials.empty()) {
-        const auto colon = options.credentials.find(':');
-        config.user = options.credentials.substr(0, colon);
-        if (config.user.empty()) refuse("-u: the user name is empty");
-        if (colon != std::string::npos) config.password = options.credentials.substr(colon + 1);
+        splitCredentials(options.credentials, "-u", config.user, config.password);
     }
+    if (config.own_cert.has_value() != config.own_pkey.has_value()) {
+        refuse("--cert and --key go together");
+    }
+    config.tls_verify = !options.insecure;
     if (options.basic) config.auth_method = AuthMethod::BASIC;
     config.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(options.timeout * 1000));
-    config.max_download_size = options.max_size;
-    return config;
 }
 
-void declare(CLI::App& app, Options& options, CommandLine& command_line) {
+void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
+    const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
+        app.add_option(name, path, help)->check(CLI::ExistingPath)->option_text("PATH");
+    };
+    file("--ca-file", config.ca_file, "Trusted authorities, PEM, instead of the system's");
+    file("--ca-dir", config.ca_dir, "A directory of trusted authorities, hashed");
+    file("--cert", config.own_cert, "The client's own certificate, PEM");
+    file("--key", config.own_pkey, "The private key of --cert, PEM");
+    app.add_flag("--partial-chain", config.tls_partial_chain,
+                 "Let a chain end at any trusted certificate");
+    app.add_flag("--insecure", options.insecure, "Do not verify the server");
+}
+
+void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine& command_line) {
     constexpr auto largest = std::numeric_limits<std::int32_t>::max();
     app.add_option("URL", options.urls, "What to request; several run at once");
     app.add_option("-X,--request", options.method, "The method: GET, POST, PUT, PATCH or DELETE")
@@ -105,9 +137,15 @@ void declare(CLI::App& app, Options& options, CommandLine& command_line) {
     app.add_option("--timeout", options.timeout, "Seconds for the whole exchange; 0 for no limit")
         ->check(CLI::Range(0.0, longest_timeout))
         ->option_text("SECONDS");
-    app.add_option("--max-size", options.max_size, "The most body bytes accepted")
+    app.add_option("--max-size", config.max_download_size, "The most body bytes accepted")
         ->check(CLI::Range(0, largest))
         ->option_text("BYTES");
+    app.add_flag("--reset-state", config.reset_state,
+                 "Start clean: no cookies, connection or name look-up of before");
+    app.add_option("--proxy", command_line.proxy, "Tunnel through this proxy")->option_text("URL");
+    app.add_option("--proxy-user", options.proxy_credentials, "Credentials for the proxy")
+        ->option_text("USER:PASSWORD");
+    declareTls(app, options, config);
     app.add_flag("-i,--include", command_line.show_headers, "Print the response's headers too");
     app.add_option("-o,--output", command_line.output, "Write the body to a file")
         ->option_text("FILE");
@@ -115,6 +153,11 @@ void declare(CLI::App& app, Options& options, CommandLine& command_line) {
                    "Log to standard error, from 1 (summaries) to 9 (everything)")
         ->check(CLI::Range(0, 9))
         ->option_text("LEVEL");
+    app.add_option("--log-bodies", command_line.log_filter.payload,
+                   "Which bodies -v shows: none (and nothing else of the requests), errors, "
+                   "requests or all")
+        ->transform(CLI::CheckedTransformer(payloads).description(""))
+        ->option_text("WHICH");
 }
 
 std::string oneLine(const CLI::App* /*app*/, const CLI::Error& error) {
@@ -138,13 +181,18 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         "zel-http");
     app.failure_message(oneLine);
     Options options;
-    declare(app, options, command_line);
+    RequestConfig config;
+    declare(app, options, config, command_line);
     try {
         app.parse(argc, argv);
         if (options.urls.size() > 1 && !command_line.output.empty()) {
             refuse("-o: takes the body of one URL only");
         }
-        const RequestConfig config = configure(options);
+        complete(config, options);
+        if (!options.proxy_credentials.empty()) {
+            splitCredentials(options.proxy_credentials, "--proxy-user", command_line.proxy_user,
+                             command_line.proxy_password);
+        }
         for (const auto& url : options.urls) {
             command_line.requests.push_back(config);
             command_line.requests.back().url = url;

@@ -15,6 +15,11 @@ struct CommandLine {
     /// The file for the body; empty for standard output.
     std::string output;
     int log_level = 0;
+    zel::http::LogFilter log_filter;
+    /// The proxy for all requests; empty for none.
+    std::string proxy;
+    std::string proxy_user;
+    std::string proxy_password;
 };
 
 /// What ends the program at once: the text to print and the exit status, 0 for `--help` and 2 for

@@ -29,6 +29,8 @@ public:
         : command_line_(command_line), out_(out), waiting_(command_line.requests.size()) {}
 
     int run() {
+        session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
+                                         command_line_.proxy_password);
         for (const auto& config : command_line_.requests) start(config);
         const bool completed = session_.run([this] {
             handles_.clear();  // dropping a handle cancels its request
@@ -43,7 +45,7 @@ private:
         const auto begun = Clock::now();
         const std::string& url = config.url;
         handles_.push_back(session_.client().start_request(
-            config, {},
+            config, command_line_.log_filter,
             [this, begun, &url](const ResponseData& response) {
                 write(response);
                 report(fmt::format("{}  {:>10}", response.status, sizeText(response.body.size())),

@@ -2,11 +2,13 @@
 
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/ssl.hpp>
 #include <charconv>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace tool {
@@ -17,6 +19,7 @@ namespace beast = boost::beast;
 namespace http = beast::http;
 using tcp = asio::ip::tcp;
 
+using TlsStream = beast::ssl_stream<beast::tcp_stream>;
 using Request = http::request<http::string_body>;
 using Response = http::response<http::string_body>;
 
@@ -89,8 +92,10 @@ Response answer(const Request& request, const Target& target) {
         response.set("X-Method", request.method_string());
         response.set("X-Hop", "end");
         response.body() = request.body();
+        response.set(http::field::content_type, request[http::field::content_type]);
     } else if (target.route == "/status") {
         response.result(number(target.argument, 200));
+        response.set(http::field::content_type, "text/html");
         const auto code = response.result_int();
         if (code != 204 && code != 304) {
             response.body() = "status " + std::to_string(code) + "\n";
@@ -122,20 +127,34 @@ void frame(Response& response, const Request& request, const Target& target) {
 }
 
 /// One connection; keeps itself alive through its pending operation.
-class Connection : public std::enable_shared_from_this<Connection> {
+template <typename Stream>
+class Connection : public std::enable_shared_from_this<Connection<Stream>> {
 public:
-    explicit Connection(tcp::socket socket) : stream_(std::move(socket)) {}
+    template <typename... Arguments>
+    explicit Connection(Arguments&&... arguments)
+        : stream_(std::forward<Arguments>(arguments)...) {}
 
+    void start() {
+        if constexpr (std::is_same_v<Stream, TlsStream>) {
+            stream_.async_handshake(asio::ssl::stream_base::server,
+                                    [self = this->shared_from_this()](beast::error_code error) {
+                                        if (!error) self->read();
+                                    });
+        } else {
+            read();
+        }
+    }
+
+private:
     void read() {
         parser_.emplace();
         parser_->body_limit(std::numeric_limits<std::uint64_t>::max());
         http::async_read(stream_, buffer_, *parser_,
-                         [self = shared_from_this()](beast::error_code error, std::size_t) {
+                         [self = this->shared_from_this()](beast::error_code error, std::size_t) {
                              if (!error) self->handle();
                          });
     }
 
-private:
     void handle() {
         request_ = parser_->release();
         const std::string text(request_.target());
@@ -148,14 +167,15 @@ private:
         frame(response_, request_, target);
         serializer_.emplace(response_);
         http::async_write(stream_, *serializer_,
-                          [self = shared_from_this()](beast::error_code error, std::size_t) {
+                          [self = this->shared_from_this()](beast::error_code error, std::size_t) {
                               if (error) return;
                               if (self->response_.keep_alive()) {
                                   self->read();
                               } else {
                                   beast::error_code ignored;
-                                  self->stream_.socket().shutdown(tcp::socket::shutdown_send,
-                                                                  ignored);
+                                  beast::get_lowest_layer(self->stream_)
+                                      .socket()
+                                      .shutdown(tcp::socket::shutdown_send, ignored);
                               }
                           });
     }
@@ -163,10 +183,10 @@ private:
     void waitForClose() {
         stream_.async_read_some(
             buffer_.prepare(1),
-            [self = shared_from_this()](beast::error_code /*gone*/, std::size_t) {});
+            [self = this->shared_from_this()](beast::error_code /*gone*/, std::size_t) {});
     }
 
-    beast::tcp_stream stream_;
+    Stream stream_;
     beast::flat_buffer buffer_;
     boost::optional<http::request_parser<http::string_body>> parser_;
     Request request_;
@@ -176,8 +196,9 @@ private:
 
 }  // namespace
 
-Origin::Origin()
-    : acceptor_(loop_, {asio::ip::address_v4::loopback(), 0}),
+Origin::Origin(std::shared_ptr<asio::ssl::context> tls)
+    : tls_(std::move(tls)),
+      acceptor_(loop_, {asio::ip::address_v4::loopback(), 0}),
       port_(acceptor_.local_endpoint().port()) {
     accept();
     thread_ = std::thread([this] { loop_.run(); });
@@ -189,14 +210,18 @@ Origin::~Origin() {
 }
 
 std::string Origin::url(const std::string& target) const {
-    return "http://127.0.0.1:" + std::to_string(port_) + target;
+    return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_) + target;
 }
 
 void Origin::accept() {
     acceptor_.async_accept([this](beast::error_code error, tcp::socket socket) {
         if (!error) {
             socket.set_option(tcp::no_delay(true));
-            std::make_shared<Connection>(std::move(socket))->read();
+            if (tls_) {
+                std::make_shared<Connection<TlsStream>>(std::move(socket), *tls_)->start();
+            } else {
+                std::make_shared<Connection<beast::tcp_stream>>(std::move(socket))->start();
+            }
         }
         accept();
     });

@@ -2,6 +2,8 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -11,7 +13,7 @@ namespace tool {
 /// own. Ready when constructed; the destructor closes every connection. Its resources:
 ///
 ///     /hello            200 "hello\n"
-///     /echo             200 with the request's body and, in X-Method, its method
+///     /echo             200 with the request's body, its Content-Type, and its method in X-Method
 ///     /status/N         status N
 ///     /bytes/N          200 with N bytes; ?chunked and ?close leave out the length
 ///     /redirect/N       N redirects with status 302, or as ?status says, then /echo
@@ -20,7 +22,9 @@ namespace tool {
 ///     /silence          no answer until the client is gone
 class Origin {
 public:
-    Origin();
+    Origin() : Origin(nullptr) {}
+    /// Over TLS with the certificate that `tls` holds.
+    explicit Origin(std::shared_ptr<boost::asio::ssl::context> tls);
     Origin(const Origin&) = delete;
     Origin& operator=(const Origin&) = delete;
     ~Origin();
@@ -32,6 +36,7 @@ public:
 private:
     void accept();
 
+    std::shared_ptr<boost::asio::ssl::context> tls_;
     boost::asio::io_context loop_;
     boost::asio::ip::tcp::acceptor acceptor_;
     unsigned short port_;

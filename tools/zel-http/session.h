@@ -22,6 +22,7 @@ public:
     ~Session();
 
     zel::http::Client& client() { return *client_; }
+    zel::http::Engine& engine() { return *engine_; }
 
     /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.
     /// Returns false when that happened.

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Client/header_line.h"
+#include "Records/header_line.h"
 #include "eventlog/eventlog.h"
 
 namespace zel::http {

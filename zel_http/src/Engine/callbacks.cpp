@@ -14,6 +14,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/progress.h"
+#include "Engine/tls_isolation.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -102,6 +103,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
         const std::string_view line(data, bytes);
         if (line.substr(0, 5) == "HTTP/") task.headersOpen = true;
         if (line == "\r\n" || line == "\n") task.headersOpen = false;
+        if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
         task.request->notifyHeader(data, saturated(bytes));
         double length = 0.0;
         curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);

@@ -11,7 +11,9 @@
 #include <string>
 
 #include "Engine/easy_options.h"
+#include "Engine/redirect_rule.h"
 #include "Engine/tls_isolation.h"
+#include "Records/header_line.h"
 #include "certificate/certificate.h"
 #include "logging/logger.h"
 #include "zel_http/engine.h"
@@ -98,12 +100,22 @@ void isolateTlsPolicy(void* curl, const RequestConfig& config) {
         setLong<CURLOPT_FORBID_REUSE>(curl, 1);
         // Over HTTP/2 another transfer could join the connection while it is in use.
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
-        // A resumed session skips the verifier.
-        setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     }
     // libcurl caches filled stores by file name; one that allows partial chains must not be found.
     if (partial_chain) setLong<CURLOPT_CA_CACHE_TIMEOUT>(curl, 0);
     setLong<CURLOPT_SSL_OPTIONS>(curl, options);
+}
+
+void withholdClientCertificate(void* curl, std::string_view line) {
+    const auto header = splitHeaderLine(line);
+    if (!header || !boost::algorithm::iequals(header->name, "Location")) return;
+    long status = 0;
+    const char* url = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(curl, CURLINFO_EFFECTIVE_URL, &url);
+    if (status < 300 || status > 399 || !leavesOrigin(url, header->value)) return;
+    setText<CURLOPT_SSLCERT>(curl, nullptr);
+    setText<CURLOPT_SSLKEY>(curl, nullptr);
 }
 
 CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* config) {

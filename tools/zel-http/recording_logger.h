@@ -8,7 +8,7 @@
 
 #include "logging/logger.h"
 
-namespace test {
+namespace tool {
 
 /// Keeps its lines as "critical: text", "error: text", "info: text" or "N: text" for debug level N.
 class RecordingLogger final : public logging::Logger {
@@ -54,4 +54,4 @@ private:
     std::vector<std::string> lines_;
 };
 
-}  // namespace test
+}  // namespace tool

@@ -1,0 +1,115 @@
+// The X-Auth cookie and the clean start, on handles that hold cookies before the transfer.
+
+#include <gtest/gtest.h>
+
+#include "Engine/cookie_line.h"
+#include "support/probe_request.h"
+
+namespace test {
+namespace {
+
+using tool::RecordingLogger;
+using zel::http::Engine;
+
+/// Gives every handle these cookies before the steps that look at them.
+class CookieEngine : public Engine {
+public:
+    using Engine::Engine;
+    ~CookieEngine() override = default;
+    void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
+        for (const char* cookie : {"other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
+                                   ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
+                                   "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
+                                   "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
+            curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie);
+        }
+        before = getCurrentXAuthCookieDomainFromRequest(curl, "http://b.a.invalid/");
+        deleteCookiesFromRequest(curl, "http://b.a.invalid/");
+        after = getCurrentXAuthCookieDomainFromRequest(curl, "http://a.invalid/");
+        elsewhere = getCurrentXAuthCookieDomainFromRequest(curl, "http://other.invalid/");
+    }
+    std::string before, after, elsewhere;
+};
+
+class XAuthRequest : public ProbeRequest {
+public:
+    using ProbeRequest::ProbeRequest;
+    std::string xauthCookieDomain() const override { return domain; }
+    std::string domain;
+};
+
+TEST(Cookies, TheHostsOwnAreFoundAndDeletedAndNoOthers) {
+    RecordingLogger logger;
+    CookieEngine engine([](const auto& closure) { closure(); }, &logger);
+    probe("ftp://127.0.0.1/")->runToOutcome();
+    EXPECT_EQ(engine.before, "A.invalid");
+    EXPECT_EQ(engine.after, "");
+    EXPECT_EQ(engine.elsewhere, "other.invalid");
+    EXPECT_EQ(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 3U);
+}
+
+TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {
+    const tool::Origin origin;
+    struct Row {
+        bool required, check;
+        const char* domain;
+        const char* expected;
+        std::vector<const char*> messages;
+    };
+    const char* missing = "critical: Request '%' is missing required X-Auth cookie on outgoing request";
+    const char* set = "error: Set-Cookie for request: '%'";
+    const char* unexpected = "error: Domain in X-Auth 'c.d' does not match expected 'a.b'";
+    const char* different = "error: Domain in X-Auth 'c.d' is different from previous ''";
+    for (const Row& row : std::initializer_list<Row>{
+             {true, false, "c.d", "a.b", {missing}},
+             {false, true, "c.d", "a.b", {set, unexpected}},
+             {false, true, "c.d", "x.c.d", {}},
+             {false, true, "", "a.b", {}},
+             {true, true, "c.d", "c.d", {missing, set, different}},
+         }) {
+        Exchange host;
+        const std::string url = origin.url("/hello");
+        const auto request = std::make_shared<XAuthRequest>(url);
+        request->domain = row.domain;
+        request->config.xauth_required = row.required;
+        request->config.xauth_check_domain = row.check;
+        request->config.xauth_expected_domain = row.expected;
+        EXPECT_EQ(request->runToOutcome(), "200 end");
+        std::vector<std::string> messages = host.logger.lines("critical: ");
+        for (const auto& line : host.logger.lines("error: ")) messages.push_back(line);
+        std::vector<std::string> expected;
+        for (std::string message : row.messages) {
+            if (message.find('%') != std::string::npos) message.replace(message.find('%'), 1, url);
+            expected.push_back(message);
+        }
+        EXPECT_EQ(messages, expected);
+    }
+}
+
+TEST(Cookies, LinesAndHosts) {
+    const std::pair<const char*, bool> lines[] = {{"d\tF\t/\tF\t0\tn\tv", true},
+                                                  {"\t\t\t\t\t\t", true},
+                                                  {"d\tF\t/\tF\t0\tn", false},
+                                                  {"d\tF\t/\tF\t0\tn\tv\t", false},
+                                                  {"", false}};
+    for (const auto& [line, splits] : lines) {
+        const auto cookie = zel::http::splitCookieLine(line);
+        EXPECT_EQ(cookie.has_value(), splits) << line;
+        if (cookie && *line != '\t') {
+            EXPECT_EQ(zel::http::expiredCookieLine(*cookie, 7), "d\tF\t/\tF\t7\tn\tv");
+        }
+    }
+    struct Host {
+        const char* host;
+        const char* domain;
+        bool matches;
+    };
+    for (const Host& row : {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true},
+                            Host{"b.c", "B.C", true}, Host{"b.c", ".b.c", false},
+                            Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
+        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches) << row.host << row.domain;
+    }
+}
+
+}  // namespace
+}  // namespace test

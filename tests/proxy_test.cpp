@@ -1,0 +1,93 @@
+// Proxies, with squid and its access log as the witness, and digest authentication at an origin.
+
+#include <gtest/gtest.h>
+
+#include "scripted_server.h"
+#include "support/probe_request.h"
+#include "support/servers.h"
+
+namespace test {
+namespace {
+
+const std::string tls = " --ca-file {dir}/root.pem";
+
+/// squid's log once `line` stands there; it writes when a tunnel ends.
+std::string proxyLogWith(const std::string& line) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::string log;
+    while (log.find(line) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        log = contentOf(serverFile("squid.access"));
+    }
+    return log;
+}
+
+TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
+    const std::string proxy = at("http://{proxy}");
+    // 127.0.0.1 bypasses the proxy, so the server goes by a name that only the proxy knows.
+    const std::string port = at("{good}").substr(at("{good}").find(':'));
+    const std::string far = "https://device.example" + port + "/ --insecure";
+    {
+        Exchange exchange;
+        exchange.engine.setProxyConfig(proxy, "device", "p:ss wörd");
+        EXPECT_EQ(exchange.perform(far), "200 HTTP/2.0 TLSv1.3");
+        EXPECT_EQ(exchange.perform(at("https://{good12}/" + tls)), "200 TLSv1.2");
+        exchange.engine.setProxyConfig(proxy, "device", "wrong");
+        EXPECT_EQ(exchange.perform(far + " --reset-state").substr(0, 18), "<Protocol failure>");
+        exchange.engine.setProxyConfig("", "", "");
+        EXPECT_EQ(exchange.perform(far), "<DNS Lookup failure> Couldn't resolve host name");
+        const auto retried = probe(far);
+        retried->fallbackProxies = {"http://127.0.0.1:1",
+                                    "http://device:p%3Ass%20w%C3%B6rd@" + at("{proxy}")};
+        EXPECT_EQ(retried->runToOutcome(), "200 end");
+        for (const auto& line : exchange.logger.lines()) {
+            EXPECT_EQ(line.find("ss wörd"), std::string::npos) << line;
+        }
+    }
+    const std::string log = proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
+    EXPECT_NE(log.find("user=device status=200"), std::string::npos) << log;
+    EXPECT_EQ(log.find(at("{good12}")), std::string::npos) << log;
+}
+
+TEST(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
+    std::string stored;
+    std::string passed;
+    {
+        const std::string refusal = "HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=p\r\n"
+                                    "Connection: close\r\nContent-Length: 0\r\n\r\n";
+        std::vector<std::string> seen;
+        tool::ScriptedServer proxy([&](tool::Socket& socket) {
+            seen.push_back(tool::readRequest(socket));
+            tool::write(socket, refusal);
+        });
+        Exchange host;
+        host.engine.setProxyConfig(proxy.url(), "us:er", "");
+        host.perform("http://device.invalid/");
+        stored = seen.back();
+        // A fallback is tried without them, once, and then the outcome is delivered.
+        host.engine.setProxyConfig("http://127.0.0.1:1", "us:er", "secret");
+        const auto request = probe("http://device.invalid/");
+        request->fallbackProxies = {"http://127.0.0.1:1", proxy.url()};
+        EXPECT_EQ(request->runToOutcome().substr(0, 20), "0 <Protocol failure>");
+        EXPECT_EQ(request->outcomes, 1);
+        EXPECT_EQ(host.logger.lines("Retry with another proxy").size(), 2U);
+        passed = seen.back();
+        const auto dead = probe("http://device.invalid/");
+        dead->fallbackProxies = {"http://127.0.0.1:1", "http://127.0.0.1:1"};
+        EXPECT_EQ(dead->runToOutcome(),
+                  "0 <Failed to establish connection> Couldn't connect to server");
+        EXPECT_EQ(dead->outcomes, 1);
+    }
+    EXPECT_NE(stored.find("Proxy-Authorization: Basic dXM6ZXI6\r\n"), std::string::npos) << stored;
+    EXPECT_EQ(passed.find("Proxy-Authorization"), std::string::npos) << passed;
+}
+
+TEST(Digest, IsAnsweredWhenOfferedAndNotForcedToBasic) {
+    Exchange exchange;
+    const std::string url = at("http://{httpd}/addresses");
+    EXPECT_EQ(exchange.perform(url + " -u device:secret").substr(0, 4), "200 ");
+    EXPECT_EQ(exchange.perform(url + " -u device:wrong").substr(0, 4), "401 ");
+    EXPECT_EQ(exchange.perform(url + " -u device:secret --basic").substr(0, 4), "401 ");
+}
+
+}  // namespace
+}  // namespace test

@@ -1,0 +1,213 @@
+// TLS policies against real servers: who is delivered, who is refused, and that no connection made
+// under one policy serves a transfer under another.
+
+#include <curl/curl.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <openssl/ssl.h>
+
+#include <cstdarg>
+#include <set>
+
+#include "Engine/redirect_rule.h"
+#include "certificate/certificate.h"
+#include "support/probe_request.h"
+#include "support/servers.h"
+
+namespace {
+
+std::atomic<bool> without_isolation{false};
+
+const std::set<int> isolating = {CURLOPT_SSL_OPTIONS,  CURLOPT_FRESH_CONNECT,
+                                 CURLOPT_FORBID_REUSE, CURLOPT_HTTP_VERSION,
+                                 CURLOPT_CA_CACHE_TIMEOUT};
+
+std::atomic<int> verified{0};
+std::string seen_data;
+
+int accept(int, X509_STORE_CTX* context) {
+    ++verified;
+    X509_STORE_CTX_set_error(context, X509_V_OK);
+    return 1;
+}
+int reject(int, X509_STORE_CTX*) { return 0; }
+int keepVerdict(int verdict, X509_STORE_CTX* context) {
+    ++verified;
+    auto* ssl = static_cast<SSL*>(
+        X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    const void* data =
+        SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), certificate::sslctx_data_index());
+    seen_data = data == nullptr ? "none" : static_cast<const char*>(data);
+    return verdict;
+}
+
+}  // namespace
+
+// For the controls: leaves out the options that isolate policies, and hands on all others.
+extern "C" CURLcode filteredSetopt(CURL* easy, int number, ...) asm("curl_easy_setopt");
+extern "C" CURLcode filteredSetopt(CURL* easy, int number, ...) {
+    using Setopt = CURLcode (*)(CURL*, CURLoption, ...);
+    static const auto next = reinterpret_cast<Setopt>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+    const auto id = static_cast<CURLoption>(number);
+    std::va_list arguments;
+    va_start(arguments, number);
+    const bool is_long = number < CURLOPTTYPE_OBJECTPOINT;
+    const long argument = is_long ? va_arg(arguments, long) : 0;
+    void* pointer = is_long ? nullptr : va_arg(arguments, void*);
+    va_end(arguments);
+    if (without_isolation && isolating.count(number) != 0) return CURLE_OK;
+    return is_long ? next(easy, id, argument) : next(easy, id, pointer);
+}
+
+namespace test {
+namespace {
+
+using zel::http::RequestConfig;
+using Verifier = int (*)(int, X509_STORE_CTX*);
+
+const std::string refused = "<Protocol failure> SSL peer certificate or SSH remote key was not OK";
+const std::string bad_hook = "<Protocol failure> A libcurl function was given a bad argument";
+
+/// "200", or the whole text of anything else.
+std::string brief(const std::string& outcome) {
+    return outcome.rfind("200", 0) == 0 ? "200" : outcome;
+}
+
+RequestConfig policy(const std::string& line, Verifier verifier = nullptr) {
+    RequestConfig config = requestOf(at(line));
+    if (verifier != nullptr) config.verifier = verifier;
+    return config;
+}
+
+TEST(Tls, PoliciesAgainstCertificates) {
+    const std::string root = " --ca-file {dir}/root.pem";
+    const std::string intermediate = " --ca-file {dir}/intermediate.pem";
+    const std::string mine = " --cert {dir}/client.pem --key {dir}/client.key";
+    struct Row {
+        std::string line;
+        Verifier verifier;
+        std::string outcome;
+    };
+    const std::vector<Row> rows = {
+        {"https://{good}/" + root, nullptr, "200 HTTP/2.0 TLSv1.3"},
+        {"HTTPS://{good}/" + root, nullptr, "200 HTTP/2.0 TLSv1.3"},
+        {"https://{good12}/" + root, nullptr, "200 TLSv1.2"},
+        {"https://{good}/ --ca-dir {dir}/hashed", nullptr, "200 HTTP/2.0 TLSv1.3"},
+        {"https://{good}/", nullptr, refused},
+        {"https://{good}/ --ca-file {dir}/other_root.pem", nullptr, refused},
+        {"https://{good}/" + intermediate, nullptr, refused},
+        {"https://{good}/" + intermediate + " --partial-chain", nullptr, "200 HTTP/2.0 TLSv1.3"},
+        {"https://{wrong_name}/" + root, nullptr, refused},
+        {"https://{expired}/" + root, nullptr, refused},
+        {"https://{self_signed}/" + root, nullptr, refused},
+        {"https://{self_signed}/ --ca-file {dir}/self_signed.pem", nullptr, "200 self"},
+        {"https://{self_signed}/ --insecure --partial-chain", nullptr, "200 self"},
+        {"https://{wrong_name}/ --insecure", nullptr, "200 wrong_name"},
+        {"http://{plain}/to-https", nullptr, refused},  // libcurl's own defaults
+        {"https://{mutual}/" + root + mine, nullptr, "200 hello CN=client"},
+        {"https://{mutual}/ --insecure" + mine, nullptr, "200 hello CN=client"},
+        // A verifier has the last word, but not on the name.
+        {"https://{good}/" + root, reject, refused},
+        {"https://{good}/ --insecure", reject, refused},
+        {"https://{good}/", accept, "200 HTTP/1.1 TLSv1.3"},
+        {"https://{expired}/" + root, accept, "200 expired"},
+        {"https://{expired}/" + root, keepVerdict, refused},
+        {"https://{wrong_name}/" + root, accept, refused},
+        {"https://{good}/" + intermediate, keepVerdict, refused},
+        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict, "200 HTTP/1.1 TLSv1.3"},
+        {"https://{good}/" + intermediate + " --partial-chain", reject, refused},
+    };
+    Exchange exchange;
+    for (const Row& row : rows) {
+        verified = 0;
+        EXPECT_EQ(exchange.perform(policy(row.line, row.verifier)), row.outcome) << row.line;
+        if (row.verifier == keepVerdict) {
+            EXPECT_GT(verified, 0) << row.line;
+        }
+    }
+    RequestConfig config = policy("https://{good}/" + root, keepVerdict);
+    config.verifier_data = "for the verifier";
+    EXPECT_EQ(brief(exchange.perform(config)), "200");
+    EXPECT_EQ(seen_data, "for the verifier");
+    config.verifier = [&](int verdict, X509_STORE_CTX*) { return verdict; };
+    EXPECT_EQ(exchange.perform(config), bad_hook);
+    // No file at all is not the default bundle; a half or unreadable pair is no client certificate.
+    config = policy("https://{good}/ --ca-file {dir}/root.pem");
+    config.ca_file = "";
+    EXPECT_NE(brief(exchange.perform(config)), "200");
+    for (const char* key : {"", "/no/such/key"}) {
+        config = policy("https://{mutual}/" + root + mine);
+        config.own_pkey = key;
+        EXPECT_EQ(exchange.perform(config).substr(0, 4), "400 ") << key;
+    }
+}
+
+/// Each second request may not be served through what the first left behind: with the isolation it
+/// is judged by its own policy, without it (the control) it is let through.
+TEST(Tls, NoPolicyServesAnother) {
+    const std::string root = " --ca-file {dir}/root.pem";
+    const std::string other = " --ca-file {dir}/other_root.pem";
+    const std::string intermediate = " --ca-file {dir}/intermediate.pem";
+    struct Row {
+        const char* what;
+        RequestConfig first;
+        RequestConfig second;
+    };
+    const Row rows[] = {
+        {"kept alive, then a verifier", policy("https://{good}/" + root),
+         policy("https://{good}/" + root, reject)},
+        {"lenient verifier, then none", policy("https://{good}/" + other, accept),
+         policy("https://{good}/" + other)},
+        {"two verifiers", policy("https://{good}/" + other, accept),
+         policy("https://{good}/" + other, reject)},
+        {"partial chains, then none", policy("https://{good}/ --partial-chain" + intermediate),
+         policy("https://{good}/" + intermediate)},
+        {"in use over HTTP/2", policy("https://{good}/slow/nginx.conf" + root),
+         policy("https://{good}/" + root, reject)},
+    };
+    for (const bool control : {false, true}) {
+        without_isolation = control;
+        for (const Row& row : rows) {
+            Exchange exchange;
+            const auto first = std::make_shared<ProbeRequest>("");
+            first->config = row.first;
+            first->runRequest();
+            if (row.first.url.find("slow") != std::string::npos) {
+                while (first->received == 0) std::this_thread::yield();
+            } else {
+                EXPECT_EQ(first->outcome(), "200 end") << row.what;
+            }
+            EXPECT_EQ(brief(exchange.perform(row.second)), control ? "200" : refused) << row.what;
+            if (control) continue;
+            EXPECT_EQ(exchange.perform(row.second), refused) << row.what << ", again";
+        }
+    }
+    without_isolation = false;
+    // TLS sessions belong to one transfer: libcurl shares them through a share handle only.
+    Exchange exchange;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(exchange.perform(at("https://{good12}/reused" + root)), "200 .");
+    }
+}
+
+/// The server tells what came along: nothing that belongs to the first origin alone.
+TEST(Tls, NothingFollowsToAnotherOrigin) {
+    Exchange exchange;
+    EXPECT_EQ(exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
+                                  "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
+              "200 client NONE");
+    const std::string log = contentOf(serverFile("nginx.access"));
+    EXPECT_NE(log.find("GET /seen client=NONE auth=- cookie=-\n"), std::string::npos) << log;
+    // What leads away, and what does not.
+    const std::pair<const char*, bool> rows[] = {
+        {"/path", false},          {"https://a.b/", false},   {"//A.B:443/x", false},
+        {"HTTPS://u@a.b/", false}, {"http://a.b/", true},     {"https://a.b:444/", true},
+        {"https://b.a.b/", true},  {"//c/", true},            {"https://[bad/", true},
+    };
+    for (const auto& [location, leaves] : rows) {
+        EXPECT_EQ(zel::http::leavesOrigin("https://a.b/start", location), leaves) << location;
+    }
+}
+
+}  // namespace
+}  // namespace test
