@@ -56,7 +56,8 @@ TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {
         const char* expected;
         std::vector<const char*> messages;
     };
-    const char* missing = "critical: Request '%' is missing required X-Auth cookie on outgoing request";
+    const char* missing =
+        "critical: Request '%' is missing required X-Auth cookie on outgoing request";
     const char* set = "error: Set-Cookie for request: '%'";
     const char* unexpected = "error: Domain in X-Auth 'c.d' does not match expected 'a.b'";
     const char* different = "error: Domain in X-Auth 'c.d' is different from previous ''";
@@ -104,10 +105,11 @@ TEST(Cookies, LinesAndHosts) {
         const char* domain;
         bool matches;
     };
-    for (const Host& row : {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true},
-                            Host{"b.c", "B.C", true}, Host{"b.c", ".b.c", false},
-                            Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
-        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches) << row.host << row.domain;
+    for (const Host& row :
+         {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true}, Host{"b.c", "B.C", true},
+          Host{"b.c", ".b.c", false}, Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
+        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches)
+            << row.host << row.domain;
     }
 }
 

@@ -17,7 +17,8 @@ using zel::http::RequestConfig;
 class LogTest : public testing::Test {
 protected:
     /// The client's lines of one exchange that echoes `body`, sorted within headers by the map.
-    std::vector<std::string> linesOf(int level, const RequestConfig& config, const LogFilter& filter) {
+    std::vector<std::string> linesOf(int level, const RequestConfig& config,
+                                     const LogFilter& filter) {
         RecordingLogger logger(level);
         Exchange exchange;
         exchange.client = zel::http::createClient(exchange.executor, logger);
@@ -66,7 +67,9 @@ TEST_F(LogTest, PayloadByStatusAndLevel) {
         filter.payload = row.payload;
         Lines lines = linesOf(row.level, echo("{}", row.target), filter);
         EXPECT_EQ(lines.empty(), row.payload == LogFilter::None);
-        const auto no_body = [](const auto& line) { return line.find(" Body") == std::string::npos; };
+        const auto no_body = [](const auto& line) {
+            return line.find(" Body") == std::string::npos;
+        };
         lines.erase(std::remove_if(lines.begin(), lines.end(), no_body), lines.end());
         EXPECT_EQ(lines, row.bodies) << static_cast<int>(row.payload) << row.target << row.level;
     }
@@ -94,9 +97,12 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
                 EXPECT_EQ(line.find(secret), std::string::npos) << line;
             }
         }
-        Lines expected = {"1: HTTP(1) => POST http://...", "1:  TrackingId: t",
-                          "1:  Body: masked", "1:  Body: masked",
-                          "1: HTTP(1) <= 200", "1:  Location: /echo?status=307"};
+        Lines expected = {"1: HTTP(1) => POST http://...",
+                          "1:  TrackingId: t",
+                          "1:  Body: masked",
+                          "1:  Body: masked",
+                          "1: HTTP(1) <= 200",
+                          "1:  Location: /echo?status=307"};
         std::sort(expected.begin(), expected.end());
         lines.erase(std::remove_if(lines.begin(), lines.end(),
                                    [](const auto& line) { return line[0] == '6'; }),
@@ -139,7 +145,8 @@ TEST_F(LogTest, BodiesInChunks) {
 }
 
 TEST(Encoding, EveryByteAgainstTheRule) {
-    const std::string kept = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'()";
+    const std::string kept =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'()";
     for (int byte = 0; byte < 256; ++byte) {
         const std::string text(1, static_cast<char>(byte));
         const std::string escaped = fmt::format("%{:02X}", byte);

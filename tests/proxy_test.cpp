@@ -43,7 +43,8 @@ TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
             EXPECT_EQ(line.find("ss wörd"), std::string::npos) << line;
         }
     }
-    const std::string log = proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
+    const std::string log =
+        proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
     EXPECT_NE(log.find("user=device status=200"), std::string::npos) << log;
     EXPECT_EQ(log.find(at("{good12}")), std::string::npos) << log;
 }
@@ -52,8 +53,9 @@ TEST(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
     std::string stored;
     std::string passed;
     {
-        const std::string refusal = "HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=p\r\n"
-                                    "Connection: close\r\nContent-Length: 0\r\n\r\n";
+        const std::string refusal =
+            "HTTP/1.1 407 No\r\nProxy-Authenticate: Basic realm=p\r\n"
+            "Connection: close\r\nContent-Length: 0\r\n\r\n";
         std::vector<std::string> seen;
         tool::ScriptedServer proxy([&](tool::Socket& socket) {
             seen.push_back(tool::readRequest(socket));

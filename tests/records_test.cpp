@@ -5,8 +5,8 @@
 #include <sstream>
 #include <vector>
 
-#include "Records/header_line.h"
 #include "Engine/wait_rule.h"
+#include "Records/header_line.h"
 #include "zel_http/client.h"
 
 namespace zel::http {

@@ -18,9 +18,8 @@ namespace {
 
 std::atomic<bool> without_isolation{false};
 
-const std::set<int> isolating = {CURLOPT_SSL_OPTIONS,  CURLOPT_FRESH_CONNECT,
-                                 CURLOPT_FORBID_REUSE, CURLOPT_HTTP_VERSION,
-                                 CURLOPT_CA_CACHE_TIMEOUT};
+const std::set<int> isolating = {CURLOPT_SSL_OPTIONS, CURLOPT_FRESH_CONNECT, CURLOPT_FORBID_REUSE,
+                                 CURLOPT_HTTP_VERSION, CURLOPT_CA_CACHE_TIMEOUT};
 
 std::atomic<int> verified{0};
 std::string seen_data;
@@ -35,8 +34,7 @@ int keepVerdict(int verdict, X509_STORE_CTX* context) {
     ++verified;
     auto* ssl = static_cast<SSL*>(
         X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
-    const void* data =
-        SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), certificate::sslctx_data_index());
+    const void* data = SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), certificate::sslctx_data_index());
     seen_data = data == nullptr ? "none" : static_cast<const char*>(data);
     return verdict;
 }
@@ -114,7 +112,8 @@ TEST(Tls, PoliciesAgainstCertificates) {
         {"https://{expired}/" + root, keepVerdict, refused},
         {"https://{wrong_name}/" + root, accept, refused},
         {"https://{good}/" + intermediate, keepVerdict, refused},
-        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict, "200 HTTP/1.1 TLSv1.3"},
+        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict,
+         "200 HTTP/1.1 TLSv1.3"},
         {"https://{good}/" + intermediate + " --partial-chain", reject, refused},
     };
     Exchange exchange;
@@ -193,16 +192,17 @@ TEST(Tls, NoPolicyServesAnother) {
 /// The server tells what came along: nothing that belongs to the first origin alone.
 TEST(Tls, NothingFollowsToAnotherOrigin) {
     Exchange exchange;
-    EXPECT_EQ(exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
-                                  "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
-              "200 client NONE");
+    EXPECT_EQ(
+        exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
+                            "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
+        "200 client NONE");
     const std::string log = contentOf(serverFile("nginx.access"));
     EXPECT_NE(log.find("GET /seen client=NONE auth=- cookie=-\n"), std::string::npos) << log;
     // What leads away, and what does not.
     const std::pair<const char*, bool> rows[] = {
-        {"/path", false},          {"https://a.b/", false},   {"//A.B:443/x", false},
-        {"HTTPS://u@a.b/", false}, {"http://a.b/", true},     {"https://a.b:444/", true},
-        {"https://b.a.b/", true},  {"//c/", true},            {"https://[bad/", true},
+        {"/path", false},          {"https://a.b/", false}, {"//A.B:443/x", false},
+        {"HTTPS://u@a.b/", false}, {"http://a.b/", true},   {"https://a.b:444/", true},
+        {"https://b.a.b/", true},  {"//c/", true},          {"https://[bad/", true},
     };
     for (const auto& [location, leaves] : rows) {
         EXPECT_EQ(zel::http::leavesOrigin("https://a.b/start", location), leaves) << location;

@@ -73,7 +73,7 @@ TEST(Tool, OutcomesAndExitStatus) {
         {"-o /tmp/x" + hello + hello, "zel-http: -o: takes the body of one URL", 2},
         {"-o /no/such/file" + hello, "zel-http: -o: cannot write /no/such/file", 2},
         {"--brew", "zel-http: ", 2},
-        {"", "16 of 16 scenarios as expected", 0},
+        {"", "22 of 22 scenarios as expected", 0},
     };
     for (const Row& row : rows) {
         const std::string output = Tool(row.arguments).finish();

@@ -45,8 +45,8 @@ Identity make(const char* name, int kind, const char* value, const Identity* iss
     X509_gmtime_adj(X509_getm_notBefore(certificate), -a_day);
     X509_gmtime_adj(X509_getm_notAfter(certificate), a_day);
     std::array<unsigned char, 64> common_name{};
-    const int length = std::snprintf(reinterpret_cast<char*>(common_name.data()),
-                                     common_name.size(), "%s", name);
+    const int length =
+        std::snprintf(reinterpret_cast<char*>(common_name.data()), common_name.size(), "%s", name);
     X509_NAME_add_entry_by_NID(X509_get_subject_name(certificate), NID_commonName, MBSTRING_ASC,
                                common_name.data(), length, -1, 0);
     X509_set_issuer_name(certificate,

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <boost/asio/ip/tcp.hpp>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -14,9 +13,11 @@
 #include <vector>
 
 #include "origin.h"
+#include "recording_logger.h"
 #include "scripted_server.h"
 #include "session.h"
 #include "text.h"
+#include "tls_stage.h"
 
 namespace tool {
 namespace {
@@ -61,14 +62,6 @@ RequestConfig request(Method method, const std::string& url, const std::string& 
     return {method, url, {}, body, 0ms, {}};
 }
 
-/// A port on which nobody listens: the kernel's choice, given back.
-unsigned short closedPort() {
-    boost::asio::io_context loop;
-    const boost::asio::ip::tcp::acceptor acceptor(loop,
-                                                  {boost::asio::ip::address_v4::loopback(), 0});
-    return acceptor.local_endpoint().port();
-}
-
 class Demonstration {
 public:
     Demonstration() { arrange(); }
@@ -83,6 +76,7 @@ public:
         }
         std::cout << fmt::format("{} of {} scenarios as expected\n", as_expected_,
                                  scenarios_.size());
+        if (tls_.http2().empty()) std::cout << "HTTP/2 was left out: there is no nginx here\n";
         return as_expected_ == scenarios_.size() ? 0 : 1;
     }
 
@@ -111,6 +105,8 @@ private:
             request(Method::GET, "http://no-such-host.invalid/"));
         add("answer cut short", "<Protocol failure> (Transferred a partial file)",
             request(Method::GET, broken_.url()));
+        addTls();
+        addMaskedLog();
         addManyAtOnce();
     }
 
@@ -143,6 +139,51 @@ private:
             handles_.push_back(perform(later, [came, report](const auto&) { report(*came); }));
         };
         scenarios_.push_back({"handle dropped", "no outcome", start});
+    }
+
+    void addTls() {
+        const auto trusting = [this](const Origin& origin) {
+            RequestConfig config = request(Method::GET, origin.url("/hello"));
+            config.ca_file = tls_.certificates().file("root.pem");
+            return config;
+        };
+        const std::string refused =
+            "<Protocol failure> (SSL peer certificate or SSH remote key was not OK)";
+        add("verified HTTPS", "200, \"hello\"", trusting(tls_.local()));
+        RequestConfig strange = trusting(tls_.local());
+        strange.ca_file.reset();  // the system's bundle does not know the root
+        add("unknown authority", refused, strange);
+        add("wrong host name", refused, trusting(tls_.elsewhere()));
+        RequestConfig mutual = trusting(tls_.mutual());
+        mutual.own_cert = tls_.certificates().file("client.pem");
+        mutual.own_pkey = tls_.certificates().file("client.key");
+        add("mutual TLS", "200, \"hello\"", mutual);
+        RequestConfig second = trusting(tls_.local());
+        second.url = tls_.http2();
+        if (!second.url.empty()) add("HTTP/2, from nginx", "200, \"HTTP/2.0\"", second);
+    }
+
+    /// Logs everything of an exchange, and shows its body line unless a secret is in any line.
+    void addMaskedLog() {
+        const auto start = [this](const Report& report) {
+            RequestConfig config = request(Method::POST, origin_.url("/echo"), "password=secret");
+            config.headers = {{"Content-Type", "application/x-www-form-urlencoded"},
+                              {"X-Key", "secret"}};
+            zel::http::LogFilter filter;
+            filter.request_body_filter = [](const std::string&) { return "password=***"; };
+            filter.response_body_filter = filter.request_body_filter;
+            filter.headers_filter = [](zel::http::HeaderMap headers) {
+                headers.erase("X-Key");
+                return headers;
+            };
+            const auto done = [this, report](auto, const auto&) {
+                report(masked_log_.lines("secret").empty() ? masked_log_.lines("Body").at(0)
+                                                           : masked_log_.lines("secret").at(0));
+            };
+            masking_client_ = session_.createClient(masked_log_);
+            masking_client_->start_request(config, filter, done, done);
+        };
+        scenarios_.push_back({"masked log", "1:  Body: password=***", start});
     }
 
     void addManyAtOnce() {
@@ -199,7 +240,10 @@ private:
 
     Origin origin_;
     ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
+    TlsStage tls_;
+    RecordingLogger masked_log_{9};
     Session session_;
+    std::shared_ptr<zel::http::Client> masking_client_;
     std::vector<Scenario> scenarios_;
     std::size_t current_ = 0;
     std::size_t as_expected_ = 0;

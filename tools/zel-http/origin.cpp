@@ -227,4 +227,10 @@ void Origin::accept() {
     });
 }
 
+unsigned short closedPort() {
+    asio::io_context loop;
+    const tcp::acceptor acceptor(loop, {asio::ip::address_v4::loopback(), 0});
+    return acceptor.local_endpoint().port();
+}
+
 }  // namespace tool

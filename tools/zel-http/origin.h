@@ -43,4 +43,7 @@ private:
     std::thread thread_;
 };
 
+/// A port on which nobody listens: the kernel's choice, given back.
+unsigned short closedPort();
+
 }  // namespace tool

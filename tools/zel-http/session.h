@@ -22,6 +22,10 @@ public:
     ~Session();
 
     zel::http::Client& client() { return *client_; }
+    /// Another client, with log lines of its own.
+    std::shared_ptr<zel::http::Client> createClient(logging::Logger& logger) {
+        return zel::http::createClient(executor_, logger);
+    }
     zel::http::Engine& engine() { return *engine_; }
 
     /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.

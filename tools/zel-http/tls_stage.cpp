@@ -1,0 +1,92 @@
+#include "tls_stage.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <fstream>
+#include <memory>
+
+namespace tool {
+namespace {
+
+namespace ssl = boost::asio::ssl;
+
+std::shared_ptr<ssl::context> serverContext(const Certificates& certificates,
+                                            const std::string& name, bool asks_client) {
+    auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
+    context->use_certificate_chain_file(certificates.file(name + ".pem"));
+    context->use_private_key_file(certificates.file(name + ".key"), ssl::context::pem);
+    if (asks_client) {
+        context->load_verify_file(certificates.file("root.pem"));
+        context->set_verify_mode(ssl::verify_peer | ssl::verify_fail_if_no_peer_cert);
+    }
+    return context;
+}
+
+/// Everything nginx writes stays in the directory.
+constexpr const char* nginx_configuration =
+    R"(daemon on; pid {0}/nginx.pid; error_log {0}/nginx.log;
+events {{}}
+http {{
+    access_log off;
+    client_body_temp_path {0}/b; proxy_temp_path {0}/p; fastcgi_temp_path {0}/f;
+    uwsgi_temp_path {0}/u; scgi_temp_path {0}/s;
+    server {{
+        listen 127.0.0.1:{1} ssl http2;
+        ssl_certificate {0}/local.pem;
+        ssl_certificate_key {0}/local.key;
+        location / {{ return 200 $server_protocol; }}
+    }}
+}}
+)";
+
+/// Runs nginx with the configuration until it has become a daemon, listening; false without nginx.
+bool run(const std::string& configuration, const std::string& log) {
+    std::array<const char*, 6> arguments = {"nginx", "-c",        configuration.c_str(),
+                                            "-e",    log.c_str(), nullptr};
+    for (const char* path : {"/usr/sbin/nginx", "/usr/bin/nginx", "/usr/local/sbin/nginx"}) {
+        posix_spawn_file_actions_t quiet;
+        posix_spawn_file_actions_init(&quiet);
+        posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        pid_t child = -1;
+        const int error = posix_spawn(&child, path, &quiet, nullptr,
+                                      const_cast<char**>(arguments.data()), environ);
+        posix_spawn_file_actions_destroy(&quiet);
+        int status = -1;
+        if (error == 0) return waitpid(child, &status, 0) == child && status == 0;
+    }
+    return false;
+}
+
+}  // namespace
+
+TlsStage::TlsStage()
+    : local_(serverContext(certificates_, "local", false)),
+      elsewhere_(serverContext(certificates_, "elsewhere", false)),
+      mutual_(serverContext(certificates_, "local", true)) {
+    startNginx();
+}
+
+TlsStage::~TlsStage() {
+    if (nginx_ <= 0) return;
+    kill(nginx_, SIGTERM);
+    // No child of ours: watch it go, since it still writes where the certificates are removed next.
+    for (int i = 0; i < 500 && kill(nginx_, 0) == 0; ++i) usleep(10'000);
+}
+
+void TlsStage::startNginx() {
+    const unsigned short port = closedPort();
+    const std::string directory = certificates_.file("");
+    const std::string configuration = certificates_.file("nginx.conf");
+    std::ofstream(configuration) << fmt::format(nginx_configuration, directory, port);
+    if (!run(configuration, certificates_.file("nginx.log"))) return;
+    std::ifstream(certificates_.file("nginx.pid")) >> nginx_;
+    http2_ = fmt::format("https://127.0.0.1:{}/", port);
+}
+
+}  // namespace tool
