@@ -1,6 +1,5 @@
 #include "tls_stage.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
 #include <spawn.h>
@@ -30,7 +29,7 @@ std::shared_ptr<ssl::context> serverContext(const Certificates& certificates,
 
 /// Everything nginx writes stays in the directory.
 constexpr const char* nginx_configuration =
-    R"(daemon on; pid {0}/nginx.pid; error_log {0}/nginx.log;
+    R"(daemon off; pid {0}/nginx.pid; error_log {0}/nginx.log;
 events {{}}
 http {{
     access_log off;
@@ -45,20 +44,29 @@ http {{
 }}
 )";
 
-/// Runs nginx with the configuration until it has become a daemon, listening; false without nginx.
-bool run(const std::string& configuration, const std::string& log) {
-    std::array<const char*, 6> arguments = {"nginx", "-c",        configuration.c_str(),
+/// Starts nginx with the configuration; -1 without one.
+pid_t spawnNginx(const std::string& configuration, const std::string& log) {
+    std::array<const char*, 6> arguments = {"nginx", "-c", configuration.c_str(),
                                             "-e",    log.c_str(), nullptr};
     for (const char* path : {"/usr/sbin/nginx", "/usr/bin/nginx", "/usr/local/sbin/nginx"}) {
-        posix_spawn_file_actions_t quiet;
-        posix_spawn_file_actions_init(&quiet);
-        posix_spawn_file_actions_addopen(&quiet, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
         pid_t child = -1;
-        const int error = posix_spawn(&child, path, &quiet, nullptr,
-                                      const_cast<char**>(arguments.data()), environ);
-        posix_spawn_file_actions_destroy(&quiet);
-        int status = -1;
-        if (error == 0) return waitpid(child, &status, 0) == child && status == 0;
+        if (access(path, X_OK) == 0 && posix_spawn(&child, path, nullptr, nullptr,
+                                                   const_cast<char**>(arguments.data()),
+                                                   environ) == 0) {
+            return child;
+        }
+    }
+    return -1;
+}
+
+/// Waits, up to 5 s, until somebody listens there.
+bool answers(unsigned short port) {
+    boost::asio::io_context loop;
+    for (int i = 0; i < 500; ++i, usleep(10'000)) {
+        boost::system::error_code refused;
+        boost::asio::ip::tcp::socket(loop).connect(
+            {boost::asio::ip::address_v4::loopback(), port}, refused);
+        if (!refused) return true;
     }
     return false;
 }
@@ -75,18 +83,15 @@ TlsStage::TlsStage()
 TlsStage::~TlsStage() {
     if (nginx_ <= 0) return;
     kill(nginx_, SIGTERM);
-    // No child of ours: watch it go, since it still writes where the certificates are removed next.
-    for (int i = 0; i < 500 && kill(nginx_, 0) == 0; ++i) usleep(10'000);
+    waitpid(nginx_, nullptr, 0);
 }
 
 void TlsStage::startNginx() {
     const unsigned short port = closedPort();
-    const std::string directory = certificates_.file("");
     const std::string configuration = certificates_.file("nginx.conf");
-    std::ofstream(configuration) << fmt::format(nginx_configuration, directory, port);
-    if (!run(configuration, certificates_.file("nginx.log"))) return;
-    std::ifstream(certificates_.file("nginx.pid")) >> nginx_;
-    http2_ = fmt::format("https://127.0.0.1:{}/", port);
+    std::ofstream(configuration) << fmt::format(nginx_configuration, certificates_.file(""), port);
+    nginx_ = spawnNginx(configuration, certificates_.file("nginx.log"));
+    if (nginx_ > 0 && answers(port)) http2_ = fmt::format("https://127.0.0.1:{}/", port);
 }
 
 }  // namespace tool
