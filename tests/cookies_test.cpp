@@ -17,10 +17,9 @@ public:
     using Engine::Engine;
     ~CookieEngine() override = default;
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
-        for (const char* cookie : {"other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
-                                   ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
-                                   "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
-                                   "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
+        for (const char* cookie :
+             {"other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother", ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
+              "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine", "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
             curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie);
         }
         before = getCurrentXAuthCookieDomainFromRequest(curl, "http://b.a.invalid/");
@@ -54,36 +53,28 @@ TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {
         bool required, check;
         const char* domain;
         const char* expected;
-        std::vector<const char*> messages;
+        std::string messages;
     };
-    const char* missing =
-        "critical: Request '%' is missing required X-Auth cookie on outgoing request";
-    const char* set = "error: Set-Cookie for request: '%'";
-    const char* unexpected = "error: Domain in X-Auth 'c.d' does not match expected 'a.b'";
-    const char* different = "error: Domain in X-Auth 'c.d' is different from previous ''";
-    for (const Row& row : std::initializer_list<Row>{
-             {true, false, "c.d", "a.b", {missing}},
-             {false, true, "c.d", "a.b", {set, unexpected}},
-             {false, true, "c.d", "x.c.d", {}},
-             {false, true, "", "a.b", {}},
-             {true, true, "c.d", "c.d", {missing, set, different}},
-         }) {
+    const std::string url = origin.url("/hello");
+    const std::string missing =
+        "critical: Request '" + url + "' is missing required X-Auth cookie on outgoing request|";
+    const std::string set = "error: Set-Cookie for request: '" + url + "'|";
+    const std::string unexpected = set + "error: Domain in X-Auth 'c.d' does not match expected 'a.b'|";
+    const std::string different = set + "error: Domain in X-Auth 'c.d' is different from previous ''|";
+    for (const Row& row : {Row{true, false, "c.d", "a.b", missing}, Row{false, true, "c.d", "a.b", unexpected},
+                           Row{false, true, "c.d", "x.c.d", ""}, Row{false, true, "", "a.b", ""},
+                           Row{true, true, "c.d", "c.d", missing + different}}) {
         Exchange host;
-        const std::string url = origin.url("/hello");
         const auto request = std::make_shared<XAuthRequest>(url);
         request->domain = row.domain;
         request->config.xauth_required = row.required;
         request->config.xauth_check_domain = row.check;
         request->config.xauth_expected_domain = row.expected;
         EXPECT_EQ(request->runToOutcome(), "200 end");
-        std::vector<std::string> messages = host.logger.lines("critical: ");
-        for (const auto& line : host.logger.lines("error: ")) messages.push_back(line);
-        std::vector<std::string> expected;
-        for (std::string message : row.messages) {
-            if (message.find('%') != std::string::npos) message.replace(message.find('%'), 1, url);
-            expected.push_back(message);
-        }
-        EXPECT_EQ(messages, expected);
+        std::string messages;
+        for (const auto& line : host.logger.lines("critical: ")) messages += line + "|";
+        for (const auto& line : host.logger.lines("error: ")) messages += line + "|";
+        EXPECT_EQ(messages, row.messages);
     }
 }
 
@@ -105,11 +96,9 @@ TEST(Cookies, LinesAndHosts) {
         const char* domain;
         bool matches;
     };
-    for (const Host& row :
-         {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true}, Host{"b.c", "B.C", true},
-          Host{"b.c", ".b.c", false}, Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
-        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches)
-            << row.host << row.domain;
+    for (const Host& row : {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true}, Host{"b.c", "B.C", true},
+                            Host{"b.c", ".b.c", false}, Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
+        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches) << row.host << row.domain;
     }
 }
 

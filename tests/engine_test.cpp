@@ -48,9 +48,7 @@ TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
     Exchange host;
     EXPECT_EQ(Engine::getEngine(), &host.engine);
     Gate gate(host.engine);
-    const auto mark = [&](const std::string& name) {
-        return [&, name] { host.logger.add("mark " + name); };
-    };
+    const auto mark = [&](const std::string& name) { return [&, name] { host.logger.add("mark " + name); }; };
     std::thread([&] { host.engine.queueRequest(mark("a")); }).join();
     host.engine.queueRequest([&] {
         host.logger.add("mark b");
@@ -183,8 +181,7 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
         const std::string request = readRequest(socket);
         if (request.rfind("PUT", 0) == 0) {
             sentinel_done.get_future().wait();
-            body_by_then.set_value(request.size() - request.find("\r\n\r\n") - 4 +
-                                   socket.available());
+            body_by_then.set_value(request.size() - request.find("\r\n\r\n") - 4 + socket.available());
             std::string body(1000, '\0');
             boost::asio::read(socket, boost::asio::buffer(body));
             write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");

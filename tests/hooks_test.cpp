@@ -61,9 +61,7 @@ TEST(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
         EXPECT_EQ(request->outcomes, 0);
         request->resumeRequest();
         EXPECT_EQ(request->outcome(),
-                  refuses
-                      ? "200 <Protocol failure> Failed writing received data to disk/application"
-                      : "200 end");
+                  refuses ? "200 <Protocol failure> Failed writing received data to disk/application" : "200 end");
         EXPECT_EQ(request->received, 2000U);
     }
 }

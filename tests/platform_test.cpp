@@ -27,8 +27,7 @@ using Handle = oru::AsyncActionHandle<struct Tag>;
 using Function = std::function<void()>;
 using Policy = oru::thread::scheduler_policy;
 
-void runThread(const oru::thread::attributes& attributes, const Function& body,
-               const std::string& name = "contract") {
+void runThread(const oru::thread::attributes& attributes, const Function& body, const std::string& name = "contract") {
     oru::thread thread;
     oru::thread::create_thread(name, attributes, thread.id, new Function(body));
     oru::thread moved = std::move(thread);
@@ -131,8 +130,7 @@ TEST(Handle, FiresOnceCancelsOnceAndMoves) {
     moved.cancel();
     repeating();
     EXPECT_EQ(fired, 3);
-    EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}),
-                 "this->active_flag");
+    EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}), "this->active_flag");
 }
 
 TEST(Containers, HashAndEqualityAgree) {
@@ -169,8 +167,8 @@ TEST(EventLogDeathTest, DiesWithItsText) {
     testing::internal::CaptureStderr();
     eventlog("no harm done\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "no harm done\n");
-    EXPECT_EXIT(eventlog_die("%s: gone %d", fmt::make_printf_args("f", 4)),
-                testing::KilledBySignal(SIGABRT), "f: gone 4");
+    EXPECT_EXIT(eventlog_die("%s: gone %d", fmt::make_printf_args("f", 4)), testing::KilledBySignal(SIGABRT),
+                "f: gone 4");
 }
 
 TEST(Stores, CertificatesAndUris) {

@@ -36,15 +36,13 @@ TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
         exchange.engine.setProxyConfig("", "", "");
         EXPECT_EQ(exchange.perform(far), "<DNS Lookup failure> Couldn't resolve host name");
         const auto retried = probe(far);
-        retried->fallbackProxies = {"http://127.0.0.1:1",
-                                    "http://device:p%3Ass%20w%C3%B6rd@" + at("{proxy}")};
+        retried->fallbackProxies = {"http://127.0.0.1:1", "http://device:p%3Ass%20w%C3%B6rd@" + at("{proxy}")};
         EXPECT_EQ(retried->runToOutcome(), "200 end");
         for (const auto& line : exchange.logger.lines()) {
             EXPECT_EQ(line.find("ss wörd"), std::string::npos) << line;
         }
     }
-    const std::string log =
-        proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
+    const std::string log = proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
     EXPECT_NE(log.find("user=device status=200"), std::string::npos) << log;
     EXPECT_EQ(log.find(at("{good12}")), std::string::npos) << log;
 }
@@ -75,8 +73,7 @@ TEST(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
         passed = seen.back();
         const auto dead = probe("http://device.invalid/");
         dead->fallbackProxies = {"http://127.0.0.1:1", "http://127.0.0.1:1"};
-        EXPECT_EQ(dead->runToOutcome(),
-                  "0 <Failed to establish connection> Couldn't connect to server");
+        EXPECT_EQ(dead->runToOutcome(), "0 <Failed to establish connection> Couldn't connect to server");
         EXPECT_EQ(dead->outcomes, 1);
     }
     EXPECT_NE(stored.find("Proxy-Authorization: Basic dXM6ZXI6\r\n"), std::string::npos) << stored;

@@ -1,13 +1,11 @@
 // What the set-up asks of libcurl, option by option.
 
-#include <curl/curl.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <limits>
 
 #include "support/exchange.h"
+#include "support/interposed_setopt.h"
 
 namespace {
 
@@ -29,29 +27,11 @@ std::string shown(CURL* easy, const curl_easyoption& option, void* pointer) {
 
 }  // namespace
 
-// In the library's place: records each option by name and value, then hands it on.
-// (The identifier is an int here: a variadic function must not end its list with an enumeration.)
-extern "C" CURLcode recordedSetopt(CURL* easy, int number, ...) asm("curl_easy_setopt");
-extern "C" CURLcode recordedSetopt(CURL* easy, int number, ...) {
-    using Setopt = CURLcode (*)(CURL*, CURLoption, ...);
-    static const auto next = reinterpret_cast<Setopt>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
-    const auto id = static_cast<CURLoption>(number);
-    const curl_easyoption* option = curl_easy_option_by_id(id);
-    std::va_list arguments;
-    va_start(arguments, number);
-    recorded += std::string(option->name) + "=";
-    CURLcode result = CURLE_OK;
-    if (option->type == CURLOT_LONG || option->type == CURLOT_VALUES) {
-        const long argument = va_arg(arguments, long);
-        recorded += std::to_string(argument) + " ";
-        result = next(easy, id, argument);
-    } else {
-        void* pointer = va_arg(arguments, void*);
-        recorded += shown(easy, *option, pointer) + " ";
-        result = next(easy, id, pointer);
-    }
-    va_end(arguments);
-    return result;
+bool test::passes(CURL* easy, const curl_easyoption& option, long number, void* pointer) {
+    const bool is_long = option.type == CURLOT_LONG || option.type == CURLOT_VALUES;
+    recorded +=
+        std::string(option.name) + "=" + (is_long ? std::to_string(number) : shown(easy, option, pointer)) + " ";
+    return true;
 }
 
 namespace test {
@@ -62,10 +42,9 @@ using zel::http::RequestConfig;
 
 TEST(Setup, OptionsInTheirOrder) {
     const std::string url = "http://127.0.0.1:1/";
-    const std::string first =
-        "VERBOSE=0 PROTOCOLS=3 URL=" + url +
-        " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
-        "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 ";
+    const std::string first = "VERBOSE=0 PROTOCOLS=3 URL=" + url +
+                              " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
+                              "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 ";
     const std::string last = "QUICK_EXIT=1 ";
     const std::string list = "HTTPHEADER=list ";
     const std::string put =
@@ -89,17 +68,14 @@ TEST(Setup, OptionsInTheirOrder) {
         {"-X DELETE", "CUSTOMREQUEST=DELETE " + list, {}},
         {"-X PATCH -d ab", "CUSTOMREQUEST=PATCH POSTFIELDSIZE=2 COPYPOSTFIELDS=ab " + list, {}},
         {"--timeout 1.5 --max-size 0 -u u:p --basic",
-         "NOSIGNAL=1 TIMEOUT_MS=1500 MAXFILESIZE=0 USERNAME=u PASSWORD=p HTTPAUTH=" + basic + " " +
-             list,
+         "NOSIGNAL=1 TIMEOUT_MS=1500 MAXFILESIZE=0 USERNAME=u PASSWORD=p HTTPAUTH=" + basic + " " + list,
          {}},
         {"-u u:p", "USERNAME=u PASSWORD=p HTTPAUTH=" + any + " " + list, {}},
         {"", list, [](auto& c) { c.password = "p"; }},
-        {"", "NOSIGNAL=1 TIMEOUT_MS=1 " + list,
-         [](auto& c) { c.timeout = std::chrono::milliseconds(-5); }},
+        {"", "NOSIGNAL=1 TIMEOUT_MS=1 " + list, [](auto& c) { c.timeout = std::chrono::milliseconds(-5); }},
         {"", "NOSIGNAL=1 TIMEOUT_MS=" + most + " " + list,
          [](auto& c) { c.timeout = std::chrono::milliseconds::max(); }},
-        {"", list + "COOKIESESSION=1 FRESH_CONNECT=1 DNS_CACHE_TIMEOUT=0 ",
-         [](auto& c) { c.reset_state = true; }},
+        {"", list + "COOKIESESSION=1 FRESH_CONNECT=1 DNS_CACHE_TIMEOUT=0 ", [](auto& c) { c.reset_state = true; }},
     };
     Exchange exchange;
     for (const Row& row : rows) {

@@ -1,16 +1,14 @@
 // TLS policies against real servers: who is delivered, who is refused, and that no connection made
 // under one policy serves a transfer under another.
 
-#include <curl/curl.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
-#include <cstdarg>
 #include <set>
 
 #include "Engine/redirect_rule.h"
 #include "certificate/certificate.h"
+#include "support/interposed_setopt.h"
 #include "support/probe_request.h"
 #include "support/servers.h"
 
@@ -18,8 +16,8 @@ namespace {
 
 std::atomic<bool> without_isolation{false};
 
-const std::set<int> isolating = {CURLOPT_SSL_OPTIONS, CURLOPT_FRESH_CONNECT, CURLOPT_FORBID_REUSE,
-                                 CURLOPT_HTTP_VERSION, CURLOPT_CA_CACHE_TIMEOUT};
+const std::set<int> isolating = {CURLOPT_SSL_OPTIONS, CURLOPT_FRESH_CONNECT, CURLOPT_FORBID_REUSE, CURLOPT_HTTP_VERSION,
+                                 CURLOPT_CA_CACHE_TIMEOUT};
 
 std::atomic<int> verified{0};
 std::string seen_data;
@@ -32,8 +30,7 @@ int accept(int, X509_STORE_CTX* context) {
 int reject(int, X509_STORE_CTX*) { return 0; }
 int keepVerdict(int verdict, X509_STORE_CTX* context) {
     ++verified;
-    auto* ssl = static_cast<SSL*>(
-        X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    auto* ssl = static_cast<SSL*>(X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
     const void* data = SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), certificate::sslctx_data_index());
     seen_data = data == nullptr ? "none" : static_cast<const char*>(data);
     return verdict;
@@ -41,20 +38,9 @@ int keepVerdict(int verdict, X509_STORE_CTX* context) {
 
 }  // namespace
 
-// For the controls: leaves out the options that isolate policies, and hands on all others.
-extern "C" CURLcode filteredSetopt(CURL* easy, int number, ...) asm("curl_easy_setopt");
-extern "C" CURLcode filteredSetopt(CURL* easy, int number, ...) {
-    using Setopt = CURLcode (*)(CURL*, CURLoption, ...);
-    static const auto next = reinterpret_cast<Setopt>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
-    const auto id = static_cast<CURLoption>(number);
-    std::va_list arguments;
-    va_start(arguments, number);
-    const bool is_long = number < CURLOPTTYPE_OBJECTPOINT;
-    const long argument = is_long ? va_arg(arguments, long) : 0;
-    void* pointer = is_long ? nullptr : va_arg(arguments, void*);
-    va_end(arguments);
-    if (without_isolation && isolating.count(number) != 0) return CURLE_OK;
-    return is_long ? next(easy, id, argument) : next(easy, id, pointer);
+// The controls leave out the options that isolate policies.
+bool test::passes(CURL*, const curl_easyoption& option, long, void*) {
+    return !without_isolation || isolating.count(option.id) == 0;
 }
 
 namespace test {
@@ -67,9 +53,7 @@ const std::string refused = "<Protocol failure> SSL peer certificate or SSH remo
 const std::string bad_hook = "<Protocol failure> A libcurl function was given a bad argument";
 
 /// "200", or the whole text of anything else.
-std::string brief(const std::string& outcome) {
-    return outcome.rfind("200", 0) == 0 ? "200" : outcome;
-}
+std::string brief(const std::string& outcome) { return outcome.rfind("200", 0) == 0 ? "200" : outcome; }
 
 RequestConfig policy(const std::string& line, Verifier verifier = nullptr) {
     RequestConfig config = requestOf(at(line));
@@ -112,8 +96,7 @@ TEST(Tls, PoliciesAgainstCertificates) {
         {"https://{expired}/" + root, keepVerdict, refused},
         {"https://{wrong_name}/" + root, accept, refused},
         {"https://{good}/" + intermediate, keepVerdict, refused},
-        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict,
-         "200 HTTP/1.1 TLSv1.3"},
+        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict, "200 HTTP/1.1 TLSv1.3"},
         {"https://{good}/" + intermediate + " --partial-chain", reject, refused},
     };
     Exchange exchange;
@@ -153,12 +136,9 @@ TEST(Tls, NoPolicyServesAnother) {
         RequestConfig second;
     };
     const Row rows[] = {
-        {"kept alive, then a verifier", policy("https://{good}/" + root),
-         policy("https://{good}/" + root, reject)},
-        {"lenient verifier, then none", policy("https://{good}/" + other, accept),
-         policy("https://{good}/" + other)},
-        {"two verifiers", policy("https://{good}/" + other, accept),
-         policy("https://{good}/" + other, reject)},
+        {"kept alive, then a verifier", policy("https://{good}/" + root), policy("https://{good}/" + root, reject)},
+        {"lenient verifier, then none", policy("https://{good}/" + other, accept), policy("https://{good}/" + other)},
+        {"two verifiers", policy("https://{good}/" + other, accept), policy("https://{good}/" + other, reject)},
         {"partial chains, then none", policy("https://{good}/ --partial-chain" + intermediate),
          policy("https://{good}/" + intermediate)},
         {"in use over HTTP/2", policy("https://{good}/slow/nginx.conf" + root),
@@ -192,10 +172,9 @@ TEST(Tls, NoPolicyServesAnother) {
 /// The server tells what came along: nothing that belongs to the first origin alone.
 TEST(Tls, NothingFollowsToAnotherOrigin) {
     Exchange exchange;
-    EXPECT_EQ(
-        exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
-                            "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
-        "200 client NONE");
+    EXPECT_EQ(exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
+                                  "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
+              "200 client NONE");
     const std::string log = contentOf(serverFile("nginx.access"));
     EXPECT_NE(log.find("GET /seen client=NONE auth=- cookie=-\n"), std::string::npos) << log;
     // What leads away, and what does not.

@@ -21,8 +21,7 @@ using namespace tool;  // the servers
 class Tool {
 public:
     explicit Tool(const std::string& arguments)
-        : pipe_(
-              popen(("echo $$; exec " ZEL_HTTP_TOOL_PATH " " + arguments + " 2>&1").c_str(), "r")) {
+        : pipe_(popen(("echo $$; exec " ZEL_HTTP_TOOL_PATH " " + arguments + " 2>&1").c_str(), "r")) {
         pid_ = std::stoi(readLine());
     }
     void interrupt() const { kill(pid_, SIGINT); }
@@ -78,9 +77,8 @@ TEST(Tool, OutcomesAndExitStatus) {
     for (const Row& row : rows) {
         const std::string output = Tool(row.arguments).finish();
         EXPECT_NE(output.find(row.shown), std::string::npos) << row.arguments << ":\n" << output;
-        EXPECT_NE(output.find("exit " + std::to_string(row.status)), std::string::npos)
-            << row.arguments << ":\n"
-            << output;
+        EXPECT_NE(output.find("exit " + std::to_string(row.status)), std::string::npos) << row.arguments << ":\n"
+                                                                                        << output;
     }
 }
 

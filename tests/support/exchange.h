@@ -28,7 +28,7 @@ inline const bool without_proxies = [] {
 /// How long a test waits for an event that must come.
 constexpr std::chrono::seconds patience{30};
 
-/// The request of a command line of zel-http, split at blanks. Without -H it has no headers.
+/// The request of a command line of zel-http, split at blanks; no default headers.
 inline zel::http::RequestConfig requestOf(const std::string& line) {
     std::istringstream text(line);
     std::vector<std::string> words{"zel-http"};
@@ -39,16 +39,15 @@ inline zel::http::RequestConfig requestOf(const std::string& line) {
     const auto refused = tool::parse(static_cast<int>(arguments.size()), arguments.data(), parsed);
     if (refused) throw std::invalid_argument(refused->text);
     if (parsed.requests.empty()) parsed.requests.emplace_back();
-    auto& headers = parsed.requests.at(0).headers;
-    if (line.find("-H") == std::string::npos) headers.clear();
-    return parsed.requests.at(0);
+    if (line.find("-H Content-Type") == std::string::npos) parsed.requests[0].headers.erase("Content-Type");
+    return parsed.requests[0];
 }
 
 /// "200 text", with " hop=H" for a response with X-Hop; long bodies as their length.
 inline std::string textOf(const zel::http::ResponseData& data) {
     std::string text = std::to_string(data.status) + " ";
-    text += data.body.size() > 60 ? std::to_string(data.body.size()) + " bytes"
-                                  : data.body.substr(0, data.body.find('\n'));
+    text +=
+        data.body.size() > 60 ? std::to_string(data.body.size()) + " bytes" : data.body.substr(0, data.body.find('\n'));
     const auto hop = data.headers.find("x-hop");
     return hop == data.headers.end() ? text : text + " hop=" + hop->second;
 }
@@ -90,8 +89,7 @@ public:
     tool::RecordingLogger logger;
     zel::http::LogFilter filter;
     boost::asio::io_context loop;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
-        loop.get_executor()};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{loop.get_executor()};
     oru::asio_executor executor{loop};
     zel::http::Engine engine{[](const auto& closure) { closure(); }, &logger};
     std::shared_ptr<zel::http::Client> client = zel::http::createClient(executor, logger);

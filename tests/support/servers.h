@@ -13,9 +13,7 @@ inline std::string contentOf(const std::string& path) {
 }
 
 /// The directory of the servers that `servers/start` started: certificates and logs.
-inline std::string serverFile(const std::string& name) {
-    return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name;
-}
+inline std::string serverFile(const std::string& name) { return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name; }
 
 /// Replaces "{name}" by the address of that server, or by the directory for "{dir}".
 inline std::string at(std::string line) {

@@ -46,13 +46,13 @@ http {{
 
 /// Starts nginx with the configuration; -1 without one.
 pid_t spawnNginx(const std::string& configuration, const std::string& log) {
-    std::array<const char*, 6> arguments = {"nginx", "-c", configuration.c_str(),
+    std::array<const char*, 6> arguments = {"nginx", "-c",        configuration.c_str(),
                                             "-e",    log.c_str(), nullptr};
     for (const char* path : {"/usr/sbin/nginx", "/usr/bin/nginx", "/usr/local/sbin/nginx"}) {
         pid_t child = -1;
-        if (access(path, X_OK) == 0 && posix_spawn(&child, path, nullptr, nullptr,
-                                                   const_cast<char**>(arguments.data()),
-                                                   environ) == 0) {
+        if (access(path, X_OK) == 0 &&
+            posix_spawn(&child, path, nullptr, nullptr, const_cast<char**>(arguments.data()),
+                        environ) == 0) {
             return child;
         }
     }
@@ -64,8 +64,8 @@ bool answers(unsigned short port) {
     boost::asio::io_context loop;
     for (int i = 0; i < 500; ++i, usleep(10'000)) {
         boost::system::error_code refused;
-        boost::asio::ip::tcp::socket(loop).connect(
-            {boost::asio::ip::address_v4::loopback(), port}, refused);
+        boost::asio::ip::tcp::socket(loop).connect({boost::asio::ip::address_v4::loopback(), port},
+                                                   refused);
         if (!refused) return true;
     }
     return false;
