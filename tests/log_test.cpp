@@ -24,6 +24,7 @@ protected:
         exchange.client = zel::http::createClient(exchange.executor, logger);
         exchange.filter = filter;
         exchange.perform(config);
+        EXPECT_TRUE(exchange.logger.lines("secret").empty());  // the engine's lines
         return logger.lines(part);
     }
     RequestConfig echo(const std::string& body, const std::string& target = "/echo") {

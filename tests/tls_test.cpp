@@ -131,7 +131,7 @@ TEST(Tls, NoPolicyServesAnother) {
     const std::string other = " --ca-file {dir}/other_root.pem";
     const std::string intermediate = " --ca-file {dir}/intermediate.pem";
     struct Row {
-        const char* what;
+        const char* what = "";
         RequestConfig first;
         RequestConfig second;
     };

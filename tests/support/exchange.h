@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -31,10 +33,9 @@ constexpr std::chrono::seconds patience{30};
 /// The request of a command line of zel-http, split at blanks; no default headers.
 inline zel::http::RequestConfig requestOf(const std::string& line) {
     std::istringstream text(line);
-    std::vector<std::string> words{"zel-http"};
-    for (std::string word; text >> word;) words.push_back(word);
-    std::vector<const char*> arguments;
-    for (const auto& word : words) arguments.push_back(word.c_str());
+    const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
+    std::vector<const char*> arguments(words.size() + 1, "zel-http");
+    std::transform(words.begin(), words.end(), arguments.begin() + 1, [](const auto& word) { return word.c_str(); });
     tool::CommandLine parsed;
     const auto refused = tool::parse(static_cast<int>(arguments.size()), arguments.data(), parsed);
     if (refused) throw std::invalid_argument(refused->text);

@@ -16,6 +16,7 @@ bool passes(CURL* easy, const curl_easyoption& option, long number, void* pointe
 /// Stands in the library's way to libcurl. Include in one file of an executable that exports it.
 /// (The identifier is an int here: a variadic function must not end its list with an enumeration.)
 extern "C" CURLcode interposedSetopt(CURL* easy, int id, ...) asm("curl_easy_setopt");
+// NOLINTNEXTLINE(misc-definitions-in-headers)
 extern "C" CURLcode interposedSetopt(CURL* easy, int id, ...) {
     using Setopt = CURLcode (*)(CURL*, int, ...);
     static const auto next = reinterpret_cast<Setopt>(dlsym(RTLD_NEXT, "curl_easy_setopt"));

@@ -1,12 +1,13 @@
 #include "tls_stage.h"
 
 #include <fmt/format.h>
-#include <signal.h>
+
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <fstream>
 #include <memory>
 
