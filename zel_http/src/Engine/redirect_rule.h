@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "Records/header_line.h"
+
 namespace zel::http {
 
 /// The scheme, host and port of a parsed URL; nothing for one without them.
@@ -21,16 +23,24 @@ inline std::string originOf(CURLU* url) {
     return origin;
 }
 
+/// The value of a Location line as libcurl recognizes it, with any line end; empty for other lines.
+inline std::string locationOf(std::string_view line) {
+    constexpr std::string_view name = "Location:";
+    if (!boost::algorithm::istarts_with(line, name)) return {};
+    return std::string(trimmed(line.substr(name.size())));
+}
+
 /// Whether `location`, as a redirect from `url` gives it, leads to another scheme, host or port.
-/// A text that cannot be parsed counts as leading away.
-inline bool leavesOrigin(const char* url, std::string_view location) {
+/// It is resolved with the flags that libcurl follows it with, or the two could disagree; a text
+/// that cannot be parsed counts as leading away.
+inline bool leavesOrigin(const char* url, const std::string& location) {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
-    const auto set = [&](const char* text) {
-        return curl_url_set(parsed.get(), CURLUPART_URL, text, CURLU_GUESS_SCHEME) == CURLUE_OK;
+    const auto set = [&](const char* text, unsigned flags) {
+        return curl_url_set(parsed.get(), CURLUPART_URL, text, flags) == CURLUE_OK;
     };
-    if (!parsed || !set(url)) return true;
+    if (!parsed || !set(url, CURLU_GUESS_SCHEME)) return true;
     const std::string origin = originOf(parsed.get());
-    return !set(std::string(location).c_str()) ||
+    return !set(location.c_str(), CURLU_URLENCODE | CURLU_ALLOW_SPACE) ||
            !boost::algorithm::iequals(originOf(parsed.get()), origin);
 }
 

@@ -13,7 +13,6 @@
 #include "Engine/easy_options.h"
 #include "Engine/redirect_rule.h"
 #include "Engine/tls_isolation.h"
-#include "Records/header_line.h"
 #include "certificate/certificate.h"
 #include "logging/logger.h"
 #include "zel_http/engine.h"
@@ -107,13 +106,13 @@ void isolateTlsPolicy(void* curl, const RequestConfig& config) {
 }
 
 void withholdClientCertificate(void* curl, std::string_view line) {
-    const auto header = splitHeaderLine(line);
-    if (!header || !boost::algorithm::iequals(header->name, "Location")) return;
+    const std::string location = locationOf(line);
+    if (location.empty()) return;
     long status = 0;
     const char* url = nullptr;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
     curl_easy_getinfo(curl, CURLINFO_EFFECTIVE_URL, &url);
-    if (status < 300 || status > 399 || !leavesOrigin(url, header->value)) return;
+    if (status < 300 || status > 399 || !leavesOrigin(url, location)) return;
     setText<CURLOPT_SSLCERT>(curl, nullptr);
     setText<CURLOPT_SSLKEY>(curl, nullptr);
 }
