@@ -99,6 +99,15 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
         std::sort(lines.begin(), lines.end());
         EXPECT_EQ(lines, expected) << level;
     }
+    LogFilter none;
+    none.payload = LogFilter::None;
+    EXPECT_TRUE(linesOf(9, requestOf("ftp://h/"), none).empty());
+    {
+        Exchange exchange;
+        const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
+        exchange.client->cancel_request(exchange.client->start_request(config, none, unwanted, unwanted));
+        EXPECT_TRUE(exchange.logger.lines("HTTP(").empty());
+    }
     const Lines failed = linesOf(1, requestOf("ftp://h/"), {});
     EXPECT_EQ(failed,
               (Lines{"1: HTTP(1) => GET ftp://h/", "info: HTTP(1) Error: <Invalid URL> (Unsupported protocol)"}));

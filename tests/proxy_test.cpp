@@ -12,11 +12,11 @@ namespace {
 const std::string tls = " --ca-file {dir}/root.pem";
 
 /// squid's log once `line` stands there; it writes when a tunnel ends.
-std::string proxyLogWith(const std::string& line) {
+std::string proxyLogWith(const std::string& line, const std::string& file = "squid.access") {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     std::string log;
     while (log.find(line) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        log = contentOf(serverFile("squid.access"));
+        log = contentOf(serverFile(file));
     }
     return log;
 }
@@ -45,6 +45,16 @@ TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
     const std::string log = proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
     EXPECT_NE(log.find("user=device status=200"), std::string::npos) << log;
     EXPECT_EQ(log.find(at("{good12}")), std::string::npos) << log;
+}
+
+TEST(Proxy, DigestIsAnswered) {
+    const std::string url = "https://device.example" + at("{good}").substr(at("{good}").find(':')) + "/ --insecure";
+    {
+        Exchange exchange;
+        exchange.engine.setProxyConfig(at("http://{digest_proxy}"), "device", "secret");
+        EXPECT_EQ(exchange.perform(url), "200 HTTP/2.0 TLSv1.3");
+    }
+    EXPECT_NE(proxyLogWith("user=device status=200", "digest.access").find("status=407"), std::string::npos);
 }
 
 TEST(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
