@@ -80,7 +80,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// closes unanswered the request is sent again, `POST` included.
     std::string body;
 
-    /// Verify the server's certificate chain and host name.
+    /// Verify the server's certificate chain and host name. This and the TLS fields below apply to
+    /// https URLs: a redirect from http to https is verified by libcurl's own defaults.
     bool tls_verify = true;
     /// PEM file of trusted authorities. Absent: the certificate store's default bundle. Empty:
     /// none.
