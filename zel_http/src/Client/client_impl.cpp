@@ -10,11 +10,6 @@
 #include "oru/thread.h"
 
 namespace zel::http {
-namespace {
-
-constexpr auto unbound = static_cast<unsigned long>(-1);
-
-}  // namespace
 
 std::shared_ptr<Client> createClient(oru::executor& executor, logging::Logger& logger) {
     return std::make_shared<ClientImpl>(executor, logger);

@@ -39,6 +39,9 @@ private:
         LogFilter log_filter;
     };
 
+    /// The owner thread until the first call binds one: all bits set, which names no thread.
+    static constexpr auto unbound = static_cast<unsigned long>(-1);
+
     void check_thread();
     RequestId do_start_request(const RequestConfig& config);
     void do_cancel_request(RequestId id);
@@ -49,7 +52,7 @@ private:
     std::map<RequestId, std::shared_ptr<CurlRequest>> requests;
     std::map<RequestId, RequestInfo> request_infos;
     logging::Logger& logger;
-    unsigned long owner_thread = static_cast<unsigned long>(-1);  // all bits set: unbound
+    unsigned long owner_thread = unbound;
     oru::executor& executor;
 };
 

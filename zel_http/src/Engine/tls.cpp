@@ -27,6 +27,9 @@ constexpr char partial_chain_signature[] =
 
 using PlainVerifier = int (*)(int, X509_STORE_CTX*);
 
+/// Whether TLS options apply: the URL begins with "https", in any case.
+bool isHttps(const std::string& url) { return boost::algorithm::istarts_with(url, "https"); }
+
 bool given(const std::optional<std::string>& path) { return path && !path->empty(); }
 
 bool readable(const std::optional<std::string>& path) {
@@ -52,8 +55,6 @@ void setAuthorities(CURL* curl, const RequestConfig& config) {
 }
 
 }  // namespace
-
-bool isHttps(const std::string& url) { return boost::algorithm::istarts_with(url, "https"); }
 
 void Engine::addTlsConfig(void* curl, std::shared_ptr<Request> request) {
     RequestConfig& config = request->config;
