@@ -67,9 +67,10 @@ public:
     void resumeRequest(std::shared_ptr<Request> request);
 
     /// Sets the proxy of every transfer that starts from now on; an empty `url` turns it off.
-    /// `user` and `password` are sent percent-encoded. localhost and 127.0.0.1 bypass it. Any
-    /// thread. Transfers without a proxy of their own follow the environment (`http_proxy`,
-    /// `no_proxy`) as every libcurl program does.
+    /// `user` and `password` are sent percent-encoded, and are left out and reported in the log
+    /// when they contain CR, LF or NUL. localhost and 127.0.0.1 bypass it. Any thread. Transfers
+    /// without a proxy of their own follow the environment (`http_proxy`, `no_proxy`) as every
+    /// libcurl program does.
     void setProxyConfig(const std::string& url, const std::string& user,
                         const std::string& password);
     std::string getProxyUrl();
@@ -139,6 +140,7 @@ private:
     void trace(const char* operation);
     void checkEngineThread() const;
     void setTransferOptions(void* curl, const RequestConfig& config);
+    void setCredentials(void* curl, const RequestConfig& config);
     void startWithCleanState(void* curl, const RequestConfig& config);
     void recordXAuthDomain(void* curl, RequestConfig& config);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);

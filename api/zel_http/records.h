@@ -63,7 +63,7 @@ struct ZEL_HTTP_API RequestConfig {
                   const std::string& ca_file);
 
     Method method = Method::GET;
-    /// The full URL, http or https.
+    /// The full URL, http or https. One with a control character fails as `InvalidUrl`.
     std::string url;
     /// Default: "Content-Type" = "text/xml; charset=utf-8". Unless a "User-Agent" is given here the
     /// library sends its own. An empty value sends nothing and removes a default header of that
@@ -72,7 +72,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// the first host; every other header here is sent to each host on the way, also from https to
     /// http. `DELETE` and `PATCH` repeat on a 302 and 303, `PATCH` then without its body.
     HeaderMap headers;
-    /// Authentication is offered only when this is not empty.
+    /// Authentication is offered only when this is not empty. With CR, LF or NUL in one of them
+    /// both are left out and reported in the log.
     std::string user;
     std::string password;
     AuthMethod auth_method = AuthMethod::ANY;
@@ -96,10 +97,10 @@ struct ZEL_HTTP_API RequestConfig {
     std::optional<std::string> own_pkey;
     /// An OpenSSL verify callback (pre-verification result, store context; non-zero accepts), run
     /// on the engine thread. It must hold a plain function `int (*)(int, X509_STORE_CTX*)`: with
-    /// anything else the transfer fails. To accept what OpenSSL refused it must also clear the
-    /// error: `X509_STORE_CTX_set_error(context, X509_V_OK)`. With `tls_verify` off no authorities
-    /// are loaded for it. Such a request never shares a connection with another, so each costs a
-    /// handshake.
+    /// anything else the transfer fails. It must not throw: OpenSSL calls it. To accept what
+    /// OpenSSL refused it must also clear the error: `X509_STORE_CTX_set_error(context,
+    /// X509_V_OK)`. With `tls_verify` off no authorities are loaded for it. Such a request never
+    /// shares a connection with another, so each costs a handshake.
     std::function<int(int, X509_STORE_CTX*)> verifier;
     /// Data for `verifier`: its characters, NUL-terminated, stand in the `SSL_CTX` ex-data slot
     /// `certificate::sslctx_data_index()`.

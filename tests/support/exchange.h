@@ -58,9 +58,15 @@ inline std::string textOf(const zel::http::ErrorData& data) {
     return text.str();
 }
 
-/// An engine, whose outcomes are run at once on its thread, and a client on the test's thread.
+/// An engine, whose outcomes are run at once on its thread unless `runner` does otherwise, and a
+/// client on the test's thread.
 class Exchange {
 public:
+    using Runner = std::function<void(const std::function<void()>&)>;
+
+    Exchange() : Exchange([](const auto& closure) { closure(); }) {}
+    explicit Exchange(const Runner& runner) : engine(runner, &logger) {}
+
     /// The outcome of one request.
     std::string perform(const zel::http::RequestConfig& config) {
         std::string came;
@@ -92,7 +98,7 @@ public:
     boost::asio::io_context loop;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{loop.get_executor()};
     oru::asio_executor executor{loop};
-    zel::http::Engine engine{[](const auto& closure) { closure(); }, &logger};
+    zel::http::Engine engine;
     std::shared_ptr<zel::http::Client> client = zel::http::createClient(executor, logger);
 };
 

@@ -32,6 +32,7 @@ using zel::http::ResponseData;
 constexpr std::size_t upload_size = std::size_t{4} * 1024 * 1024;
 constexpr std::size_t shown_body = 40;
 constexpr std::size_t many = 200;
+constexpr std::size_t name_width = 22;
 
 /// Tells what came of a scenario, once.
 using Report = std::function<void(const std::string& came)>;
@@ -228,13 +229,8 @@ private:
 
     void finish(const std::string& came) {
         const Scenario& scenario = scenarios_[current_++];
-        const bool same = came == scenario.expected;
-        if (same) ++as_expected_;
-        std::cout << fmt::format("  {:<7} {:<22} {}{}\n", same ? "ok" : "DIFFERS", scenario.name,
-                                 same ? "expected and came: "
-                                      : "expected: " + scenario.expected + ", came: ",
-                                 came)
-                  << std::flush;
+        if (came == scenario.expected) ++as_expected_;
+        std::cout << comparison(scenario.name, name_width, scenario.expected, came) << std::flush;
         next();
     }
 

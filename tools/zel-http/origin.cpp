@@ -1,5 +1,6 @@
 #include "origin.h"
 
+#include <algorithm>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -101,7 +103,9 @@ Response answer(const Request& request, const Target& target) {
             response.body() = "status " + std::to_string(code) + "\n";
         }
     } else if (target.route == "/bytes") {
-        response.body() = std::string(number(target.argument, 0), 'z');
+        response.body() = bodyOf(number(target.argument, 0));
+    } else if (target.route == "/together") {
+        response.body() = "together\n";
     } else if (target.route == "/redirect") {
         return redirect(target);
     } else if (target.route == "/loop") {
@@ -131,8 +135,8 @@ template <typename Stream>
 class Connection : public std::enable_shared_from_this<Connection<Stream>> {
 public:
     template <typename... Arguments>
-    explicit Connection(Arguments&&... arguments)
-        : stream_(std::forward<Arguments>(arguments)...) {}
+    explicit Connection(std::vector<std::function<void()>>& gathered, Arguments&&... arguments)
+        : gathered_(gathered), stream_(std::forward<Arguments>(arguments)...) {}
 
     void start() {
         if constexpr (std::is_same_v<Stream, TlsStream>) {
@@ -165,6 +169,20 @@ private:
         }
         response_ = answer(request_, target);
         frame(response_, request_, target);
+        if (target.route == "/together") {
+            gather(number(target.argument, 1));
+        } else {
+            respond();
+        }
+    }
+
+    void gather(std::size_t enough) {
+        gathered_.emplace_back([self = this->shared_from_this()] { self->respond(); });
+        if (gathered_.size() < enough) return;
+        for (const auto& respond : std::exchange(gathered_, {})) respond();
+    }
+
+    void respond() {
         serializer_.emplace(response_);
         http::async_write(stream_, *serializer_,
                           [self = this->shared_from_this()](beast::error_code error, std::size_t) {
@@ -186,6 +204,7 @@ private:
             [self = this->shared_from_this()](beast::error_code /*gone*/, std::size_t) {});
     }
 
+    std::vector<std::function<void()>>& gathered_;
     Stream stream_;
     beast::flat_buffer buffer_;
     boost::optional<http::request_parser<http::string_body>> parser_;
@@ -218,13 +237,30 @@ void Origin::accept() {
         if (!error) {
             socket.set_option(tcp::no_delay(true));
             if (tls_) {
-                std::make_shared<Connection<TlsStream>>(std::move(socket), *tls_)->start();
+                std::make_shared<Connection<TlsStream>>(gathered_, std::move(socket), *tls_)
+                    ->start();
             } else {
-                std::make_shared<Connection<beast::tcp_stream>>(std::move(socket))->start();
+                std::make_shared<Connection<beast::tcp_stream>>(gathered_, std::move(socket))
+                    ->start();
             }
         }
         accept();
     });
+}
+
+std::string bodyOf(std::size_t length) {
+    constexpr std::size_t period = 65521;  // a prime, so that it lines up with no buffer
+    static const std::string block = [] {
+        std::minstd_rand random;
+        std::string bytes(period, '\0');
+        std::generate(bytes.begin(), bytes.end(),
+                      [&] { return static_cast<char>(random() >> 16); });
+        return bytes;
+    }();
+    std::string body;
+    body.reserve(length);
+    while (body.size() < length) body.append(block, 0, length - body.size());
+    return body;
 }
 
 unsigned short closedPort() {

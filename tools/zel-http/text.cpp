@@ -21,4 +21,11 @@ std::string errorText(const zel::http::ErrorData& error) {
     return text.str();
 }
 
+std::string comparison(const std::string& name, std::size_t name_width, const std::string& expected,
+                       const std::string& came) {
+    const bool same = came == expected;
+    return fmt::format("  {:<7} {:<{}} {}{}\n", same ? "ok" : "DIFFERS", name, name_width,
+                       same ? "expected and came: " : "expected: " + expected + ", came: ", came);
+}
+
 }  // namespace tool

@@ -13,4 +13,8 @@ std::string sizeText(std::size_t bytes);
 /// "<Operation timed out> (Timeout was reached)".
 std::string errorText(const zel::http::ErrorData& error);
 
+/// A line of a table that compares: the name, and what was expected and what came.
+std::string comparison(const std::string& name, std::size_t name_width, const std::string& expected,
+                       const std::string& came);
+
 }  // namespace tool

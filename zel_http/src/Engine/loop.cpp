@@ -114,9 +114,12 @@ bool Engine::waitWithSelect(timeval timeout) {
 
 bool Engine::waitWithPoll(timeval timeout) {
     curl_waitfd wakeup{wakeupFd, CURL_WAIT_POLLIN, 0};
+    int ready = 0;
     const CURLMcode result =
-        curl_multi_poll(multiHandle, &wakeup, 1, milliseconds(timeout), nullptr);
-    if (result != CURLM_OK) pauseAfterFailedWait();
+        curl_multi_poll(multiHandle, &wakeup, 1, milliseconds(timeout), &ready);
+    // A closed descriptor counts as ready. With no transfer it can only be the wake-up's.
+    const bool closed = ready > 0 && wakeup.revents == 0 && tasks.empty();
+    if (result != CURLM_OK || closed) pauseAfterFailedWait();
     return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Engine/easy_options.h"
+#include "Engine/wire_text.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -57,6 +58,11 @@ void Engine::addProxyConfig(void* curl, const std::string& proxy) {
     const std::string user = getProxyUser();
     if (!proxy.empty() || user.empty()) return;
     const std::string password = getProxyPassword();
+    if (breaksLine(user) || breaksLine(password)) {
+        logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
+                      fmt::make_printf_args("addProxyConfig"));
+        return;
+    }
     const EscapedText escaped_user = escape(curl, user);
     const EscapedText escaped_password = escape(curl, password);
     if (!escaped_user) {

@@ -7,12 +7,12 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
 #include "Engine/tls_isolation.h"
+#include "Engine/wire_text.h"
 #include "eventlog/eventlog.h"
 #include "zel_http/engine.h"
 #include "zel_http/engine_hooks.h"
@@ -35,16 +35,6 @@ long timeoutMilliseconds(std::chrono::milliseconds timeout) {
 long authMask(AuthMethod method) {
     return static_cast<long>(method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY
                                                          : CURLAUTH_ANY);
-}
-
-bool breaksLine(std::string_view text) {
-    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
-}
-
-std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
 }
 
 void setBody(CURL* curl, const std::string& body) {
@@ -88,7 +78,9 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
 void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
     setLong<CURLOPT_VERBOSE>(curl, 0);
     setLong<CURLOPT_PROTOCOLS>(curl, CURLPROTO_HTTP | CURLPROTO_HTTPS);
-    setText<CURLOPT_URL>(curl, config.url.c_str());
+    // A URL that libcurl would see cut at a NUL is another one than was asked for: it gets none.
+    const bool cut = config.url.find('\0') != std::string::npos;
+    setText<CURLOPT_URL>(curl, cut ? "" : config.url.c_str());
     setFunction<CURLOPT_WRITEFUNCTION, curl_write_callback>(curl, writeFunction);
     setPointer<CURLOPT_WRITEDATA>(curl, curl);
     setFunction<CURLOPT_HEADERFUNCTION, curl_write_callback>(curl, writeHeader);
@@ -103,11 +95,20 @@ void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
     if (config.max_download_size != -1) {
         setLong<CURLOPT_MAXFILESIZE>(curl, config.max_download_size);
     }
-    if (!config.user.empty()) {
-        setText<CURLOPT_USERNAME>(curl, config.user.c_str());
-        setText<CURLOPT_PASSWORD>(curl, config.password.c_str());
-        setLong<CURLOPT_HTTPAUTH>(curl, authMask(config.auth_method));
+    setCredentials(curl, config);
+}
+
+void Engine::setCredentials(void* curl, const RequestConfig& config) {
+    if (config.user.empty()) return;
+    if (breaksLine(config.user) || breaksLine(config.password)) {
+        // Digest authentication puts the user name into a header line as it is.
+        logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
+                      fmt::make_printf_args("setCredentials"));
+        return;
     }
+    setText<CURLOPT_USERNAME>(curl, config.user.c_str());
+    setText<CURLOPT_PASSWORD>(curl, config.password.c_str());
+    setLong<CURLOPT_HTTPAUTH>(curl, authMask(config.auth_method));
 }
 
 void Engine::addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request,
@@ -143,7 +144,6 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
     const RequestConfig& config = request->config;
     for (const auto& [name, value] : config.headers) {
         if (breaksLine(name) || breaksLine(value)) {
-            // On the wire it would become a line, or a request, that nobody asked for.
             logger->error("Engine::%s: header '%s' contains CR, LF or NUL and is left out",
                           fmt::make_printf_args("addHeadersToRequest", printable(name)));
             continue;

@@ -30,7 +30,10 @@ using PlainVerifier = int (*)(int, X509_STORE_CTX*);
 /// Whether TLS options apply: the URL begins with "https", in any case.
 bool isHttps(const std::string& url) { return boost::algorithm::istarts_with(url, "https"); }
 
-bool given(const std::optional<std::string>& path) { return path && !path->empty(); }
+/// A path with a NUL in it names no file; cut there it would name another.
+bool given(const std::optional<std::string>& path) {
+    return path && !path->empty() && path->find('\0') == std::string::npos;
+}
 
 bool readable(const std::optional<std::string>& path) {
     return given(path) && access(path->c_str(), R_OK) == 0;
@@ -118,7 +121,8 @@ void withholdClientCertificate(void* curl, std::string_view line) {
     setText<CURLOPT_SSLKEY>(curl, nullptr);
 }
 
-CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* config) {
+// libcurl calls the hooks: what a logger throws must not pass through it, and nothing is connected.
+CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* config) try {
     logging::getLogger("HttpClient").debug(8, verifier_signature, {});
     if (sslContext == nullptr) return refuse("%s: Missing SSL_CTX", verifier_signature);
     if (config == nullptr) return refuse("%s: Missing RequestConfig", verifier_signature);
@@ -134,9 +138,11 @@ CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* conf
     SSL_CTX_set_ex_data(context, certificate::sslctx_data_index(), data);
     SSL_CTX_set_verify(context, SSL_VERIFY_PEER, *verifier);
     return CURLE_OK;
+} catch (...) {
+    return CURLE_BAD_FUNCTION_ARGUMENT;
 }
 
-CURLcode tls::configurePartialChain(void* /*curl*/, void* sslContext, void* /*config*/) {
+CURLcode tls::configurePartialChain(void* /*curl*/, void* sslContext, void* /*config*/) try {
     logging::getLogger("HttpClient").debug(8, partial_chain_signature, {});
     if (sslContext == nullptr) return refuse("%s: Missing SSL_CTX", partial_chain_signature);
     X509_STORE* store = SSL_CTX_get_cert_store(static_cast<SSL_CTX*>(sslContext));
@@ -146,6 +152,8 @@ CURLcode tls::configurePartialChain(void* /*curl*/, void* sslContext, void* /*co
     }
     X509_STORE_set_flags(store, X509_V_FLAG_PARTIAL_CHAIN);
     return CURLE_OK;
+} catch (...) {
+    return CURLE_BAD_FUNCTION_ARGUMENT;
 }
 
 }  // namespace zel::http

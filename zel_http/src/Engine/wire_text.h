@@ -1,0 +1,22 @@
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace zel::http {
+
+/// Whether a caller's text would end its line on the wire, and so become a header or a request that
+/// nobody asked for, or be cut at a NUL on the way to libcurl.
+inline bool breaksLine(std::string_view text) {
+    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
+/// The text for a log line, with '?' for every control character.
+inline std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+}  // namespace zel::http
