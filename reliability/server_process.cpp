@@ -48,7 +48,7 @@ ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
         addresses_.emplace_back(line.data());
         addresses_.back().pop_back();
     }
-    std::fclose(lines);
+    static_cast<void>(std::fclose(lines));
     if (addresses_.empty()) throw std::runtime_error("the servers did not start");
 }
 

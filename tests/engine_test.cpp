@@ -15,7 +15,6 @@ namespace {
 
 using namespace tool;  // the servers
 
-using tool::RecordingLogger;
 using zel::http::Engine;
 
 /// Holds the engine thread until opened, so that closures pile up behind it.

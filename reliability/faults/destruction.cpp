@@ -142,7 +142,7 @@ std::string manyRounds(const std::string& origin, int rounds) {
         }
     }
     const long grown = memoryKib("VmRSS") - memory_before;
-    if (grown > 32 * 1024) return fmt::format("grown by {} KiB", grown);
+    if (grown > 32L * 1024) return fmt::format("grown by {} KiB", grown);
     return destructions().longest_ms < destruction_bound_ms ? "all in time" : "some late";
 }
 

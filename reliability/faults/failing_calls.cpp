@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <stdexcept>
 #include <string_view>
 
 namespace reliability {
@@ -56,8 +57,9 @@ SilentNameServer::SilentNameServer() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK
     sockaddr_in address = loopback(0);
     socklen_t length = sizeof address;
     auto* generic = reinterpret_cast<sockaddr*>(&address);
-    bind(socket_, generic, length);
-    getsockname(socket_, generic, &length);
+    if (bind(socket_, generic, length) != 0 || getsockname(socket_, generic, &length) != 0) {
+        throw std::runtime_error("no socket for the silent name server");
+    }
     silent_port = address.sin_port;
 }
 
@@ -73,6 +75,7 @@ bool SilentNameServer::asked() const {
 
 }  // namespace reliability
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
     static const auto next =
@@ -82,6 +85,7 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     return next(name, service, hints, result);
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int eventfd_write(int descriptor, eventfd_t value) {
     static const auto next =
         reinterpret_cast<decltype(&eventfd_write)>(dlsym(RTLD_NEXT, "eventfd_write"));

@@ -8,6 +8,7 @@
 
 #include "fault.h"
 #include "scripted_server.h"
+#include "tls_stage.h"
 
 namespace reliability {
 namespace {
@@ -105,6 +106,15 @@ std::string redirected(const std::string& origin) {
     return witness.seen();
 }
 
+/// Cut at its NUL, the path would name the very authority that the server needs.
+std::string cutPath(const std::string& origin) {
+    const TlsStage tls;
+    Exchange host;
+    RequestConfig config = test::requestOf(tls.local().url("/hello"));
+    config.ca_file = tls.certificates().file("root.pem") + std::string("\0x", 2);
+    return andServes(host, origin, host.perform(config));
+}
+
 std::string throughProxy(const std::string& origin, const std::string& user) {
     Witness witness;
     std::string reported;
@@ -177,6 +187,9 @@ Faults hostileInput(const std::string& origin) {
         faults.push_back({row.injected, row.expected,
                           [origin, change = row.change] { return sent(origin, change); }});
     }
+    faults.push_back({"NUL in the path of the authorities",
+                      "<Protocol failure> SSL peer certificate or SSH remote key was not OK",
+                      [=] { return cutPath(origin); }});
     faults.push_back({"a header line in the user of a redirect, Digest",
                       "short requests, as asked for", [=] { return redirected(origin); }});
     faults.push_back({"a header line in the proxy's user, Digest",

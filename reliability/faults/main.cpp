@@ -78,8 +78,9 @@ int runAll(const std::string& origin, const std::string& word) {
 
 int main(int argc, char** argv) {
     using namespace reliability;
-    std::signal(SIGALRM, tooLong);
-    std::signal(SIGPIPE, SIG_IGN);  // the scripted servers write to clients that are gone
+    static_cast<void>(std::signal(SIGALRM, tooLong));
+    static_cast<void>(
+        std::signal(SIGPIPE, SIG_IGN));  // the scripted servers write to clients that are gone
     const ServerProcess servers([](const ServerProcess::Ready& ready) {
         const tool::Origin origin;
         ready({origin.url("")});

@@ -93,7 +93,7 @@ private:
 /// the engine's own, or all but those.
 std::string aboveSelectsLimit(const std::string& origin, bool engine_too) {
     const DescriptorLimit many(
-        std::min<rlim_t>(DescriptorLimit::highest(), 2 * FD_SETSIZE + crowd));
+        std::min<rlim_t>(DescriptorLimit::highest(), rlim_t{2} * FD_SETSIZE + crowd));
     std::optional<Occupied> occupied;
     if (engine_too) occupied.emplace();
     Exchange host;

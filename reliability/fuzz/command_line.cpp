@@ -2,6 +2,7 @@
 
 #include "command_line.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "fuzz.h"
@@ -14,8 +15,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     for (std::string line; std::getline(lines, line);) {
         if (line.find('@') == std::string::npos) words.push_back(line);  // would read a file
     }
-    std::vector<const char*> arguments;
-    for (const auto& word : words) arguments.push_back(word.c_str());
+    std::vector<const char*> arguments(words.size());
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](const auto& word) { return word.c_str(); });
     tool::CommandLine parsed;
     const auto exit = tool::parse(static_cast<int>(arguments.size()), arguments.data(), parsed);
     if (exit) {

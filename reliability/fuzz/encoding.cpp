@@ -17,7 +17,7 @@ std::string decoded(const std::string& encoded) {
     int length = 0;
     char* bytes =
         curl_easy_unescape(nullptr, encoded.c_str(), static_cast<int>(encoded.size()), &length);
-    const std::string result(bytes, static_cast<std::size_t>(length));
+    std::string result(bytes, static_cast<std::size_t>(length));
     curl_free(bytes);
     return result;
 }

@@ -82,6 +82,7 @@ int PairedExchange::perform(const zel::http::RequestConfig& config,
 }  // namespace reliability
 
 /// libcurl connects what it is given, and libcurl 7.88 also when it is told not to.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" __attribute__((visibility("default"))) int connect(int socket, const sockaddr* address,
                                                               socklen_t length) {
     static const auto next = reinterpret_cast<decltype(&connect)>(dlsym(RTLD_NEXT, "connect"));

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <csignal>
 #include <iostream>
-#include <optional>
+#include <list>
 
 #include "../nowhere_logger.h"
 #include "../process.h"
@@ -72,27 +72,26 @@ private:
     void round() {
         alarm(round_patience_seconds);
         const auto until = std::min(Clock::now() + engine_life, end_);
-        std::optional<FsmThread> fsm;
-        if (engines_ % 2 == 1) fsm.emplace();
+        FsmThread fsm;
+        const bool at_once = engines_ % 2 == 0;
         const auto ending = engines_ / 2 % 2 == 0 ? Ending::wait_for_all : Ending::cancel_all;
         auto engine = std::make_unique<zel::http::Engine>(
-            [&](const auto& closure) { fsm ? fsm->post(closure) : closure(); }, &logger_);
-        std::vector<std::unique_ptr<Caller>> all;
+            [&](const auto& closure) { at_once ? closure() : fsm.post(closure); }, &logger_);
+        std::list<Caller> all;
         for (int i = 0; i < callers; ++i) {
-            all.push_back(std::make_unique<Caller>(targets_, ledger_, logger_, seed_++));
-            all.back()->run(until, ending);
+            all.emplace_back(targets_, ledger_, logger_, seed_++).run(until, ending);
         }
         ++engines_;
         while (Clock::now() < until) {
             std::this_thread::sleep_for(progress_interval);
             showProgress();
         }
-        for (const auto& caller : all) caller->join();
+        for (Caller& caller : all) caller.join();
         const auto destroying = Clock::now();
         engine.reset();
         longest_destruction_ = std::max(longest_destruction_, Clock::now() - destroying);
-        if (fsm) fsm->finish();
-        for (const auto& caller : all) caller->settle();
+        fsm.finish();
+        for (Caller& caller : all) caller.settle();
     }
 
     std::string summary() const {
@@ -165,7 +164,7 @@ int main(int argc, char** argv) {
     }
     const unsigned seed = argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10))
                                    : std::random_device()();
-    std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
         unsetenv(name);
     const ServerProcess servers(serve);
