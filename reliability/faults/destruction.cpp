@@ -109,6 +109,21 @@ std::string posted(const std::string& origin) {
     return fmt::format("{} outcomes, the client {}", outcomes, client.expired() ? "gone" : "held");
 }
 
+/// As many as a device will hardly have, all connected and waiting.
+std::string crowdInFlight(const std::string& origin) {
+    constexpr std::size_t crowd = 2000;
+    const DescriptorLimit many(DescriptorLimit::highest());
+    auto host = std::make_unique<Exchange>();
+    std::vector<std::shared_ptr<ProbeRequest>> requests;
+    for (std::size_t i = 0; i < crowd; ++i) {
+        requests.push_back(test::probe(origin + "/silence"));
+        requests.back()->runRequest();
+    }
+    host->settle();
+    const std::string first = end(host, requests.front());
+    return first + ", " + tally(requests);
+}
+
 std::string idleConnection(const std::string& origin) {
     auto host = std::make_unique<Exchange>();
     const auto request = test::probe(origin + "/hello");
@@ -176,6 +191,8 @@ Faults destructionsAtEveryPoint(const std::string& origin) {
          [=] { return posted(origin); }},
         {"while the connection is kept for the next request", "200 end, 1 of 1, each once",
          [=] { return idleConnection(origin); }},
+        {"while 2000 requests wait", quiet + ", 0 of 2000, each once",
+         [=] { return crowdInFlight(origin); }},
         {"10,000 times, wherever the requests are", "all in time", rounds(10000)},
     };
 }
