@@ -7,7 +7,8 @@
 namespace tool {
 
 Session::Session()
-    : executor_(loop_),
+    : signals_(loop_, SIGINT, SIGTERM),
+      executor_(loop_),
       engine_(std::make_unique<zel::http::Engine>(
           [this](const std::function<void()>& closure) { executor_.post(closure, 0); },
           &logging::getLogger("HttpClient"))),
@@ -20,8 +21,7 @@ Session::~Session() {
 
 bool Session::run(const std::function<void()>& interrupted) {
     bool completed = true;
-    boost::asio::signal_set signals(loop_, SIGINT, SIGTERM);
-    signals.async_wait([&](const boost::system::error_code& error, int /*signal*/) {
+    signals_.async_wait([&](const boost::system::error_code& error, int /*signal*/) {
         if (error) return;
         completed = false;
         interrupted();
@@ -29,6 +29,7 @@ bool Session::run(const std::function<void()>& interrupted) {
     });
     loop_.restart();
     loop_.run();
+    signals_.cancel();
     return completed;
 }
 

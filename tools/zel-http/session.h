@@ -35,6 +35,8 @@ public:
 
 private:
     boost::asio::io_context loop_;
+    /// Keeps a signal from before `run` for it.
+    boost::asio::signal_set signals_;
     oru::asio_executor executor_;
     std::unique_ptr<zel::http::Engine> engine_;
     std::shared_ptr<zel::http::Client> client_;
