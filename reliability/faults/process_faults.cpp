@@ -34,7 +34,7 @@ std::string outOfDescriptors(const std::string& origin) {
     return andServes(host, origin, came);
 }
 
-/// Many requests at once; "1700 answered, 300 refused, each once".
+/// Many requests at once; "some answered, the others refused, each once".
 std::string atOnce(Exchange& host, const std::string& url) {
     std::atomic<bool> all_queued{false};  // so that the engine attaches all of them in one pass
     host.engine.queueRequest([&] { waitUntil([&] { return all_queued.load(); }); });
