@@ -25,10 +25,8 @@ const std::string quiet = "in time, silent, held by nobody";
 
 /// What the end of the engine did to a request that was under way.
 std::string end(Host& host, const std::shared_ptr<ProbeRequest>& request) {
-    const auto begun = std::chrono::steady_clock::now();
-    destroy(host);
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begun;
-    return fmt::format("{}, {}, {}", took.count() < destruction_bound_ms ? "in time" : "late",
+    const double took_ms = destroy(host);
+    return fmt::format("{}, {}, {}", took_ms < destruction_bound_ms ? "in time" : "late",
                        request->outcomes == 0 ? "silent" : "with an outcome",
                        request.use_count() == 1 ? "held by nobody" : "held");
 }

@@ -58,12 +58,13 @@ void waitUntil(const std::function<bool()>& reached) {
     }
 }
 
-void destroy(std::unique_ptr<test::Exchange>& host) {
+double destroy(std::unique_ptr<test::Exchange>& host) {
     const auto begun = Clock::now();
     host.reset();
     const std::chrono::duration<double, std::milli> took = Clock::now() - begun;
     ++so_far.count;
     so_far.longest_ms = std::max(so_far.longest_ms, took.count());
+    return took.count();
 }
 
 const Destructions& destructions() { return so_far; }

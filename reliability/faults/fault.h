@@ -38,8 +38,8 @@ std::string tally(const std::vector<std::shared_ptr<test::ProbeRequest>>& reques
 /// Waits up to `test::patience` for `reached` without running the loop; throws after that.
 void waitUntil(const std::function<bool()>& reached);
 
-/// Destroys the host with its engine and keeps the longest time it took.
-void destroy(std::unique_ptr<test::Exchange>& host);
+/// Destroys the host with its engine; returns the milliseconds it took and keeps the longest.
+double destroy(std::unique_ptr<test::Exchange>& host);
 /// What `destroy` found so far.
 struct Destructions {
     long count = 0;

@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <iostream>
-#include <optional>
 
 #include "../process.h"
 #include "../server_process.h"
