@@ -53,8 +53,10 @@ TEST(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
         const auto request = probe(origin.url("/bytes/2000?close"));
         if (refuses) request->on_data = [] { throw std::runtime_error("enough"); };
         performs_a_pass = 30;
-        request->runRequest();
-        request->pauseRequest();
+        host.engine.queueRequest([&] {  // both for one pass
+            request->runRequest();
+            request->pauseRequest();
+        });
         host.settle();
         performs_a_pass = 1;
         EXPECT_EQ(request->received, 0U);

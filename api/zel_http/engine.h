@@ -9,7 +9,9 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "logging/logger.h"
@@ -138,6 +140,10 @@ protected:
 
 private:
     void trace(const char* operation);
+    void enqueue(std::function<void()> work);
+    void registerTask(const std::shared_ptr<ActiveTask>& task);
+    void unregisterTask(const ActiveTask& task);
+    void keepConnectionsFor(std::size_t transfers);
     void checkEngineThread() const;
     void setTransferOptions(void* curl, const RequestConfig& config);
     void setCredentials(void* curl, const RequestConfig& config);
@@ -147,9 +153,15 @@ private:
     void handOver(std::shared_ptr<Request> request, CURLcode result, long httpCode);
     void retry(const ActiveTask& finished);
     void applyPendingPauses();
-    bool descriptorsFitSelect() const;
-    bool waitWithSelect(timeval timeout);
-    bool waitWithPoll(timeval timeout);
+    /// What a wait found: how many descriptors, and whether the wake-up's is one of them.
+    struct Ready {
+        int descriptors;
+        bool wakeup;
+    };
+    bool descriptorsFitSelect();
+    Ready wait(timeval timeout);
+    Ready waitWithSelect(timeval timeout);
+    Ready waitWithPoll(timeval timeout);
     void drainWakeup();
     static void reportCallbackFailure(const char* name, const char* what) noexcept;
     static std::shared_ptr<ActiveTask> findTask(void* handle);
@@ -179,6 +191,16 @@ private:
     std::map<void*, std::shared_ptr<ActiveTask>> tasks;
     // Constant after construction.
     logging::Logger* logger;
+    // Guarded by queueMutex: the engine thread may be waiting, and nobody has woken it yet.
+    bool wakeupNeeded = false;
+    // Engine thread only: descriptors that `select` cannot take may be open.
+    bool highDescriptors = false;
+    // Engine thread only: the queue of the current pass. A member for its memory, which it keeps.
+    std::deque<std::function<void()>> runningRequests;
+    // Engine thread only, as `tasks` and with the same entries: requests with their easy handles.
+    std::set<std::pair<const Request*, void*>> handlesOfRequests;
+    // Engine thread only: the most tasks at a time since the last rest.
+    std::size_t mostTasks = 0;
     // Engine thread only: tasks whose pause libcurl has not accepted yet.
     std::vector<std::weak_ptr<ActiveTask>> pendingPauses;
     // Written once by the engine thread; 0 while no such thread runs.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -23,6 +24,7 @@ namespace zel::http {
 class ZEL_HTTP_API Request : public std::enable_shared_from_this<Request> {
 public:
     Request();
+    explicit Request(const RequestConfig& config);
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
@@ -76,9 +78,13 @@ public:
     bool allowsPayloadLogging() const { return allowPayloadLogging; }
 
 private:
+    friend class Engine;
+
     std::uint32_t responseCode = static_cast<std::uint32_t>(-1);
     bool paused = false;
     bool allowPayloadLogging = true;
+    /// How many transfers are queued or running; the engine counts them. Any thread.
+    std::atomic<unsigned> transfers{0};
 };
 
 }  // namespace zel::http

@@ -98,6 +98,16 @@ std::string runOnceTheEngineIsGone(const std::string& origin, const Run& run) {
     return tally(requests);
 }
 
+/// The queue is never empty, and every wait ends at once.
+std::string endlessQueue(const std::string& origin) {
+    std::function<void()> again;
+    Exchange host;
+    again = [&] { host.engine.queueRequest(again); };
+    host.engine.queueRequest(again);
+    const std::string limited = host.perform("--timeout 0.3 " + origin + "/silence");
+    return limited + ", " + host.perform(origin + "/hello");
+}
+
 std::string slowExecutor(const std::string& origin) {
     Exchange host;
     Several requests(host, origin + "/hello");
@@ -270,6 +280,8 @@ Faults hostFaults(const std::string& origin) {
         {"FSM runner runs on another thread", all, later(elsewhere)},
         {"FSM runner runs once the engine is gone", all,
          [=] { return runOnceTheEngineIsGone(origin, in_order); }},
+        {"queue without end", "<Operation timed out> Timeout was reached, 200 hello",
+         [=] { return endlessQueue(origin); }},
         {"executor slow, half cancelled meanwhile", "25 of 50, each once",
          [=] { return slowExecutor(origin); }},
         {"request throws an int out of notifyHeader", reported, thrower("notifyHeader", 7)},

@@ -50,12 +50,11 @@ std::function<void()> deliverTo(std::shared_ptr<ClientImpl> client, Client::Requ
 
 ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> client, RequestId id,
                                      const RequestConfig& config)
-    : client(std::move(client)),
+    : Request(config),
+      client(std::move(client)),
       id(id),
       headers(header_buckets),
-      max_download_size(config.max_download_size) {
-    this->config = config;
-}
+      max_download_size(config.max_download_size) {}
 
 void ClientImpl::CurlRequest::start() {}
 
@@ -114,8 +113,9 @@ void ClientImpl::CurlRequest::notifyFailure(Failure failure, const char* text) {
     tryToCancelRequest();
 }
 
-/// The transfer is over and nobody looks at the parts again.
+/// The transfer is over and nobody looks at the parts again, nor at what was sent.
 ResponseData ClientImpl::CurlRequest::takeResponse() {
+    std::string().swap(config.body);
     return {getResponseCode(), std::move(headers), std::move(body)};
 }
 

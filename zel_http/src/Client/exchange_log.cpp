@@ -34,7 +34,7 @@ std::string apply_string_filter(const std::string& text, const StringFilter& fil
 template <std::size_t N>
 bool lists(const std::array<std::string_view, N>& names, const std::string& name) {
     return std::any_of(names.begin(), names.end(), [&](std::string_view listed) {
-        return boost::algorithm::iequals(listed, name);
+        return listed.size() == name.size() && boost::algorithm::iequals(listed, name);
     });
 }
 
@@ -65,16 +65,31 @@ void log_body(logging::Logger& logger, std::string_view text) {
 void log_exchange(logging::Logger& logger, const HeaderMap& headers, const std::string& body,
                   bool is_response, bool body_allowed, const HeadersFilter& headers_filter,
                   const StringFilter& body_filter) {
-    log_headers(logger, headers_filter ? headers_filter(headers) : headers, is_response);
+    if (headers_filter) {
+        log_headers(logger, headers_filter(headers), is_response);
+    } else {
+        log_headers(logger, headers, is_response);
+    }
     const auto content_type = headers.find("Content-Type");
     if (content_type == headers.end() || !loggable(content_type->second) || !body_allowed) return;
-    log_body(logger, apply_string_filter(body, body_filter));
+    if (body_filter) {
+        log_body(logger, apply_string_filter(body, body_filter));
+    } else {
+        log_body(logger, body);  // not copied
+    }
+}
+
+/// Whether there is nothing to do: no line would be written, and there is no filter to ask.
+bool silent(const logging::Logger& logger, const LogFilter& filter) {
+    return !logger.isDebugEnabled(summary_level) && !filter.url_filter && !filter.headers_filter &&
+           !filter.request_body_filter && !filter.response_body_filter;
 }
 
 }  // namespace
 
 void log_request(logging::Logger& logger, Client::RequestId id, const RequestConfig& config,
                  const LogFilter& filter) {
+    if (silent(logger, filter)) return;
     const bool body_allowed = filter.payload == LogFilter::Full ||
                               filter.payload == LogFilter::RequestBodies ||
                               logger.isDebugEnabled(body_level);
@@ -86,6 +101,7 @@ void log_request(logging::Logger& logger, Client::RequestId id, const RequestCon
 
 void log_response(logging::Logger& logger, Client::RequestId id, const ResponseData& response,
                   const LogFilter& filter) {
+    if (silent(logger, filter)) return;
     const bool success = response.status >= 200 && response.status <= 299;
     const bool body_allowed =
         filter.payload == LogFilter::Full || !success || logger.isDebugEnabled(body_level);

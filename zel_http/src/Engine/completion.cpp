@@ -32,7 +32,7 @@ void Engine::processCompletedTasks() {
     while (const CURLMsg* message = findCompletedMsg()) {
         const CURLcode reported = message->data.result;  // gone once the handle is detached
         const auto task = tasks.at(message->easy_handle);
-        tasks.erase(task->curl);
+        unregisterTask(*task);
         if (const auto request = task->request) {
             edgeCookieCheck(*task);
             const CURLcode result = resultOf(*task, reported);
@@ -44,6 +44,7 @@ void Engine::processCompletedTasks() {
             if (connectCode == 0 && !request->fallbackProxies.empty()) {
                 retry(*task);
             } else {
+                --request->transfers;
                 handOver(request, result, httpCode);
             }
         }

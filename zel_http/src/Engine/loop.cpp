@@ -42,12 +42,20 @@ void Engine::checkEngineThread() const {
 #endif
 }
 
-void Engine::queueRequest(const std::function<void()>& fn) {
+void Engine::queueRequest(const std::function<void()>& fn) { enqueue(fn); }
+
+/// A wake-up costs a pass over every transfer, so there is none while the engine thread is bound to
+/// look at the queue before it waits, nor a second one for the same wait.
+void Engine::enqueue(std::function<void()> work) {
     {
         const std::lock_guard lock(queueMutex);
-        pendingRequests.push_back(fn);
+        pendingRequests.push_back(std::move(work));
+        if (!std::exchange(wakeupNeeded, false)) return;
     }
-    if (eventfd_write(wakeupFd, 1) != 0) eventlog("CurlEngine: Error writing eventfd\n");
+    if (eventfd_write(wakeupFd, 1) == 0) return;
+    eventlog("CurlEngine: Error writing eventfd\n");
+    const std::lock_guard lock(queueMutex);
+    wakeupNeeded = true;
 }
 
 void Engine::runTasks() {
@@ -64,14 +72,14 @@ void Engine::runTasks() {
 
 void Engine::processPendingRequests() {
     trace("processPendingRequests");
-    std::deque<std::function<void()>> batch;
-    {
-        const std::lock_guard lock(queueMutex);
-        batch.swap(pendingRequests);
-    }
-    while (!batch.empty()) {
-        batch.front()();
-        batch.pop_front();
+    std::unique_lock lock(queueMutex);
+    wakeupNeeded = true;
+    if (pendingRequests.empty()) return;
+    runningRequests.swap(pendingRequests);
+    lock.unlock();
+    while (!runningRequests.empty()) {
+        runningRequests.front()();
+        runningRequests.pop_front();
         if (terminationFlag) return;  // what stands behind a termination never runs
     }
 }
@@ -80,23 +88,36 @@ CURLMcode Engine::doCurlProcessing() {
     trace("doCurlProcessing");
     long curlTimer = -1;
     curl_multi_timeout(multiHandle, &curlTimer);
-    const timeval timeout = waitFor(curlTimer);
-    const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
-    if (woken) drainWakeup();
+    const Ready ready = wait(waitFor(curlTimer));
+    if (ready.descriptors == 0 && tasks.empty()) mostTasks = 0;  // a rest, to the end of the wait
+    if (ready.wakeup) drainWakeup();
+    // Driving looks at every transfer; not when only the queue has something to do.
+    if (ready.wakeup && ready.descriptors == 1) return CURLM_OK;
     int running = 0;
     return engine_curl_multi_perform(multiHandle, &running);
 }
 
-/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word, so a process
-/// that may open such descriptors waits with `curl_multi_poll`.
-bool Engine::descriptorsFitSelect() const {
-    rlimit limit{};
-    return wakeupFd < FD_SETSIZE && getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
-           limit.rlim_cur <= FD_SETSIZE;
+Engine::Ready Engine::wait(timeval timeout) {
+    // Nothing to wait for. Asking what is readable would look at every transfer, as driving does; a
+    // wake-up stays readable until there is a wait.
+    if (timeout.tv_sec == 0 && timeout.tv_usec == 0) return {0, false};
+    const Ready ready = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
+    const std::lock_guard lock(queueMutex);
+    wakeupNeeded = false;
+    return ready;
 }
 
-/// Both waits return whether the wake-up descriptor is readable.
-bool Engine::waitWithSelect(timeval timeout) {
+/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word, so a process
+/// that may open such descriptors, or may have opened some, waits with `curl_multi_poll`.
+bool Engine::descriptorsFitSelect() {
+    if (highDescriptors) return false;
+    rlimit limit{};
+    highDescriptors = wakeupFd >= FD_SETSIZE || getrlimit(RLIMIT_NOFILE, &limit) != 0 ||
+                      limit.rlim_cur > FD_SETSIZE;
+    return !highDescriptors;
+}
+
+Engine::Ready Engine::waitWithSelect(timeval timeout) {
     fd_set readable;
     fd_set writable;
     fd_set exceptional;
@@ -109,10 +130,10 @@ bool Engine::waitWithSelect(timeval timeout) {
     highest = std::max(highest, wakeupFd);
     const int ready = select(highest + 1, &readable, &writable, &exceptional, &timeout);
     if (ready < 0 && errno != EINTR) pauseAfterFailedWait();
-    return ready > 0 && FD_ISSET(wakeupFd, &readable);
+    return {ready, ready > 0 && FD_ISSET(wakeupFd, &readable)};
 }
 
-bool Engine::waitWithPoll(timeval timeout) {
+Engine::Ready Engine::waitWithPoll(timeval timeout) {
     curl_waitfd wakeup{wakeupFd, CURL_WAIT_POLLIN, 0};
     int ready = 0;
     const CURLMcode result =
@@ -120,7 +141,7 @@ bool Engine::waitWithPoll(timeval timeout) {
     // A closed descriptor counts as ready. With no transfer it can only be the wake-up's.
     const bool closed = ready > 0 && wakeup.revents == 0 && tasks.empty();
     if (result != CURLM_OK || closed) pauseAfterFailedWait();
-    return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
+    return {ready, (wakeup.revents & CURL_WAIT_POLLIN) != 0};
 }
 
 void Engine::drainWakeup() {

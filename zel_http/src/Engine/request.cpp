@@ -7,6 +7,7 @@
 namespace zel::http {
 
 Request::Request() = default;
+Request::Request(const RequestConfig& config) : config(config) {}
 Request::~Request() = default;
 
 void Request::runRequest() {

@@ -12,29 +12,50 @@ namespace zel::http {
 
 void Engine::addNewRequest(std::shared_ptr<Request> request) {
     trace("addNewRequest");
-    queueRequest([this, request = std::move(request)] { prepareAddTask(request); });
+    ++request->transfers;
+    enqueue([this, request = std::move(request)] { prepareAddTask(request); });
     engine_request_added();
 }
 
 void Engine::tryToCancelRequest(std::shared_ptr<Request> request) {
-    queueRequest([this, request = std::move(request)] { removeTask(request); });
+    // Every finished request of a client asks; the engine thread is not woken for nothing.
+    if (request->transfers == 0) return;
+    enqueue([this, request = std::move(request)] { removeTask(request); });
 }
 
 void Engine::pauseRequest(std::shared_ptr<Request> request) {
-    queueRequest([this, request = std::move(request)] { pauseTask(request); });
+    enqueue([this, request = std::move(request)] { pauseTask(request); });
 }
 
 void Engine::resumeRequest(std::shared_ptr<Request> request) {
-    queueRequest([this, request = std::move(request)] { resumeTask(request); });
+    enqueue([this, request = std::move(request)] { resumeTask(request); });
 }
 
 void Engine::prepareAddTask(std::shared_ptr<Request> request) { addTask(std::move(request)); }
 
+void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
+    tasks[task->curl] = task;
+    handlesOfRequests.emplace(task->request.get(), task->curl);
+    if (tasks.size() > mostTasks) keepConnectionsFor(tasks.size());
+}
+
+/// libcurl keeps four connections for each transfer that there is at the moment. A batch of
+/// outcomes leaves few for a moment, and the next batch would have to connect again.
+void Engine::keepConnectionsFor(std::size_t transfers) {
+    mostTasks = transfers;
+    curl_multi_setopt(multiHandle, CURLMOPT_MAXCONNECTS, static_cast<long>(4 * transfers));
+}
+
+void Engine::unregisterTask(const ActiveTask& task) {
+    handlesOfRequests.erase({task.request.get(), task.curl});
+    tasks.erase(task.curl);
+}
+
+/// Of several transfers of one request the one with the lowest handle.
 std::shared_ptr<Engine::ActiveTask> Engine::getActiveTask(std::shared_ptr<Request> request) {
-    const auto found = std::find_if(tasks.begin(), tasks.end(), [&](const auto& entry) {
-        return entry.second->request == request;
-    });
-    return found == tasks.end() ? nullptr : found->second;
+    const auto found = handlesOfRequests.lower_bound({request.get(), nullptr});
+    if (found == handlesOfRequests.end() || found->first != request.get()) return nullptr;
+    return tasks.at(found->second);
 }
 
 void Engine::removeTask(std::shared_ptr<Request> request) {
@@ -42,7 +63,8 @@ void Engine::removeTask(std::shared_ptr<Request> request) {
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
     doCurlCleanup(task);
-    tasks.erase(task->curl);
+    unregisterTask(*task);
+    --task->request->transfers;
 }
 
 void Engine::doCurlCleanup(std::shared_ptr<ActiveTask> task) {

@@ -6,7 +6,6 @@
 #include <openssl/ssl.h>
 #include <unistd.h>
 
-#include <boost/algorithm/string/predicate.hpp>
 #include <optional>
 #include <string>
 
@@ -28,7 +27,10 @@ constexpr char partial_chain_signature[] =
 using PlainVerifier = int (*)(int, X509_STORE_CTX*);
 
 /// Whether TLS options apply: the URL begins with "https", in any case.
-bool isHttps(const std::string& url) { return boost::algorithm::istarts_with(url, "https"); }
+bool isHttps(const std::string& url) {
+    constexpr char scheme[] = "https";
+    return curl_strnequal(url.c_str(), scheme, sizeof scheme - 1) != 0;
+}
 
 /// A path with a NUL in it names no file; cut there it would name another.
 bool given(const std::optional<std::string>& path) {

@@ -9,7 +9,8 @@ namespace zel::http {
 /// Whether a caller's text would end its line on the wire, and so become a header or a request that
 /// nobody asked for, or be cut at a NUL on the way to libcurl.
 inline bool breaksLine(std::string_view text) {
-    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
 /// The text for a log line, with '?' for every control character.

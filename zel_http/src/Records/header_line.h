@@ -10,11 +10,14 @@ struct HeaderLine {
     std::string_view value;
 };
 
+constexpr bool isWhitespace(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');  // tab, LF, vertical tab, form feed, CR
+}
+
 constexpr std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view whitespace = " \t\r\n\v\f";
-    const auto begin = text.find_first_not_of(whitespace);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(whitespace) - begin + 1);
+    while (!text.empty() && isWhitespace(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isWhitespace(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 /// Splits a header line at its first colon. Nothing for a line without a name, without a colon (a

@@ -1,18 +1,40 @@
 #pragma once
 
-#include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/predicate.hpp>
 #include <cstddef>
 #include <functional>
+#include <locale>
 #include <string>
 
 namespace oru::containers {
+
+namespace detail {
+
+/// Makes letters upper or lower case as the global locale does. In the classic locale, nearly
+/// always the one, without asking its facet, which costs more than the rest of an insertion.
+inline void fold(std::string& text, bool upper) {
+    const std::locale locale;
+    if (locale != std::locale::classic()) {
+        const auto& letters = std::use_facet<std::ctype<char>>(locale);
+        char* const end = text.data() + text.size();
+        static_cast<void>(upper ? letters.toupper(text.data(), end)
+                                : letters.tolower(text.data(), end));
+        return;
+    }
+    const char first = upper ? 'a' : 'A';
+    for (char& c : text) {
+        if (c >= first && c <= first + ('z' - 'a')) c = static_cast<char>(c ^ ('a' ^ 'A'));
+    }
+}
+
+}  // namespace detail
 
 /// Hashes a text without regard to the case of letters, as the process's global locale sees it at
 /// the time of the call.
 struct lc_hash {
     std::size_t operator()(const std::string& key) const {
-        return std::hash<std::string>{}(boost::algorithm::to_lower_copy(key));
+        std::string folded = key;
+        detail::fold(folded, false);
+        return std::hash<std::string>{}(folded);
     }
 };
 
@@ -20,7 +42,12 @@ struct lc_hash {
 /// Keys that are equal here have the same `lc_hash`.
 struct lc_equals {
     bool operator()(const std::string& a, const std::string& b) const {
-        return boost::algorithm::iequals(a, b);
+        if (a.size() != b.size()) return false;
+        std::string left = a;
+        std::string right = b;
+        detail::fold(left, true);
+        detail::fold(right, true);
+        return left == right;
     }
 };
 
