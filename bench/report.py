@@ -21,7 +21,7 @@ TARGETS = {"get-1": 1.15, "get-64": 1.05, "get-512": 1.10, "get-2000": 1.10, "tl
            "download": 0.55, "post": 1.15, "put": 1.15, "beside": 1.15}
 DEFAULTS = FLOOR + ", libcurl's authorities"
 COLOURS = {LIBRARY: "#c2410c", FLOOR: "#111827", "raw-threads": "#6b7280", "raw-socket": "#9ca3af",
-           "libsoup": "#0e7490", "qt": "#15803d", "beast": "#7c3aed", "cpp-httplib": "#b45309"}
+           "libsoup": "#0e7490", "qt": "#15803d", "beast": "#7c3aed", "cpp-httplib": "#db2777"}
 
 
 class Results:
@@ -212,15 +212,16 @@ def plot_ratios(results):
             ratio = results.ratios(work.name, peer, cpu)
             if ratio is None:
                 continue
-            axes.barh(row + index * height, ratio[0], height, color=COLOURS[peer],
-                      label=peer if row == 0 else None,
-                      xerr=[[ratio[0] - ratio[1]], [ratio[2] - ratio[0]]],
-                      error_kw={"linewidth": 0.6, "ecolor": "#374151"})
+            axes.errorbar(ratio[0], row + index * height, color=COLOURS[peer], fmt="o", elinewidth=0.8,
+                          markersize=6 if peer == LIBRARY else 4, label=peer if row == 0 else None,
+                          xerr=[[ratio[0] - ratio[1]], [ratio[2] - ratio[0]]])
     axes.axvline(1, color=COLOURS[FLOOR], linewidth=1)
-    axes.set_yticks([row + 0.4 for row in range(len(names))], [work.title for work in names], fontsize=8)
+    axes.set_yticks([row + 0.34 for row in range(len(names))], [work.title for work in names], fontsize=8)
+    for row in range(1, len(names)):
+        axes.axhline(row - 0.15, color="#d1d5db", linewidth=0.5)
     axes.invert_yaxis()
     axes.set(xscale="log", xlabel="CPU a request ÷ raw-multi (median; least to most)")
-    axes.legend(fontsize=8)
+    axes.legend(fontsize=8, loc="upper left")
     save(figure, "ratios.svg")
 
 
