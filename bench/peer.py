@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import resource
 import subprocess
 import time
 
@@ -10,6 +11,10 @@ SERVER_CORE, CLIENT_CORE = 0, 1
 HERE = pathlib.Path(__file__).resolve().parent
 BUILD = HERE.parent / "build" / "bench" / "bench"
 PATIENCE = 120  # seconds
+
+# Thousands of connections, on both sides, whatever the shell's limit is.
+_, HARD_LIMIT = resource.getrlimit(resource.RLIMIT_NOFILE)
+resource.setrlimit(resource.RLIMIT_NOFILE, (min(16384, HARD_LIMIT), HARD_LIMIT))
 
 
 def environment():

@@ -176,6 +176,7 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
     while (download->received == 0) std::this_thread::yield();
     download->pauseRequest();
     download->pauseRequest();
+    host.settle();
     while (!stalled) std::this_thread::yield();
     const std::size_t held = download->received;
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");

@@ -58,6 +58,7 @@ void Engine::retry(const ActiveTask& finished) {
     const std::string proxy = std::move(finished.request->fallbackProxies.front());
     finished.request->fallbackProxies.pop_front();
     addTask(finished.request, proxy);
+    --finished.request->transfers;  // now that the next one counts
     if (finished.paused) pauseTask(finished.request);
 }
 

@@ -12,14 +12,17 @@ namespace zel::http {
 
 void Engine::addNewRequest(std::shared_ptr<Request> request) {
     trace("addNewRequest");
-    ++request->transfers;
-    enqueue([this, request = std::move(request)] { prepareAddTask(request); });
+    ++request->transfers;  // as one that is queued
+    enqueue([this, request = std::move(request)] {
+        prepareAddTask(request);
+        --request->transfers;
+    });
     engine_request_added();
 }
 
 void Engine::tryToCancelRequest(std::shared_ptr<Request> request) {
     // Every finished request of a client asks; the engine thread is not woken for nothing.
-    if (request->transfers == 0) return;
+    if (!request || request->transfers == 0) return;
     enqueue([this, request = std::move(request)] { removeTask(request); });
 }
 
@@ -34,6 +37,7 @@ void Engine::resumeRequest(std::shared_ptr<Request> request) {
 void Engine::prepareAddTask(std::shared_ptr<Request> request) { addTask(std::move(request)); }
 
 void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
+    ++task->request->transfers;
     tasks[task->curl] = task;
     handlesOfRequests.emplace(task->request.get(), task->curl);
     if (tasks.size() > mostTasks) keepConnectionsFor(tasks.size());
