@@ -156,7 +156,7 @@ int Load::report() {
         peer_, work_.requests, failed_, last_.cpu - first_.cpu,
         static_cast<double>(last_.wall - first_.wall) / 1e9, percentile(0.50), percentile(0.99),
         reliability::memoryKib("VmHWM"), extra_);
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
     return failed_ == 0 ? 0 : 1;
 }
 
