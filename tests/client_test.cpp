@@ -143,7 +143,6 @@ TEST_F(ClientTest, AForeignThreadIsReportedAndServed) {
 }
 
 TEST_F(ClientTest, EmptyCallbacksStopTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto callback = [](auto&&...) {};
     EXPECT_DEATH(client->start_request({}, {}, nullptr, Client::ErrorCallback(callback)), "Client.*response_cb");
     EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(callback), nullptr), "Client.*error_cb");

@@ -81,7 +81,6 @@ TEST(Queue, NothingBehindATerminationRunsAndAllIsDestroyed) {
 }
 
 TEST(LifecycleDeathTest, ProgrammingFaultsStopTheProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto twice = [] { const Exchange first, second; };
     EXPECT_DEATH(twice(), "zel_http/src/Engine/lifecycle.cpp:.*Assertion `!currentEngine' failed");
     EXPECT_DEATH(Engine::getEngine(), "Assertion `currentEngine' failed");
@@ -103,7 +102,29 @@ TEST(Lifecycle, WithoutAnEngineARequestDoesNothing) {
     EXPECT_EQ(unowned.getResponseCode(), 4294967295U);
     const Exchange host;
     EXPECT_THROW(unowned.runRequest(), std::bad_weak_ptr);
+    EXPECT_THROW(unowned.tryToCancelRequest(), std::bad_weak_ptr);
     EXPECT_EQ(request->outcomes, 0);
+}
+
+TEST(Lifecycle, AFinishedRequestLeavesAnEngineThatGoesAlone) {
+    std::promise<void> settled, gone;
+    std::thread fsm;
+    const auto request = probe("http://127.0.0.1:1/");
+    {
+        Exchange host([&](const auto& outcome) {
+            fsm = std::thread([&, outcome] {
+                outcome();
+                settled.get_future().wait();
+                request->tryToCancelRequest();  // what a client's requests end with
+                gone.get_future().wait();
+            });
+        });
+        EXPECT_NE(request->runToOutcome(), "none came");
+        host.settle();
+        settled.set_value();
+    }  // unordered with the cancel, which the thread sanitizer sees
+    gone.set_value();
+    fsm.join();
 }
 
 TEST(Control, CancelledRequestsHearNothing) {
@@ -185,6 +206,28 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
     download->resumeRequest();
     EXPECT_EQ(download->outcome(), "200 end");
     EXPECT_EQ(download->received, length);
+}
+
+/// libcurl reads on for many blocks before the engine comes to its queue.
+TEST(Control, APauseHoldsTheNextBlock) {
+    constexpr std::size_t length = std::size_t{16} * 1024 * 1024;
+    Exchange host;
+    const tool::Origin origin;
+    const auto request = probe(origin.url("/bytes/" + std::to_string(length)));
+    std::promise<std::size_t> first;
+    std::atomic<bool> first_seen{false};
+    request->on_data = [&] {
+        if (first_seen.exchange(true)) return;
+        request->pauseRequest();
+        first.set_value(request->received);
+    };
+    request->runRequest();
+    const std::size_t held = first.get_future().get();
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
+    EXPECT_EQ(request->received, held);
+    request->resumeRequest();
+    EXPECT_EQ(request->outcome(), "200 end");
+    EXPECT_EQ(request->body, tool::bodyOf(length));
 }
 
 }  // namespace

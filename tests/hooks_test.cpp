@@ -69,7 +69,6 @@ TEST(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
 }
 
 TEST(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto refused = [] {
         refuse = true;
         Exchange().perform("http://127.0.0.1:1/");

@@ -45,7 +45,9 @@ TEST(Setup, OptionsInTheirOrder) {
     const std::string first = "VERBOSE=0 PROTOCOLS=3 URL=" + url +
                               " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
                               "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 ";
-    const std::string last = "QUICK_EXIT=1 NOSIGNAL=1 BUFFERSIZE=524288 UPLOAD_BUFFERSIZE=262144 ";
+    const std::string last =
+        std::string("QUICK_EXIT=1 NOSIGNAL=1 ") + (sizeof(void*) > 4 ? "BUFFERSIZE=524288 UPLOAD_BUFFERSIZE=262144 "
+                                                                     : "BUFFERSIZE=65536 UPLOAD_BUFFERSIZE=65536 ");
     const std::string list = "HTTPHEADER=list ";
     const std::string put =
         "READFUNCTION=putReadFunc UPLOAD=1 READDATA=handle INFILESIZE=4 "

@@ -24,9 +24,12 @@ struct ZelHttpClientTag {};
 /// reported in the log and proceeds all the same.
 class ZEL_HTTP_API Client {
 public:
-    using RequestId = std::uint32_t;
+    using RequestId = std::uint32_t;  ///< names one request of one client
+    /// @{
+    /// Gets an outcome, valid during the call; an exception leaves the executor's task.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
+    /// @}
 
     /// Names no request and is never handed out.
     static const RequestId NoRequestId;
@@ -59,8 +62,11 @@ public:
 
 protected:
     Client() = default;
+    /// @{
+    /// For implementations.
     Client(const Client&) = default;
     Client& operator=(const Client&) = default;
+    /// @}
 };
 
 /// Creates a client whose outcomes arrive through `executor` and whose log lines go to `logger`.

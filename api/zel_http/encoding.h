@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Percent encoding.
+
 #include <string>
 
 #include "zel_http/export.h"
@@ -15,8 +18,11 @@ namespace zel::http {
 /// Builds a query string, pair by pair: nothing is left out or merged.
 class ZEL_HTTP_API QueryEncoder {
 public:
+    /// @{
+    /// Appends "name=value", both through `encodeURIComponent`.
     void addParameter(const std::string& name, const std::string& value);
     void addParameter(const std::string& name, int value);
+    /// @}
 
     /// The pairs so far, without a leading "?".
     std::string getQueryString() const;

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The engine.
+
 #include <curl/curl.h>
 #include <sys/select.h>
 
@@ -52,7 +55,7 @@ public:
     static Engine* currentEngine;
     /// As above, and stops the process by assertion when there is none. Any thread.
     static Engine* getEngine();
-    static bool hasEngine();
+    static bool hasEngine();  ///< any thread
 
     /// Runs a copy of `fn` on the engine thread, after all that was queued before. Any thread;
     /// returns at once. What is queued behind a termination is destroyed unrun.
@@ -61,12 +64,14 @@ public:
     /// An engine that has stopped stays stopped.
     void requestTermination();
 
-    // Control of transfers; `Request`'s own operations call these. Any thread; each queues its work
-    // and returns. The queue holds the request until then.
+    /// @{
+    /// Control of a transfer; `Request`'s own operations call it. Any thread; queues its work and
+    /// returns. The queue holds the request until then.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
     void resumeRequest(std::shared_ptr<Request> request);
+    /// @}
 
     /// Sets the proxy of every transfer that starts from now on; an empty `url` turns it off.
     /// `user` and `password` are sent percent-encoded, and are left out and reported in the log
@@ -75,22 +80,28 @@ public:
     /// libcurl program does.
     void setProxyConfig(const std::string& url, const std::string& user,
                         const std::string& password);
+    /// @{
+    /// What `setProxyConfig` stored. Any thread.
     std::string getProxyUrl();
     std::string getProxyUser();
     std::string getProxyPassword();
+    /// @}
     /// Applies `proxy`, or the stored proxy with its credentials when `proxy` is empty, to the easy
     /// handle `curl`. Engine thread.
     void addProxyConfig(void* curl, const std::string& proxy);
 
-    // The body of the engine thread. Engine thread.
+    /// @{
+    /// The engine thread's body and the steps of a pass. Engine thread.
     void thread_loop();
     void runTasks();
     void flagTermination();
     void processPendingRequests();
     CURLMcode doCurlProcessing();
+    /// @}
 
-    // What libcurl calls while it drives a transfer; `handle` is the easy handle. Engine thread.
-    // Nothing is thrown through libcurl: a failed callback fails its transfer.
+    /// @{
+    /// What libcurl calls while it drives a transfer; `handle` is the easy handle. Engine thread.
+    /// Nothing is thrown through libcurl: a failed callback fails its transfer.
     static std::size_t writeFunction(char* data, std::size_t size, std::size_t count,
                                      void* handle) noexcept;
     static std::size_t writeHeader(char* data, std::size_t size, std::size_t count,
@@ -98,6 +109,7 @@ public:
     static std::size_t putReadFunc(char* buffer, std::size_t size, std::size_t count,
                                    void* handle) noexcept;
     static int putSeekFunc(void* handle, curl_off_t offset, int origin) noexcept;
+    /// @}
     /// Not installed by the set-up: reports to the request at most every 3 seconds of transfer
     /// time.
     static int downloadProgress(void* handle, curl_off_t downloadTotal, curl_off_t downloadNow,
@@ -108,35 +120,42 @@ public:
 protected:
     // Everything below runs on the engine thread.
 
-    // tasks.cpp: the registry of transfers.
+    /// @{
+    /// tasks.cpp: the registry of transfers.
     void prepareAddTask(std::shared_ptr<Request> request);
     std::shared_ptr<ActiveTask> getActiveTask(std::shared_ptr<Request> request);
     void removeTask(std::shared_ptr<Request> request);
     void doCurlCleanup(std::shared_ptr<ActiveTask> task);
     void pauseTask(std::shared_ptr<Request> request);
     void resumeTask(std::shared_ptr<Request> request);
+    /// @}
 
-    // setup.cpp: from a request to a configured easy handle.
+    /// @{
+    /// setup.cpp: from a request to a configured easy handle, through `proxy` unless it is empty.
     void addTask(std::shared_ptr<Request> request);
-    /// As above, through `proxy` unless it is empty.
     void addTask(std::shared_ptr<Request> request, const std::string& proxy);
     void addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request,
                                 std::shared_ptr<ActiveTask> task);
     void addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
                              std::shared_ptr<ActiveTask> task);
+    /// @}
 
-    // completion.cpp: from a finished transfer to its outcome.
+    /// @{
+    /// completion.cpp: from a finished transfer to its outcome.
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
+    /// @}
     /// Runs in the FSM context, perhaps after the engine is gone.
     static void runCallbackHandlerInFsmContext(logging::Logger* logger,
                                                std::shared_ptr<Request> request, CURLcode result,
                                                long httpCode);
 
-    // cookies.cpp: the X-Auth cookie and the clean state.
+    /// @{
+    /// cookies.cpp: the X-Auth cookie and the clean state.
     std::string getCurrentXAuthCookieDomainFromRequest(void* curl, const std::string& url);
     void deleteCookiesFromRequest(void* curl, const std::string& url);
     void edgeCookieCheck(const ActiveTask& task);
+    /// @}
 
 private:
     void trace(const char* operation);

@@ -4,6 +4,7 @@
 
 #include "zel_http/export.h"
 
+/// @file
 /// Points at which a host can step between the engine and libcurl. The library calls these through
 /// the dynamic symbol table: a definition of the same function in the executable, or in a library
 /// loaded earlier, takes the place of the library's own.

@@ -15,6 +15,7 @@
 /// The values that cross the library's boundary. Plain data: every record owns what it holds.
 namespace zel::http {
 
+/// The request's method; a redirect may turn a `POST` into a `GET`.
 enum class Method : std::int32_t {
     POST = 0,
     PUT = 1,
@@ -62,7 +63,7 @@ struct ZEL_HTTP_API RequestConfig {
                   const std::string& body, std::chrono::milliseconds timeout,
                   const std::string& ca_file);
 
-    Method method = Method::GET;
+    Method method = Method::GET;  ///< decides whether `body` is sent
     /// The full URL, http or https. One with a control character fails as `InvalidUrl`.
     std::string url;
     /// Default: "Content-Type" = "text/xml; charset=utf-8". Unless a "User-Agent" is given here the
@@ -75,8 +76,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// Authentication is offered only when this is not empty. With CR, LF or NUL in one of them
     /// both are left out and reported in the log.
     std::string user;
-    std::string password;
-    AuthMethod auth_method = AuthMethod::ANY;
+    std::string password;                      ///< goes with `user`
+    AuthMethod auth_method = AuthMethod::ANY;  ///< goes with `user`
     /// Any bytes. Sent for `POST`, `PUT` and `PATCH`. On a kept-alive connection that the server
     /// closes unanswered the request is sent again, `POST` included.
     std::string body;
@@ -94,7 +95,7 @@ struct ZEL_HTTP_API RequestConfig {
     /// The client's own certificate and private key for mutual TLS, PEM files. Used only when both
     /// are given and readable. A redirect to another origin goes on without them.
     std::optional<std::string> own_cert;
-    std::optional<std::string> own_pkey;
+    std::optional<std::string> own_pkey;  ///< goes with `own_cert`
     /// An OpenSSL verify callback (pre-verification result, store context; non-zero accepts), run
     /// on the engine thread. It must hold a plain function `int (*)(int, X509_STORE_CTX*)`: with
     /// anything else the transfer fails. It must not throw: OpenSSL calls it. To accept what
@@ -106,10 +107,12 @@ struct ZEL_HTTP_API RequestConfig {
     /// `certificate::sslctx_data_index()`.
     std::optional<std::string> verifier_data;
 
-    /// The next three are carried along and shown in the log; no transfer setting depends on them.
+    /// @{
+    /// Carried along and shown in the log; no transfer setting depends on it.
     bool enable_cookies = true;
     bool read_cookies = false;
     bool write_cookies = false;
+    /// @}
     /// Start clean: new cookie session, no reused connection, no cached name look-up.
     bool reset_state = false;
     /// Expect an X-Auth cookie on the request, and the same domain in it afterwards. A fault is
@@ -119,7 +122,7 @@ struct ZEL_HTTP_API RequestConfig {
     bool xauth_check_domain = false;
     /// Written by the engine, in its own copy, just before the transfer.
     std::string xauth_previous_domain;
-    std::string xauth_expected_domain;
+    std::string xauth_expected_domain;  ///< what `xauth_check_domain` looks into
 
     /// The most body bytes accepted, -1 for no limit. A longer body fails the request.
     std::int32_t max_download_size = -1;
@@ -130,15 +133,16 @@ struct ZEL_HTTP_API RequestConfig {
 
 /// The answer of a server, whatever its status.
 struct ResponseData {
-    std::uint32_t status = 0;
+    std::uint32_t status = 0;  ///< 100 to 599
     /// The fields of every response on the way (redirects, authentication); of several with one
     /// name the first received.
     HeaderMap headers;
-    std::string body;
+    std::string body;  ///< as received, of the last response
 };
 
+/// Why no answer came.
 struct ErrorData {
-    ClientFailure failure = ClientFailure::ProtocolFailure;
+    ClientFailure failure = ClientFailure::ProtocolFailure;  ///< what to decide by
     /// A description for people; may be empty.
     std::string message;
 };
@@ -146,29 +150,39 @@ struct ErrorData {
 /// What of a request and its outcome may be logged, and how it is masked first. Empty filters
 /// change nothing.
 struct LogFilter {
+    /// Which lines are written at all.
     enum class Payload : std::int32_t {
         Full = 0,           ///< everything
         None = 1,           ///< not a line
         RequestBodies = 2,  ///< response bodies only on a status outside 2xx or at log level 9
         Verbose = 3,        ///< as above, and request bodies only at log level 9
     };
+    /// @{
+    /// As the enumerator.
     static constexpr Payload Full = Payload::Full;
     static constexpr Payload None = Payload::None;
     static constexpr Payload RequestBodies = Payload::RequestBodies;
     static constexpr Payload Verbose = Payload::Verbose;
+    /// @}
 
+    /// @{
+    /// Gets what would be logged and returns what is. Runs on the client's thread, also when no
+    /// line is written in the end.
     std::function<std::string(const std::string&)> url_filter;
     std::function<std::string(const std::string&)> request_body_filter;
     std::function<std::string(const std::string&)> response_body_filter;
     std::function<HeaderMap(const HeaderMap&)> headers_filter;
-    Payload payload = Payload::Full;
+    /// @}
+    Payload payload = Payload::Full;  ///< for all lines of the request and its outcome
 };
 
-/// Each writes the value's name, nothing for a value without one.
+/// @{
+/// Writes the value's name, nothing for a value without one.
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const Method& method);
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const AuthMethod& method);
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const Failure& failure);
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const ClientFailure& failure);
+/// @}
 
 /// Writes the configuration as labelled lines for a log: no user, password, header value or body.
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const RequestConfig& config);

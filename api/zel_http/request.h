@@ -20,10 +20,12 @@ namespace zel::http {
 ///
 /// Threads of the notifications: data, headers, size and X-Auth domain come on the engine thread
 /// while the transfer runs; the outcome comes wherever the host's FSM runner runs it, after the
-/// last of them. An exception out of a notification on the engine thread fails the transfer.
+/// last of them. An exception out of a notification on the engine thread fails the transfer, one
+/// out of `xauthCookieDomain` ends the process.
 class ZEL_HTTP_API Request : public std::enable_shared_from_this<Request> {
 public:
     Request();
+    /// Starts from a copy of `config`.
     explicit Request(const RequestConfig& config);
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
@@ -37,10 +39,11 @@ public:
 
     /// Hands the request to the engine. A second call starts a second transfer.
     virtual void runRequest();
-    /// Stops receiving and sending until `resumeRequest`; a pause before the connection stands
-    /// takes effect once it does. `RequestConfig::timeout` runs on meanwhile.
+    /// Stops receiving and sending until `resumeRequest`; the next block of the body is held
+    /// already. A pause before the connection stands takes effect once it does.
+    /// `RequestConfig::timeout` runs on meanwhile.
     virtual void pauseRequest();
-    virtual void resumeRequest();
+    virtual void resumeRequest();  ///< goes on where `pauseRequest` stopped
 
     /// A block of the body. Throwing fails the transfer.
     virtual void notifyDataReceived(const char* data, unsigned length) = 0;
@@ -65,17 +68,21 @@ public:
 
     virtual ~Request();
 
-    /// Drops the request's transfer; no outcome is notified afterwards, except one that has
-    /// already been handed to the FSM runner. Without a transfer nothing happens.
+    /// Queues the end of the request's transfer. Until the engine thread gets to it notifications
+    /// go on, and a transfer that ends meanwhile has its outcome, as has one whose outcome the FSM
+    /// runner already got. Without a transfer nothing happens.
     void tryToCancelRequest();
 
     /// The HTTP status: set just before the outcome is notified, 0 when there was none, all bits
     /// set until then.
     void setResponseCode(unsigned code) { responseCode = code; }
-    unsigned getResponseCode() const { return responseCode; }
+    unsigned getResponseCode() const { return responseCode; }  ///< as set
 
+    /// @{
+    /// What `Engine::allowsPayloadLogging` says of its transfer; the library itself does not ask.
     void setAllowPayloadLogging(bool allow) { allowPayloadLogging = allow; }
     bool allowsPayloadLogging() const { return allowPayloadLogging; }
+    /// @}
 
 private:
     friend class Engine;
@@ -85,6 +92,8 @@ private:
     bool allowPayloadLogging = true;
     /// How many transfers are queued or running; the engine counts them. Any thread.
     std::atomic<unsigned> transfers{0};
+    /// How many pauses the engine thread has not come to yet. Any thread.
+    std::atomic<unsigned> queuedPauses{0};
 };
 
 }  // namespace zel::http

@@ -133,7 +133,9 @@ void thread::create_thread(const std::string& name, const attributes& attributes
     const NativeAttributes native(attributes);
     std::unique_ptr<Start> start(new Start{name, std::move(function)});
     const AllSignalsBlocked blocked;
-    check(pthread_create(&id, native.get(), run, start.get()), "pthread_create");
+    const int error = pthread_create(&id, native.get(), run, start.get());
+    if (error != 0) id = 0;  // glibc writes it before it knows
+    check(error, "pthread_create");
     static_cast<void>(start.release());  // the thread owns it now
 }
 

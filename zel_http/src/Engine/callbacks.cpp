@@ -82,8 +82,11 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
     const auto work = [=](ActiveTask& task) -> std::size_t {
         const std::size_t bytes = size * count;
         if (!task.request) return bytes;
-        // A pause that libcurl has not accepted yet: it keeps the block for the resume.
-        if (task.pausePending) return CURL_WRITEFUNC_PAUSE;
+        // A pause that libcurl has not accepted yet, or that waits in the queue while libcurl reads
+        // on (up to 100 buffers in one go): libcurl keeps the block for the resume.
+        const bool queued = task.request->queuedPauses != 0 &&
+                            getEngine()->getActiveTask(task.request).get() == &task;
+        if (task.pausePending || queued) return CURL_WRITEFUNC_PAUSE;
         try {
             task.request->notifyDataReceived(data, saturated(bytes));
         } catch (const std::runtime_error&) {  // the request's own way to end its transfer

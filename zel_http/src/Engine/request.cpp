@@ -12,12 +12,17 @@ Request::~Request() = default;
 
 void Request::runRequest() {
     if (!Engine::hasEngine()) return;
+    // Looked at before the start: from then on a notification may pause, on the engine thread.
+    const bool pausedBefore = paused;
     Engine::getEngine()->addNewRequest(shared_from_this());
     // A pause from before the start found no transfer to act on.
-    if (paused) Engine::getEngine()->pauseRequest(shared_from_this());
+    if (pausedBefore) Engine::getEngine()->pauseRequest(shared_from_this());
 }
 
 void Request::tryToCancelRequest() {
+    // Every finished request of a client asks, in the FSM context, where the engine may be on its
+    // way out: without a transfer it is neither touched nor woken. One without an owner throws below.
+    if (transfers == 0 && !weak_from_this().expired()) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->tryToCancelRequest(shared_from_this());
 }

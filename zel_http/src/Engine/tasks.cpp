@@ -21,13 +21,20 @@ void Engine::addNewRequest(std::shared_ptr<Request> request) {
 }
 
 void Engine::tryToCancelRequest(std::shared_ptr<Request> request) {
-    // Every finished request of a client asks; the engine thread is not woken for nothing.
-    if (!request || request->transfers == 0) return;
+    if (!request) return;
     enqueue([this, request = std::move(request)] { removeTask(request); });
 }
 
 void Engine::pauseRequest(std::shared_ptr<Request> request) {
-    enqueue([this, request = std::move(request)] { pauseTask(request); });
+    if (!request) return;
+    // Until the closure runs, or is destroyed in a queue that nobody runs any more.
+    ++request->queuedPauses;
+    std::shared_ptr<Request> counted(request.get(),
+                                     [request](Request*) { --request->queuedPauses; });
+    enqueue([this, request, counted = std::move(counted)]() mutable {
+        counted.reset();
+        pauseTask(request);
+    });
 }
 
 void Engine::resumeRequest(std::shared_ptr<Request> request) {

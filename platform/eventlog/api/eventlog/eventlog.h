@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// The device's record of events.
+
 #include <fmt/printf.h>
 
 #include "oru/export.h"

@@ -20,12 +20,15 @@ namespace detail {
 /// numbers in decimal without grouping. One thread at a time.
 class StreamProxy {
 public:
+    /// Gets the line.
     using Emit = std::function<void(const std::string& line)>;
 
     StreamProxy() = default;
-    explicit StreamProxy(Emit emit) : emit_(std::move(emit)) {
+    /// An empty `receiver` is none.
+    explicit StreamProxy(Emit receiver) : emit_(std::move(receiver)) {
         if (emit_) text_.emplace().imbue(std::locale::classic());
     }
+    /// Leaves `other` without a receiver.
     StreamProxy(StreamProxy&& other) noexcept
         : emit_(std::exchange(other.emit_, nullptr)), text_(std::move(other.text_)) {}
     StreamProxy(const StreamProxy&) = delete;
@@ -39,6 +42,7 @@ public:
         }
     }
 
+    /// Appends `value`.
     template <typename T>
     StreamProxy& operator<<(const T& value) {
         if (emit_) *text_ << value;
@@ -59,12 +63,16 @@ private:
 /// - emit one line for each proxy or call, bytes unchanged.
 class ORU_EXPORT Logger {
 public:
+    /// @{
+    /// A line of that importance.
     virtual void critical(fmt::string_view format, fmt::printf_args args) = 0;
     virtual void error(fmt::string_view format, fmt::printf_args args) = 0;
     virtual void debug(int level, fmt::string_view format, fmt::printf_args args) = 0;
-    virtual bool isDebugEnabled(int level) const = 0;
+    /// @}
+    virtual bool isDebugEnabled(int level) const = 0;  ///< whether `debug` at `level` writes
     /// A line at the logger's own fixed level.
     virtual detail::StreamProxy infoStream() = 0;
+    /// A debug line; a proxy without a receiver when its level is off.
     virtual detail::StreamProxy debugStream(int level) = 0;
 
     Logger() = default;

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// Assertions that hold in every build type.
+
 #include "oru/export.h"
 
 namespace oru {

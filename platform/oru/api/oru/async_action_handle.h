@@ -24,11 +24,13 @@ public:
     template <typename Callback>
     class WrappedCallback {
     public:
+        /// `flag` is the handle's.
         WrappedCallback(CallbackType kind, std::shared_ptr<bool> flag, Callback callback)
             : kind_(kind), active_flag(std::move(flag)), callback_(std::move(callback)) {
             ORU_ASSERT(this->active_flag);
         }
 
+        /// Calls the wrapped callback if the flag is armed.
         template <typename... Args>
         void operator()(Args&&... args) {
             const bool armed = *active_flag;
@@ -44,6 +46,8 @@ public:
 
     /// An armed handle without a cancel action.
     AsyncActionHandle() : active_flag(std::make_shared<bool>(true)) {}
+    /// @{
+    /// Leaves `other` inert. Assigning first drops what this handle held.
     AsyncActionHandle(AsyncActionHandle&& other) noexcept
         : active_flag(std::move(other.active_flag)),
           cancel_action(std::exchange(other.cancel_action, nullptr)) {}
@@ -55,6 +59,7 @@ public:
         }
         return *this;
     }
+    /// @}
     AsyncActionHandle(const AsyncActionHandle&) = delete;
     AsyncActionHandle& operator=(const AsyncActionHandle&) = delete;
     ~AsyncActionHandle() { cancel(); }

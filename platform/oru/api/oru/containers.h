@@ -28,9 +28,10 @@ inline void fold(std::string& text, bool upper) {
 
 }  // namespace detail
 
-/// Hashes a text without regard to the case of letters, as the process's global locale sees it at
-/// the time of the call.
+/// The hash that goes with `lc_equals`.
 struct lc_hash {
+    /// Hashes a text without regard to the case of letters, as the process's global locale sees it
+    /// at the time of the call.
     std::size_t operator()(const std::string& key) const {
         std::string folded = key;
         detail::fold(folded, false);
@@ -38,9 +39,10 @@ struct lc_hash {
     }
 };
 
-/// Compares two texts byte by byte without regard to the case of letters, in the same locale.
-/// Keys that are equal here have the same `lc_hash`.
+/// The equality of names whose case does not matter.
 struct lc_equals {
+    /// Compares two texts byte by byte without regard to the case of letters, in the same locale.
+    /// Keys that are equal here have the same `lc_hash`.
     bool operator()(const std::string& a, const std::string& b) const {
         if (a.size() != b.size()) return false;
         std::string left = a;

@@ -14,6 +14,7 @@ namespace oru {
 ///   leaves the thread's function.
 class ORU_EXPORT thread {
 public:
+    /// The system's schedulers; `inherited` is the creating thread's.
     enum class scheduler_policy : int {
         inherited = 0,
         time_sharing = 1,
@@ -25,8 +26,10 @@ public:
     /// policies.
     enum class scheduler_priority : int { normal = 0 };
 
+    /// How a thread is created.
     class attributes {
     public:
+        /// Both count only with a policy other than `inherited`.
         void set_scheduler(scheduler_policy policy, scheduler_priority priority) {
             policy_ = policy;
             priority_ = priority;
@@ -34,9 +37,12 @@ public:
         /// In bytes; 0, the default, leaves the system's own size.
         void set_stack_size(unsigned bytes) { stack_size_ = bytes; }
 
+        /// @{
+        /// As set.
         scheduler_policy policy() const { return policy_; }
         scheduler_priority priority() const { return priority_; }
         unsigned stack_size() const { return stack_size_; }
+        /// @}
 
     private:
         scheduler_policy policy_ = scheduler_policy::inherited;
@@ -46,14 +52,18 @@ public:
 
     /// No thread.
     thread() = default;
+    /// @{
+    /// Leaves `other` without a thread.
     thread(thread&& other) noexcept;
     thread& operator=(thread&& other) noexcept;
+    /// @}
     thread(const thread&) = delete;
     thread& operator=(const thread&) = delete;
     /// A thread must have been joined by now: otherwise the process stops by assertion, as it does
     /// when one is moved over.
     ~thread();
 
+    /// Whether the handle holds a thread.
     bool joinable() const noexcept { return id != 0; }
     /// Waits for the thread to end; afterwards the handle holds no thread.
     void join();

@@ -6,9 +6,10 @@
 
 namespace uri {
 
-/// A parsed URI. A text that cannot be parsed gives a URI whose parts are empty.
+/// A parsed URI.
 class ORU_EXPORT uri {
 public:
+    /// A text that cannot be parsed gives a URI whose parts are empty.
     explicit uri(const std::string& text);
 
     /// The host of the authority, without user, password and port: "a.b" for "http://u:p@a.b:80/".
