@@ -23,7 +23,7 @@ def environment():
 
 
 def command(peer, arguments):
-    # The libraries' own default of authorities is a variant of the floor, no program of its own.
+    # libcurl's own default of authorities is a variant of the floor, no program of its own.
     program, _, variant = peer.partition(", ")
     extra = ["--libcurl-authorities"] if variant else []
     return [str(BUILD / ("bench-" + program)), *map(str, arguments), *extra]

@@ -3,7 +3,6 @@
 import contextlib
 import pathlib
 import shutil
-import signal
 import socket
 import subprocess
 import tempfile
@@ -84,7 +83,6 @@ class Server:
                 self._silent.accept()[0].close()
 
     def stop(self):
-        self._nginx.send_signal(signal.SIGQUIT if self._nginx.poll() is None else 0)
         self._nginx.terminate()
         self._nginx.wait()
         self._silent.close()

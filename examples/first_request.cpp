@@ -7,7 +7,7 @@
 
 int main(int argc, char** argv) {
     boost::asio::io_context loop;  // the application's own loop, on its own thread
-    const auto work = boost::asio::make_work_guard(loop);
+    const auto work = boost::asio::make_work_guard(loop);  // run() waits for more
     oru::asio_executor executor(loop);
     auto& logger = logging::getLogger("app");
     zel::http::Engine engine([&](const auto& outcome) { executor.post(outcome, 0); }, &logger);

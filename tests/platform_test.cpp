@@ -9,13 +9,11 @@
 #include <memory>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include "certificate/certificate.h"
 #include "eventlog/eventlog.h"
 #include "logging/logger.h"
-#include "oru/asio_executor.h"
 #include "oru/async_action_handle.h"
 #include "oru/containers.h"
 #include "oru/thread.h"
@@ -40,24 +38,6 @@ bool blocks(int signal) {
     sigset_t mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     return sigismember(&mask, signal) == 1;
-}
-
-TEST(Executor, RunsPostedTasksLaterInOrderOnItsThread) {
-    boost::asio::io_context loop;
-    oru::asio_executor executor(loop);
-    std::string order;
-    const auto token = std::make_shared<int>(0);
-    std::thread([&] { executor.post([&, token] { order += 'a'; }, 0); }).join();
-    executor.post(
-        [&] {
-            executor.post([&] { order += 'c'; }, 0);
-            order += 'b';
-        },
-        0);
-    EXPECT_EQ(order, "");
-    loop.run();
-    EXPECT_EQ(order, "abc");
-    EXPECT_EQ(token.use_count(), 1);
 }
 
 TEST(Thread, AppliesNameStackSchedulerAndSignalMask) {
@@ -92,7 +72,6 @@ TEST(Thread, AppliesNameStackSchedulerAndSignalMask) {
 }
 
 TEST(ThreadDeathTest, NamesTheThreadThatAnExceptionLeaves) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(runThread(
                      {}, [] { throw std::runtime_error("out of paper"); }, "printer"),
                  "printer.*out of paper");

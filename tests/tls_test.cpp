@@ -9,6 +9,7 @@
 #include "Engine/redirect_rule.h"
 #include "certificate/certificate.h"
 #include "support/interposed_setopt.h"
+#include "support/painted_stack.h"
 #include "support/probe_request.h"
 #include "support/servers.h"
 
@@ -170,6 +171,23 @@ TEST(Tls, NoPolicyServesAnother) {
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(exchange.perform(at("https://{good12}/reused" + root)), "200 .");
     }
+}
+
+TEST(Tls, HandshakeLeavesThreeQuartersOfTheStack) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer's frames are larger, and it objects to the painting";
+#endif
+    const std::string all = contentOf("/etc/ssl/certs/ca-certificates.crt");
+    ASSERT_GT(all.size(), 100'000U);
+    std::ofstream(serverFile("bundle.pem")) << all << contentOf(serverFile("root.pem"));
+    Exchange exchange;
+    PaintedStack stack;
+    exchange.engine.queueRequest([&] { stack.paint(); });
+    EXPECT_EQ(exchange.perform(at("https://{good}/ --ca-file {dir}/bundle.pem")), "200 HTTP/2.0 TLSv1.3");
+    std::size_t used = 0;
+    exchange.engine.queueRequest([&] { used = stack.used(); });
+    exchange.settle();
+    EXPECT_LT(used, 64U * 1024);
 }
 
 /// The server tells what came along: nothing that belongs to the first origin alone.

@@ -2,44 +2,25 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
-#include <csignal>
-#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "origin.h"
 #include "scripted_server.h"
 #include "support/exchange.h"
+#include "support/program.h"
 
 namespace test {
 namespace {
 
 using namespace tool;  // the servers
 
-/// The tool in a shell, standard error included; the shell's first line is the process identifier.
-class Tool {
-public:
-    explicit Tool(const std::string& arguments)
-        : pipe_(popen(("echo $$; exec " ZEL_HTTP_TOOL_PATH " " + arguments + " 2>&1").c_str(), "r")) {
-        pid_ = std::stoi(readLine());
-    }
-    void interrupt() const { kill(pid_, SIGINT); }
-    /// The rest of the output and then "exit N".
-    std::string finish() {
-        std::string output;
-        for (std::string line = readLine(); !line.empty(); line = readLine()) output += line;
-        return output + "exit " + std::to_string(WEXITSTATUS(pclose(pipe_)));
-    }
-
-private:
-    std::string readLine() {
-        std::array<char, 4096> line{};
-        return std::fgets(line.data(), line.size(), pipe_) == nullptr ? "" : line.data();
-    }
-
-    FILE* pipe_;
-    int pid_ = 0;
+struct Tool : Program {
+    explicit Tool(const std::string& arguments) : Program(ZEL_HTTP_TOOL_PATH " " + arguments) {}
 };
 
 TEST(Tool, OutcomesAndExitStatus) {
@@ -70,7 +51,27 @@ TEST(Tool, OutcomesAndExitStatus) {
         {"--timeout -1" + hello, "zel-http: --timeout:", 2},
         {"--max-size 99999999999" + hello, "zel-http: ", 2},
         {"-o /tmp/x" + hello + hello, "zel-http: -o: takes the body of one URL", 2},
-        {"-o /no/such/file" + hello, "zel-http: -o: cannot write /no/such/file", 2},
+        {"-o /no/such/file" + hello, "cannot write /no/such/file (No such file or directory)", 1},
+        {"-o /dev/full" + hello, "cannot write /dev/full (No space left on device)", 1},
+        {"--json -o /dev/full" + hello, R"("error":{"failure":"cannot write /dev/full")", 1},
+        {"--json -o /dev/null " + origin.url("/private"), R"("status":401,"headers":{)", 1},
+        {"--max-size 9 -o /dev/null " + origin.url("/bytes/10?chunked"), "(larger than --max-size)", 1},
+        {"-i -o -" + hello, "zel-http: -o: the body alone goes to standard output", 2},
+        {"--repeat 2" + hello + " >/dev/full", "", 1},
+        {"-q -o -" + hello + " | tr a-z A-Z", "HELLO\nexit", 0},
+        {"-O /tmp" + hello + hello + "?again", "zel-http: -O: two URLs would be saved as /tmp/hello", 2},
+        {"-O /tmp " + origin.url("/"), "names no file", 2},
+        {"--repeat 2 -o /tmp/x" + hello, "zel-http: --repeat: drops the bodies", 2},
+        {"--repeat 20 --parallel 3" + hello, "20 requests in ", 0},
+        {"--timings" + hello, "ms; new connection to 127.0.0.1:", 0},
+        {"--json" + hello, R"("status":200,"headers":{")", 0},
+        {"--json" + hello, R"("body_bytes":6,"body":"hello\n","http_version":"1.1","remote":"127.0.0.1:)", 0},
+        {"--json -d @/bin/true" + echo, R"("body_base64":"f0VMR)", 0},
+        {"--json ''", R"("error":{"failure":"<Invalid URL>","message":)", 1},
+        {"--manual", ".SH EXAMPLES\n", 0},
+        {"--completion bash | bash -c '. /dev/stdin; COMP_WORDS=(zel-http --re); COMP_CWORD=1; _zel_http; "
+         "echo ${COMPREPLY[@]}'",
+         "--request --reset-state --repeat\n", 0},
         {"--brew", "zel-http: ", 2},
         {"", "22 of 22 scenarios as expected", 0},
     };
@@ -82,16 +83,75 @@ TEST(Tool, OutcomesAndExitStatus) {
     }
 }
 
-TEST(Tool, InterruptCancelsAndEndsCleanly) {
-    std::atomic<bool> arrived{false};
-    ScriptedServer silent([&](Socket& socket) {
-        arrived = true;
-        waitForClose(socket);
+/// A folder that goes with this object.
+class Folder {
+public:
+    Folder() { path_ = mkdtemp(path_.data()); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    ~Folder() { std::filesystem::remove_all(path_); }
+    const std::string& path() const { return path_; }
+    /// The names of the files, sorted.
+    std::vector<std::string> files() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    std::string read(const std::string& name) const {
+        std::ifstream file(path_ + '/' + name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+private:
+    std::string path_ = testing::TempDir() + "zel-http-XXXXXX";
+};
+
+TEST(Tool, ADownloadAppearsWhenItIsWhole) {
+    const Folder folder;
+    const tool::Origin origin;
+    ScriptedServer cut([](Socket& socket) {
+        readRequest(socket);
+        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf ");
     });
-    Tool running(silent.url());
-    while (!arrived) std::this_thread::yield();
-    running.interrupt();
-    EXPECT_EQ(running.finish(), "zel-http: interrupted, 1 cancelled\nexit 130");
+    // Larger than what may wait in memory, so that the transfer pauses on the way.
+    const std::string output = Tool("-O " + folder.path() + " " + origin.url("/bytes/30000000") + " " +
+                                    origin.url("/status/404") + " " + cut.url() + "/cut")
+                                   .finish();
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"30000000"}) << output;
+    EXPECT_TRUE(folder.read("30000000") == tool::bodyOf(30000000));
+    EXPECT_NE(output.find("/status/404  not saved\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("<Protocol failure>"), std::string::npos) << output;
+    EXPECT_NE(output.find("exit 1"), std::string::npos) << output;
+
+    // What is there stays: behind a link when there is no body, before what is appended.
+    const std::string link = folder.path() + "/link";
+    const std::string log = folder.path() + "/log";
+    std::filesystem::create_symlink("30000000", link);
+    Tool("-o " + link + " " + origin.url("/status/404")).finish();
+    EXPECT_TRUE(folder.read("30000000") == tool::bodyOf(30000000));
+    Tool("-o " + link + " " + origin.url("/hello")).finish();
+    EXPECT_EQ(folder.read("30000000"), "hello\n");
+    Tool("-q -o - " + origin.url("/hello") + " >>" + log).finish();
+    Tool("-q -o - " + origin.url("/hello") + " >>" + log).finish();
+    EXPECT_EQ(folder.read("log"), "hello\nhello\n");
+}
+
+TEST(Tool, InterruptCancelsAndEndsCleanly) {
+    const Folder folder;
+    for (const std::string& arguments : {std::string(), "-o " + folder.path() + "/file "}) {
+        std::atomic<bool> arrived{false};
+        ScriptedServer silent([&](Socket& socket) {
+            arrived = true;
+            waitForClose(socket);
+        });
+        Tool running(arguments + silent.url());
+        while (!arrived) std::this_thread::yield();
+        running.interrupt();
+        EXPECT_EQ(running.finish(), "zel-http: interrupted, 1 cancelled\nexit 130");
+        EXPECT_EQ(folder.files(), std::vector<std::string>());
+    }
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <curl/curl.h>
 
+#include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "load.h"
 
@@ -38,5 +40,24 @@ private:
     std::string sent_;
     std::size_t position_ = 0;
 };
+
+using CurlTransfers = std::unordered_map<CURL*, std::unique_ptr<CurlTransfer>>;
+
+/// Takes what has finished out of `multi` and `transfers` and calls `done` with each transfer and
+/// its result. Returns whether there was any.
+template <typename Done>
+bool takeFinished(CURLM* multi, CurlTransfers& transfers, const Done& done) {
+    bool any = false;
+    int remaining = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi, &remaining)) {
+        CURL* easy = message->easy_handle;
+        const CURLcode result = message->data.result;
+        curl_multi_remove_handle(multi, easy);
+        auto node = transfers.extract(easy);
+        done(std::move(node.mapped()), result);
+        any = true;
+    }
+    return any;
+}
 
 }  // namespace bench

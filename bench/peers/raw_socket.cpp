@@ -9,7 +9,6 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <unordered_map>
 
 #include "curl_transfer.h"
 #include "load.h"
@@ -68,14 +67,9 @@ public:
 
 private:
     void finishAll() {
-        int remaining = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi_, &remaining)) {
-            CURL* easy = message->easy_handle;
-            const CURLcode result = message->data.result;
-            curl_multi_remove_handle(multi_, easy);
-            const auto node = transfers_.extract(easy);
-            node.mapped()->finish(load_, result);
-        }
+        bench::takeFinished(multi_, transfers_, [this](const auto& transfer, CURLcode result) {
+            transfer->finish(load_, result);
+        });
     }
 
     int milliseconds() const {
@@ -113,7 +107,7 @@ private:
     CURLM* multi_;
     int epoll_ = epoll_create1(0);
     std::optional<Clock::time_point> timer_;
-    std::unordered_map<CURL*, std::unique_ptr<bench::CurlTransfer>> transfers_;
+    bench::CurlTransfers transfers_;
 };
 
 }  // namespace

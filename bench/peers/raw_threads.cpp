@@ -9,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <unordered_map>
 #include <utility>
 
 #include "curl_transfer.h"
@@ -104,14 +103,9 @@ private:
     }
 
     void postFinished() {
-        int remaining = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi_, &remaining)) {
-            CURL* easy = message->easy_handle;
-            const CURLcode result = message->data.result;
-            curl_multi_remove_handle(multi_, easy);
-            auto node = transfers_.extract(easy);
-            outcomes_.post(std::move(node.mapped()), result);
-        }
+        bench::takeFinished(multi_, transfers_, [this](Transfer transfer, CURLcode result) {
+            outcomes_.post(std::move(transfer), result);
+        });
     }
 
     const bench::Load& load_;
@@ -121,7 +115,7 @@ private:
     bool waiting_ = false;
     int wakeup_ = eventfd(0, 0);
     CURLM* multi_ = curl_multi_init();
-    std::unordered_map<CURL*, Transfer> transfers_;
+    bench::CurlTransfers transfers_;
 };
 
 }  // namespace

@@ -140,7 +140,6 @@ std::string idleConnection(const std::string& origin) {
 /// Engines made and destroyed over and over, each with requests wherever they happen to be.
 std::string manyRounds(const std::string& origin, int rounds) {
     std::minstd_rand random;
-    long outcomes = 0;
     const long memory_before = memoryKib("VmRSS");
     for (int round = 0; round < rounds; ++round) {
         auto host = std::make_unique<Exchange>();
@@ -154,7 +153,6 @@ std::string manyRounds(const std::string& origin, int rounds) {
         if (random() % 4 == 0) host->settle();
         destroy(host);
         for (const auto& request : requests) {
-            outcomes += request->outcomes;
             if (request->outcomes > 1 || request.use_count() != 1) {
                 return fmt::format("round {}: {} outcomes, {} holders", round,
                                    request->outcomes.load(), request.use_count());

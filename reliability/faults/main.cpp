@@ -1,5 +1,6 @@
 // Injects faults one after the other and shows what must come beside what came.
-// Usage: zel-http-faults [WORD]: only the rows that contain the word.
+// Usage: zel-http-faults [WORD | --without WORD]: only the rows that contain the word, or only the
+// others.
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -40,7 +41,7 @@ std::string run(const Fault& fault) {
     return came;
 }
 
-int runAll(const std::string& origin, const std::string& word) {
+int runAll(const std::string& origin, const std::string& word, bool with) {
     test::Exchange().perform(origin + "/hello");  // what is made once for a process is there now
     const std::vector<std::pair<std::string, Faults>> groups = {
         {"the server", serverFaults(origin)},
@@ -53,9 +54,9 @@ int runAll(const std::string& origin, const std::string& word) {
     int rows = 0;
     int held = 0;
     for (const auto& [title, faults] : groups) {
-        if (word.empty()) std::cout << title << '\n';
+        if (word.empty() || !with) std::cout << title << '\n';
         for (const Fault& fault : faults) {
-            if (fault.injected.find(word) == std::string::npos) continue;
+            if ((fault.injected.find(word) != std::string::npos) != with) continue;
             if (isatty(STDOUT_FILENO) != 0)
                 std::cout << "  ...     " << fault.injected << '\r' << std::flush;
             alarm(patience_seconds);
@@ -84,5 +85,6 @@ int main(int argc, char** argv) {
         const tool::Origin origin;
         ready({origin.url("")});
     });
-    return runAll(servers.addresses().at(0), argc > 1 ? argv[1] : "");
+    const bool with = argc < 2 || std::string(argv[1]) != "--without";
+    return runAll(servers.addresses().at(0), argc > 1 ? argv[argc - 1] : "", with);
 }

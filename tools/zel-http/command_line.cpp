@@ -1,52 +1,26 @@
 #include "command_line.h"
 
+#include <curl/curl.h>
+
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <limits>
-#include <map>
+#include <set>
 #include <sstream>
-#include <utility>
+
+#include "manual.h"
+#include "options.h"
 
 namespace tool {
 namespace {
 
 using zel::http::AuthMethod;
-using zel::http::LogFilter;
 using zel::http::Method;
 using zel::http::RequestConfig;
-
-constexpr double longest_timeout = 1e9;  // seconds; about 32 years
-
-/// The options as text, before they become requests.
-struct Options {
-    std::vector<std::string> urls;
-    std::string method;
-    std::vector<std::string> headers;
-    std::optional<std::string> data;
-    std::string credentials;
-    bool basic = false;
-    double timeout = 0;
-    bool insecure = false;
-    std::string proxy_credentials;
-};
-
-/// What all requests have in common goes straight into their configuration.
-
-const std::map<std::string, LogFilter::Payload> payloads = {
-    {"none", LogFilter::None},
-    {"errors", LogFilter::Verbose},
-    {"requests", LogFilter::RequestBodies},
-    {"all", LogFilter::Full},
-};
-
-const std::map<std::string, Method> methods = {
-    {"GET", Method::GET},     {"POST", Method::POST},     {"PUT", Method::PUT},
-    {"PATCH", Method::PATCH}, {"DELETE", Method::DELETE},
-};
 
 [[noreturn]] void refuse(const std::string& text) { throw CLI::ValidationError(text); }
 
@@ -86,7 +60,7 @@ void splitCredentials(const std::string& text, const char* option, std::string& 
 /// Adds to `config` what is more than one option's value.
 void complete(RequestConfig& config, const Options& options) {
     config.method = options.data ? Method::POST : Method::GET;
-    if (!options.method.empty()) config.method = methods.at(options.method);
+    if (!options.method.empty()) config.method = methodNames().at(options.method);
     if (options.data) {
         if (config.method == Method::GET || config.method == Method::DELETE) {
             refuse("-d: a body goes with POST, PUT and PATCH only");
@@ -102,62 +76,47 @@ void complete(RequestConfig& config, const Options& options) {
     }
     config.tls_verify = !options.insecure;
     if (options.basic) config.auth_method = AuthMethod::BASIC;
-    config.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(options.timeout * 1000));
+    config.timeout =
+        std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(options.timeout * 1000)));
 }
 
-void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
-    const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
-        app.add_option(name, path, help)->check(CLI::ExistingPath)->option_text("PATH");
-    };
-    file("--ca-file", config.ca_file, "Trusted authorities, PEM, instead of the system's");
-    file("--ca-dir", config.ca_dir, "A directory of trusted authorities, hashed");
-    file("--cert", config.own_cert, "The client's own certificate, PEM");
-    file("--key", config.own_pkey, "The private key of --cert, PEM");
-    app.add_flag("--partial-chain", config.tls_partial_chain,
-                 "Let a chain end at any trusted certificate");
-    app.add_flag("--insecure", options.insecure, "Do not verify the server");
+/// The file that a URL's body goes to: the end of its path, below `directory`.
+std::string fileFor(const std::string& url, const std::string& directory) {
+    const auto host = url.find("://");
+    const auto begin = url.find('/', host == std::string::npos ? 0 : host + 3);
+    const std::string path =
+        begin == std::string::npos ? "" : url.substr(begin, url.find_first_of("?#", begin) - begin);
+    const std::string name = path.substr(path.rfind('/') + 1);
+    if (name.empty() || name == "." || name == "..") refuse("-O: " + url + " names no file");
+    return directory + '/' + name;
 }
 
-void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine& command_line) {
-    constexpr auto largest = std::numeric_limits<std::int32_t>::max();
-    app.add_option("URL", options.urls, "What to request; several run at once");
-    app.add_option("-X,--request", options.method, "The method: GET, POST, PUT, PATCH or DELETE")
-        ->check(CLI::IsMember(&methods))
-        ->option_text("METHOD");
-    app.add_option("-H,--header", options.headers, "A request header, 'Name: value'; repeatable")
-        ->option_text("LINE")
-        ->take_all()
-        ->allow_extra_args(false);
-    app.add_option("-d,--data", options.data,
-                   "The body; @FILE reads it from a file, @- from standard input. Implies POST")
-        ->option_text("TEXT");
-    app.add_option("-u,--user", options.credentials, "Credentials for the server")
-        ->option_text("USER:PASSWORD");
-    app.add_flag("--basic", options.basic, "Offer Basic authentication only");
-    app.add_option("--timeout", options.timeout, "Seconds for the whole exchange; 0 for no limit")
-        ->check(CLI::Range(0.0, longest_timeout))
-        ->option_text("SECONDS");
-    app.add_option("--max-size", config.max_download_size, "The most body bytes accepted")
-        ->check(CLI::Range(0, largest))
-        ->option_text("BYTES");
-    app.add_flag("--reset-state", config.reset_state,
-                 "Start clean: no cookies, connection or name look-up of before");
-    app.add_option("--proxy", command_line.proxy, "Tunnel through this proxy")->option_text("URL");
-    app.add_option("--proxy-user", options.proxy_credentials, "Credentials for the proxy")
-        ->option_text("USER:PASSWORD");
-    declareTls(app, options, config);
-    app.add_flag("-i,--include", command_line.show_headers, "Print the response's headers too");
-    app.add_option("-o,--output", command_line.output, "Write the body to a file")
-        ->option_text("FILE");
-    app.add_option("-v,--verbose", command_line.log_level,
-                   "Log to standard error, from 1 (summaries) to 9 (everything)")
-        ->check(CLI::Range(0, 9))
-        ->option_text("LEVEL");
-    app.add_option("--log-bodies", command_line.log_filter.payload,
-                   "Which bodies -v shows: none (and nothing else of the requests), errors, "
-                   "requests or all")
-        ->transform(CLI::CheckedTransformer(payloads).description(""))
-        ->option_text("WHICH");
+void chooseFiles(const Options& options, CommandLine& command_line) {
+    if (options.output.empty() && options.output_directory.empty()) return;
+    if (command_line.repeat > 1) refuse("--repeat: drops the bodies, so -o and -O have no use");
+    if (!options.output.empty()) {
+        if (options.urls.size() > 1) refuse("-o: takes the body of one URL only; see -O");
+        const bool standard = options.output == "-" || options.output == "/dev/stdout";
+        if (standard && (command_line.show_headers || command_line.json)) {
+            refuse("-o: the body alone goes to standard output, without -i and --json");
+        }
+        command_line.files = {standard ? "-" : options.output};
+        return;
+    }
+    std::set<std::string> names;
+    for (const auto& url : options.urls) {
+        command_line.files.push_back(fileFor(url, options.output_directory));
+        const std::string& file = command_line.files.back();
+        if (!names.insert(file).second || !names.insert(file + ".part").second) {
+            refuse("-O: two URLs would be saved as " + file);
+        }
+    }
+}
+
+std::string versions() {
+    std::ostringstream text;
+    text << "zel-http " ZEL_HTTP_VERSION "\n" << curl_version() << '\n';
+    return text.str();
 }
 
 std::string oneLine(const CLI::App* /*app*/, const CLI::Error& error) {
@@ -173,30 +132,27 @@ EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
 }  // namespace
 
 std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& command_line) {
-    CLI::App app(
-        "Performs HTTP requests through libzel_http and prints each outcome. Without a URL it\n"
-        "starts an origin of its own on loopback and shows the library at work against it.\n"
-        "Exit status: 0 all answered with a status below 400, 1 an error or a status from 400 on,\n"
-        "2 a bad command line, 130 interrupted.",
-        "zel-http");
+    CLI::App app("", "zel-http");
     app.failure_message(oneLine);
     Options options;
     RequestConfig config;
     declare(app, options, config, command_line);
     try {
         app.parse(argc, argv);
-        if (options.urls.size() > 1 && !command_line.output.empty()) {
-            refuse("-o: takes the body of one URL only");
-        }
+        if (options.version) return EarlyExit{versions(), 0};
+        if (options.manual) return EarlyExit{manualPage(app), 0};
+        if (!options.completion.empty()) return EarlyExit{bashCompletion(app), 0};
         complete(config, options);
         if (!options.proxy_credentials.empty()) {
             splitCredentials(options.proxy_credentials, "--proxy-user", command_line.proxy_user,
                              command_line.proxy_password);
         }
+        chooseFiles(options, command_line);
         for (const auto& url : options.urls) {
             command_line.requests.push_back(config);
             command_line.requests.back().url = url;
         }
+        command_line.parallel = options.parallel != 0 ? options.parallel : options.urls.size();
     } catch (const CLI::ParseError& error) {
         return exitFor(app, error);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,9 +12,16 @@ namespace tool {
 /// What the user asked for. Without a URL in `requests` that is the demonstration.
 struct CommandLine {
     std::vector<zel::http::RequestConfig> requests;
+    /// The file for the body of each request, in the same order; empty: bodies are printed.
+    std::vector<std::string> files;
+    /// How often each request is performed, and how many run at a time.
+    std::size_t repeat = 1;
+    std::size_t parallel = 1;
     bool show_headers = false;
-    /// The file for the body; empty for standard output.
-    std::string output;
+    bool show_timings = false;
+    bool json = false;
+    /// Failures are the only thing to report.
+    bool quiet = false;
     int log_level = 0;
     zel::http::LogFilter log_filter;
     /// The proxy for all requests; empty for none.
@@ -22,8 +30,8 @@ struct CommandLine {
     std::string proxy_password;
 };
 
-/// What ends the program at once: the text to print and the exit status, 0 for `--help` and 2 for
-/// a bad command line.
+/// What ends the program at once: the text to print and the exit status, 0 for `--help` and the
+/// like and 2 for a bad command line.
 struct EarlyExit {
     std::string text;
     int status;

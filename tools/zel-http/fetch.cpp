@@ -1,14 +1,22 @@
+// Performs the requests of a command line: lanes side by side, each with one request after the
+// other.
+
 #include "fetch.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstddef>
-#include <fstream>
+#include <deque>
 #include <iostream>
+#include <memory>
+#include <system_error>
 #include <utility>
-#include <vector>
 
+#include "download.h"
+#include "outcome.h"
+#include "progress.h"
+#include "report.h"
 #include "session.h"
 #include "text.h"
 
@@ -16,94 +24,164 @@ namespace tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using zel::http::Client;
 using zel::http::ErrorData;
-using zel::http::RequestConfig;
 using zel::http::ResponseData;
 
-constexpr unsigned first_failing_status = 400;
-
-/// The requests of one command line and what became of them.
 class Fetch {
 public:
-    Fetch(const CommandLine& command_line, std::ostream& out)
-        : command_line_(command_line), out_(out), waiting_(command_line.requests.size()) {}
+    explicit Fetch(const CommandLine& command_line)
+        : command_line_(command_line),
+          report_(command_line),
+          total_(command_line.requests.size() * command_line.repeat),
+          lanes_(std::min(command_line.parallel, total_)),
+          timer_(session_.loop()) {}
 
     int run() {
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
-        for (const auto& config : command_line_.requests) start(config);
-        const bool completed = session_.run([this] {
-            handles_.clear();  // dropping a handle cancels its request
-            std::cerr << fmt::format("zel-http: interrupted, {} cancelled\n", waiting_);
-        });
+        const auto begun = Clock::now();
+        for (Lane& lane : lanes_) startNext(lane);
+        if (!command_line_.files.empty() && !command_line_.quiet) showProgress();
+        const bool completed = session_.run([this] { interrupt(); });
+        progress_.clear();
+        report_.summarise(Clock::now() - begun);
         if (!completed) return 130;
-        return failed_ ? 1 : 0;
+        return report_.failed() ? 1 : 0;
     }
 
 private:
-    void start(const RequestConfig& config) {
-        const auto begun = Clock::now();
-        const std::string& url = config.url;
-        handles_.push_back(session_.client().start_request(
-            config, command_line_.log_filter,
-            [this, begun, &url](const ResponseData& response) {
-                write(response);
-                report(fmt::format("{}  {:>10}", response.status, sizeText(response.body.size())),
-                       begun, url);
-                failed_ = failed_ || response.status >= first_failing_status;
-                finishOne();
+    struct Lane {
+        Outcome outcome;
+        Recording recording;
+        Clock::time_point begun;
+        /// One of them while a request runs.
+        Client::RequestId id = Client::NoRequestId;
+        std::shared_ptr<Download> download;
+    };
+
+    void startNext(Lane& lane) {
+        if (started_ == total_) return;
+        const std::size_t index = started_++ % command_line_.requests.size();
+        lane.outcome = {};
+        lane.outcome.request = &command_line_.requests[index];
+        lane.recording.timings = {};
+        lane.begun = Clock::now();
+        if (command_line_.files.empty()) {
+            startHeld(lane);
+        } else {
+            lane.outcome.file = command_line_.files[index];
+            startDownload(lane);
+        }
+    }
+
+    /// The answer is delivered when it is whole.
+    void startHeld(Lane& lane) {
+        record(lane.recording);
+        lane.id = session_.client().start_request(
+            *lane.outcome.request, command_line_.log_filter,
+            [this, &lane](Client::RequestId, const ResponseData& response) {
+                lane.outcome.status = response.status;
+                lane.outcome.headers = response.headers;
+                lane.outcome.body_size = response.body.size();
+                if (command_line_.repeat == 1) lane.outcome.body = response.body;
+                finish(lane);
             },
-            [this, begun, &url](const ErrorData& error) {
-                report(errorText(error), begun, url);
-                failed_ = true;
-                finishOne();
-            }));
+            [this, &lane](Client::RequestId, const ErrorData& error) {
+                lane.outcome.failure = nameOf(error.failure);
+                lane.outcome.message = error.message;
+                finish(lane);
+            });
     }
 
-    void write(const ResponseData& response) {
-        if (command_line_.show_headers) {
-            out_ << "HTTP " << response.status << '\n';
-            for (const auto& [name, value] : response.headers) {
-                out_ << name << ": " << value << '\n';
-            }
-            out_ << '\n';
+    void startDownload(Lane& lane) {
+        try {
+            lane.download = std::make_shared<Download>(*lane.outcome.request, lane.outcome.file,
+                                                       session_.executor(),
+                                                       [this, &lane] { finishDownload(lane); });
+        } catch (const std::system_error& error) {
+            lane.outcome.failure = "cannot write " + lane.outcome.file;
+            lane.outcome.message = error.code().message();
+            session_.executor().post([this, &lane] { finish(lane); }, 0);
+            return;
         }
-        out_ << response.body << std::flush;
-        if (!out_) {
-            std::cerr << "zel-http: cannot write the body\n";
-            failed_ = true;
+        record(lane.recording);
+        lane.download->start();
+    }
+
+    void finishDownload(Lane& lane) {
+        const auto download = std::exchange(lane.download, nullptr);
+        lane.outcome.status = download->status();
+        lane.outcome.failure = download->failure();
+        lane.outcome.message = download->message();
+        lane.outcome.headers = download->headers();
+        lane.outcome.body_size = download->written();
+        written_ += download->written();
+        finish(lane);
+    }
+
+    void finish(Lane& lane) {
+        lane.id = Client::NoRequestId;
+        const std::chrono::duration<double, std::milli> took = Clock::now() - lane.begun;
+        lane.outcome.milliseconds = took.count();
+        lane.outcome.timings = lane.recording.timings;
+        progress_.clear();
+        report_.add(lane.outcome);
+        if (++finished_ == total_) {
+            session_.stop();
+        } else {
+            startNext(lane);
         }
     }
 
-    static void report(const std::string& outcome, Clock::time_point begun,
-                       const std::string& url) {
-        const std::chrono::duration<double, std::milli> took = Clock::now() - begun;
-        std::cerr << fmt::format("{}  {:.1f} ms  {}\n", outcome, took.count(), url);
+    void interrupt() {
+        progress_.clear();
+        for (Lane& lane : lanes_) {
+            if (lane.id != Client::NoRequestId) session_.client().cancel_request(lane.id);
+            if (lane.download != nullptr) lane.download->cancel();
+        }
+        std::cerr << "zel-http: interrupted, " << total_ - finished_ << " cancelled\n";
     }
 
-    void finishOne() {
-        if (--waiting_ == 0) session_.stop();
+    void showProgress() {
+        timer_.expires_after(progress_.interval());
+        timer_.async_wait([this](const boost::system::error_code& error) {
+            if (error) return;
+            progress_.show(amount(), Clock::now());
+            showProgress();
+        });
+    }
+
+    /// Of the downloads so far; the lengths of those to come are not known.
+    Amount amount() const {
+        Amount amount{written_, written_};
+        bool known = started_ == total_;
+        for (const Lane& lane : lanes_) {
+            if (lane.download == nullptr) continue;
+            amount.written += lane.download->written();
+            amount.total += lane.download->total();
+            known = known && lane.download->total() != 0;
+        }
+        if (!known) amount.total = 0;
+        return amount;
     }
 
     const CommandLine& command_line_;
-    std::ostream& out_;
-    std::size_t waiting_;
-    bool failed_ = false;
+    Report report_;
+    Progress progress_;
+    const std::size_t total_;
+    std::size_t started_ = 0;
+    std::size_t finished_ = 0;
+    /// By the downloads that have ended.
+    std::uint64_t written_ = 0;
+    /// Destroyed after the engine, which may still write their timings.
+    std::deque<Lane> lanes_;
     Session session_;
-    // Destroyed before the session's client, which they cancel at.
-    std::vector<oru::AsyncActionHandle<zel::http::ZelHttpClientTag>> handles_;
+    boost::asio::steady_timer timer_;
 };
 
 }  // namespace
 
-int fetch(const CommandLine& command_line) {
-    if (command_line.output.empty()) return Fetch(command_line, std::cout).run();
-    std::ofstream file(command_line.output, std::ios::binary);
-    if (!file) {
-        std::cerr << "zel-http: -o: cannot write " << command_line.output << '\n';
-        return 2;
-    }
-    return Fetch(command_line, file).run();
-}
+int fetch(const CommandLine& command_line) { return Fetch(command_line).run(); }
 
 }  // namespace tool

@@ -4,8 +4,8 @@
 
 namespace tool {
 
-/// Performs the requests at once and prints each outcome as it comes: bodies (and headers) to
-/// standard output or the file, a summary line each to standard error. Returns the exit status.
+/// Performs the requests, some at a time, and reports each outcome as it comes. Returns the exit
+/// status.
 int fetch(const CommandLine& command_line);
 
 }  // namespace tool

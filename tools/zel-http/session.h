@@ -27,6 +27,8 @@ public:
         return zel::http::createClient(executor_, logger);
     }
     zel::http::Engine& engine() { return *engine_; }
+    boost::asio::io_context& loop() { return loop_; }
+    oru::executor& executor() { return executor_; }
 
     /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.
     /// Returns false when that happened.

@@ -2,12 +2,10 @@
 
 #include <fmt/format.h>
 
-#include <sstream>
-
 namespace tool {
 
-std::string sizeText(std::size_t bytes) {
-    constexpr double kibi = 1024.0;
+std::string sizeText(std::uint64_t bytes) {
+    constexpr double kibi = 1024;
     const auto size = static_cast<double>(bytes);
     if (size < kibi) return fmt::format("{} bytes", bytes);
     if (size < kibi * kibi) return fmt::format("{:.1f} KiB", size / kibi);
@@ -15,10 +13,8 @@ std::string sizeText(std::size_t bytes) {
 }
 
 std::string errorText(const zel::http::ErrorData& error) {
-    std::ostringstream text;
-    text << error.failure;
-    if (!error.message.empty()) text << " (" << error.message << ')';
-    return text.str();
+    const std::string name = nameOf(error.failure);
+    return error.message.empty() ? name : name + " (" + error.message + ')';
 }
 
 std::string comparison(const std::string& name, std::size_t name_width, const std::string& expected,

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <sstream>
 #include <string>
 
 #include "zel_http/records.h"
@@ -8,7 +10,15 @@
 namespace tool {
 
 /// "17 bytes", "4.0 KiB", "1.5 MiB".
-std::string sizeText(std::size_t bytes);
+std::string sizeText(std::uint64_t bytes);
+
+/// "<Operation timed out>".
+template <typename Failure>
+std::string nameOf(Failure failure) {
+    std::ostringstream text;
+    text << failure;
+    return text.str();
+}
 
 /// "<Operation timed out> (Timeout was reached)".
 std::string errorText(const zel::http::ErrorData& error);

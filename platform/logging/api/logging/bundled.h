@@ -1,10 +1,13 @@
 #pragma once
 
-#include <spdlog/common.h>
-
+#include <memory>
 #include <vector>
 
 #include "oru/export.h"
+
+namespace spdlog::sinks {
+class sink;
+}
 
 /// What the bundled loggers, which write through spdlog, offer beyond `logging::Logger`.
 namespace logging {
@@ -15,6 +18,6 @@ ORU_EXPORT void setLevel(int level);
 
 /// Replaces where the lines of every bundled logger go; at first that is stderr, coloured on a
 /// terminal. Any thread.
-ORU_EXPORT void setSinks(std::vector<spdlog::sink_ptr> sinks);
+ORU_EXPORT void setSinks(std::vector<std::shared_ptr<spdlog::sinks::sink>> sinks);
 
 }  // namespace logging

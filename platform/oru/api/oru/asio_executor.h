@@ -15,6 +15,7 @@ namespace oru {
 /// a task leaves `io_context::run`. Priorities are ignored.
 class asio_executor final : public executor {
 public:
+    /// Posts to `context`.
     explicit asio_executor(boost::asio::io_context& context) : context_(context) {}
 
     void post(std::function<void()> task, int /*priority*/) override {

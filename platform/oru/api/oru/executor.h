@@ -7,8 +7,7 @@
 namespace oru {
 
 /// Runs posted work on one thread, the executor's thread. What any implementation must do:
-/// - accept `post` on any thread, and return from it before the task runs, also when it is called
-///   on the executor's own thread;
+/// - accept `post` on any thread, the executor's own included, and never run the task inside it;
 /// - run tasks of one priority in the order in which they were posted, one at a time;
 /// - destroy each task after it has run, and tasks that never run together with the executor.
 class ORU_EXPORT executor {

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <fmt/printf.h>
+
+#include <exception>
+#include <functional>
+
+#include "eventlog/eventlog.h"
+
+namespace oru {
+
+/// Runs `task` under a loop that no exception may pass through: one that leaves the task ends the
+/// process through `eventlog_die`, with `what()`.
+inline void run_guarded(const std::function<void()>& task) noexcept {
+    try {
+        task();
+    } catch (const std::exception& error) {
+        eventlog_die("A task ended by an exception: %s", fmt::make_printf_args(error.what()));
+    } catch (...) {
+        eventlog_die("A task ended by an exception: %s",
+                     fmt::make_printf_args("not a std::exception"));
+    }
+}
+
+}  // namespace oru

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "oru/executor.h"
+#include "zel_http/engine.h"
+#include "zel_http/request.h"
+
+namespace tool {
+
+/// Streams a body to a file. The engine thread collects, the loop's thread writes, and when the
+/// file falls behind the transfer pauses: memory stays the same for every size.
+///
+/// A plain file appears in its place only when the body is complete, and is written as FILE.part
+/// until then. Standard output, "-", and what is no plain file are written as it comes.
+class Download final : public zel::http::Request {
+public:
+    /// `done` is called once on the loop's thread, which is also the FSM context, unless the
+    /// download is cancelled; nothing of the transfer goes on then. Throws `std::system_error` when
+    /// the file cannot be opened.
+    Download(const zel::http::RequestConfig& config, const std::string& path, oru::executor& loop,
+             std::function<void()> done);
+    Download(const Download&) = delete;
+    Download& operator=(const Download&) = delete;
+    ~Download() override;
+
+    // Loop's thread.
+    void start() override { runRequest(); }
+    /// Drops the transfer and what has been written.
+    void cancel();
+    /// That of the answer; 0 without one.
+    unsigned status() const { return status_; }
+    std::uint64_t written() const { return written_; }
+    /// The declared length; 0 while it is not known or beyond 32 bits.
+    std::uint64_t total();
+    /// Those of the last answer on the way.
+    const zel::http::HeaderMap& headers() const { return headers_; }
+    /// The failure's name and text; empty after success and for a status from 400 on.
+    const std::string& failure() const { return failure_; }
+    const std::string& message() const { return message_; }
+
+    // Engine thread.
+    void notifyDataReceived(const char* data, unsigned length) override;
+    void notifyHeader(const char* line, unsigned length) override;
+    void notifySize(unsigned size) override;
+
+    // FSM context.
+    void notifyDataEnd() override;
+    void notifyFailure(zel::http::Failure failure, const char* text) override;
+
+private:
+    void write();
+    void abandon(const std::string& failure);
+    void closeFile(bool complete);
+    void finish(bool complete);
+
+    /// What to replace in the end; empty when `part_` stays what it is.
+    const std::string target_;
+    /// What is written.
+    const std::string part_;
+    oru::executor& loop_;
+    // Loop's thread only.
+    std::function<void()> done_;
+    std::FILE* file_ = nullptr;
+    std::uint64_t written_ = 0;
+    unsigned status_ = 0;
+    std::string failure_;
+    std::string message_;
+    // Engine thread only, until the outcome.
+    std::uint64_t received_ = 0;
+    zel::http::HeaderMap headers_;
+    // Guarded by `mutex_`.
+    std::mutex mutex_;
+    std::string unwritten_;
+    bool held_ = false;
+    std::uint64_t total_ = 0;
+};
+
+}  // namespace tool

@@ -1,0 +1,83 @@
+#include "json.h"
+
+#include <openssl/evp.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+#include "text.h"
+
+namespace tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string base64(const std::string& bytes) {
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');  // OpenSSL ends it with NUL
+    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                       reinterpret_cast<const unsigned char*>(bytes.data()),
+                                       static_cast<int>(bytes.size()));
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+bool isUtf8(const std::string& text) {
+    try {
+        static_cast<void>(Json(text).dump());
+        return true;
+    } catch (const Json::type_error&) {
+        return false;
+    }
+}
+
+/// A header's value may be Latin-1: what is no UTF-8 becomes U+FFFD.
+std::string line(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+double rounded(double milliseconds) { return std::round(milliseconds * 1000) / 1000; }
+
+}  // namespace
+
+std::string jsonLine(const Outcome& outcome, bool with_body) {
+    Json json = {{"url", outcome.request->url}, {"method", nameOf(outcome.request->method)}};
+    if (outcome.status != 0) json["status"] = outcome.status;
+    if (!outcome.failure.empty()) {
+        json["error"] = {{"failure", outcome.failure}, {"message", outcome.message}};
+    }
+    if (!outcome.headers.empty() && with_body) json["headers"] = outcome.headers;
+    json["body_bytes"] = outcome.body_size;
+    if (!outcome.file.empty()) {
+        if (!outcome.failed()) json["file"] = outcome.file;
+    } else if (with_body && outcome.status != 0) {
+        const bool text = isUtf8(outcome.body);
+        json[text ? "body" : "body_base64"] = text ? outcome.body : base64(outcome.body);
+    }
+    const Timings& timings = outcome.timings;
+    if (!timings.http_version.empty()) json["http_version"] = timings.http_version;
+    if (!timings.remote.empty()) {
+        json["remote"] = timings.remote;
+        json["new_connection"] = timings.new_connection;
+    }
+    for (const auto& [phase, milliseconds] : phasesOf(outcome)) {
+        json["timings_ms"][phase] = rounded(milliseconds);
+    }
+    return line(json);
+}
+
+std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took) {
+    Json phases = Json::object();
+    for (const auto& [phase, values] : latencies.rows()) {
+        Json& row = phases[phase];
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            row[Latencies::columns()[i]] = rounded(values[i]);
+        }
+    }
+    return line({{"requests", latencies.count()},
+                 {"seconds", rounded(took.count())},
+                 {"body_bytes", latencies.bytes()},
+                 {"outcomes", latencies.outcomes()},
+                 {"timings_ms", phases}});
+}
+
+}  // namespace tool

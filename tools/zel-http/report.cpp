@@ -1,0 +1,92 @@
+#include "report.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+#include <utility>
+
+#include "json.h"
+#include "text.h"
+
+namespace tool {
+namespace {
+
+std::string outcomeText(const Outcome& outcome) {
+    std::string text = outcome.failure.empty()
+                           ? fmt::format("{}  {:>10}", outcome.status, sizeText(outcome.body_size))
+                           : outcome.failure;
+    if (!outcome.message.empty()) text += " (" + outcome.message + ')';
+    text += fmt::format("  {:.1f} ms  {}", outcome.milliseconds, outcome.request->url);
+    if (outcome.file.empty()) return text;
+    return text + (outcome.failed() ? "  not saved" : "  -> " + outcome.file);
+}
+
+std::string timingsText(const Timings& timings) {
+    if (timings.remote.empty()) return "     no connection";
+    return fmt::format(
+        "     look-up {:.1f}, connect {:.1f}, TLS {:.1f}, wait {:.1f}, receive {:.1f} ms; {} "
+        "connection to {}{}{}",
+        timings.lookup, timings.connect, timings.tls, timings.wait, timings.receive,
+        timings.new_connection ? "new" : "kept", timings.remote,
+        timings.http_version.empty() ? "" : ", HTTP/", timings.http_version);
+}
+
+}  // namespace
+
+void Report::add(const Outcome& outcome) {
+    failed_ = failed_ || outcome.failed();
+    const bool repeated = command_line_.repeat > 1;
+    if (repeated) latencies_.add(outcome);
+    if (command_line_.json) {
+        std::cout << jsonLine(outcome, !repeated) << '\n' << std::flush;
+    } else if (!repeated) {
+        printAnswer(outcome);
+    }
+    checkOutput();
+    if (repeated || command_line_.json) return;
+    if (outcome.failed() || !command_line_.quiet) std::cerr << outcomeText(outcome) << '\n';
+    if (command_line_.show_timings) std::cerr << timingsText(outcome.timings) << '\n';
+}
+
+void Report::printAnswer(const Outcome& outcome) const {
+    if (command_line_.show_headers && outcome.status != 0) {
+        std::cout << "HTTP " << outcome.status << '\n';
+        for (const auto& [name, value] : outcome.headers)
+            std::cout << name << ": " << value << '\n';
+        std::cout << '\n';
+    }
+    std::cout << outcome.body << std::flush;
+}
+
+void Report::checkOutput() {
+    if (std::cout || std::exchange(output_lost_, true)) return;
+    std::cerr << "zel-http: cannot write to standard output\n";
+    failed_ = true;
+}
+
+void Report::summarise(std::chrono::duration<double> took) {
+    if (latencies_.count() == 0) return;
+    if (command_line_.json) {
+        std::cout << jsonSummary(latencies_, took) << '\n' << std::flush;
+        checkOutput();
+        return;
+    }
+    std::string text = fmt::format(
+        "{} requests in {:.2f} s, {:.0f} a second, {}\n", latencies_.count(), took.count(),
+        static_cast<double>(latencies_.count()) / took.count(), sizeText(latencies_.bytes()));
+    for (const auto& [outcome, count] : latencies_.outcomes()) {
+        text += fmt::format("  {} x {}\n", count, outcome);
+    }
+    text += fmt::format("{:<10}", "ms");
+    for (const auto& column : Latencies::columns()) text += fmt::format("{:>10}", column);
+    text += '\n';
+    for (const auto& [phase, values] : latencies_.rows()) {
+        text += fmt::format("{:<10}", phase);
+        for (const double value : values) text += fmt::format("{:>10.2f}", value);
+        text += '\n';
+    }
+    std::cout << text << std::flush;
+    checkOutput();
+}
+
+}  // namespace tool

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <chrono>
+
+#include "command_line.h"
+#include "latency.h"
+#include "outcome.h"
+
+namespace tool {
+
+/// Prints what became of the requests: answers and JSON on standard output, the rest on standard
+/// error.
+class Report {
+public:
+    explicit Report(const CommandLine& command_line) : command_line_(command_line) {}
+
+    void add(const Outcome& outcome);
+    /// After the last, or an interruption: of requests that are repeated.
+    void summarise(std::chrono::duration<double> took);
+    /// Whether any request failed, or its answer could not be printed.
+    bool failed() const { return failed_; }
+
+private:
+    void printAnswer(const Outcome& outcome) const;
+    void checkOutput();
+
+    const CommandLine& command_line_;
+    Latencies latencies_;
+    bool failed_ = false;
+    bool output_lost_ = false;
+};
+
+}  // namespace tool
