@@ -21,7 +21,7 @@ void Request::runRequest() {
 
 void Request::tryToCancelRequest() {
     // Every finished request of a client asks, in the FSM context, where the engine may be on its
-    // way out: without a transfer it is neither touched nor woken. One without an owner throws below.
+    // way out: without a transfer it is neither touched nor woken. An unowned one throws below.
     if (transfers == 0 && !weak_from_this().expired()) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->tryToCancelRequest(shared_from_this());
