@@ -15,7 +15,7 @@ using zel::http::Engine;
 class CookieEngine : public Engine {
 public:
     using Engine::Engine;
-    ~CookieEngine() override = default;
+    ~CookieEngine() override { stop(); }
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
         for (const char* cookie :
              {"other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother", ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",

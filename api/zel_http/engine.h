@@ -37,7 +37,8 @@ public:
 
     /// `fsmRunner` receives, on the engine thread, one closure for each outcome and runs it where
     /// and when the host likes, at once included; to run it later it must copy it. The closure does
-    /// not need the engine, only `logger`, which must not be null and must outlive both.
+    /// not need the engine, only `logger`, which must not be null and must outlive both. Throws
+    /// `std::system_error` when the system has no thread left; then there is no engine.
     Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
            logging::Logger* logger);
 
@@ -45,7 +46,7 @@ public:
     virtual ~Engine();
 
     /// Sets the TLS options of a transfer to `request`'s URL on the easy handle `curl`. Engine
-    /// thread. A derived engine may replace it.
+    /// thread. A derived engine may replace it; its destructor then calls `stop` first.
     virtual void addTlsConfig(void* curl, std::shared_ptr<Request> request);
 
     Engine(const Engine&) = delete;
@@ -118,6 +119,10 @@ public:
     static bool allowsPayloadLogging(void* handle) noexcept;
 
 protected:
+    /// Ends the engine thread and waits for it. On the destroying thread; a second call does
+    /// nothing. The engine's own destructor calls it, when the members of a derived one are gone.
+    void stop();
+
     // Everything below runs on the engine thread.
 
     /// @{
@@ -158,6 +163,7 @@ protected:
     /// @}
 
 private:
+    void release();
     void trace(const char* operation);
     void enqueue(std::function<void()> work);
     void registerTask(const std::shared_ptr<ActiveTask>& task);

@@ -14,7 +14,7 @@ namespace reliability {
 class PairedExchange::PairedEngine : public zel::http::Engine {
 public:
     using Engine::Engine;
-    ~PairedEngine() override = default;
+    ~PairedEngine() override { stop(); }
 
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) override {
         Engine::addTlsConfig(curl, request);

@@ -41,15 +41,28 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
                               __PRETTY_FUNCTION__);
     }
     curl_share_setopt(shareHandle, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
-    engineThread = createEngineTask([this] { thread_loop(); });
+    try {
+        engineThread = createEngineTask([this] { thread_loop(); });
+    } catch (...) {  // the system has no thread left; nobody but the caller was told of the engine
+        release();
+        throw;
+    }
 }
 
 Engine::~Engine() {
     ORU_ASSERT(currentEngine);
-    requestTermination();
-    if (engineThread.joinable()) engineThread.join();
+    stop();
     for (const auto& [handle, task] : tasks) doCurlCleanup(task);
     tasks.clear();
+    release();
+}
+
+void Engine::stop() {
+    requestTermination();
+    if (engineThread.joinable()) engineThread.join();
+}
+
+void Engine::release() {
     curl_multi_cleanup(multiHandle);
     curl_share_cleanup(shareHandle);
     curl_global_cleanup();

@@ -46,7 +46,16 @@ std::string Engine::getProxyPassword() {
 }
 
 void Engine::addProxyConfig(void* curl, const std::string& proxy) {
-    const std::string used = proxy.empty() ? getProxyUrl() : proxy;
+    // The stored credentials belong to the stored proxy alone, as they were set together.
+    std::string used = proxy;
+    std::string user;
+    std::string password;
+    if (proxy.empty()) {
+        const std::lock_guard lock(variableMutex);
+        used = proxyUrl;
+        user = proxyUser;
+        password = proxyPassword;
+    }
     if (used.empty()) return;
     logger->debug(8, "Engine::%s: Using proxy '%s'", fmt::make_printf_args("addProxyConfig", used));
     setText<CURLOPT_PROXY>(curl, used.c_str());
@@ -54,10 +63,7 @@ void Engine::addProxyConfig(void* curl, const std::string& proxy) {
     setLong<CURLOPT_PROXYAUTH>(curl, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     setText<CURLOPT_NOPROXY>(curl, bypassed_hosts);
 
-    // The stored credentials belong to the stored proxy alone.
-    const std::string user = getProxyUser();
-    if (!proxy.empty() || user.empty()) return;
-    const std::string password = getProxyPassword();
+    if (user.empty()) return;
     if (breaksLine(user) || breaksLine(password)) {
         logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
                       fmt::make_printf_args("addProxyConfig"));

@@ -42,10 +42,9 @@ public:
     thread_executor& operator=(const thread_executor&) = delete;
 
     void post(std::function<void()> task, int /*priority*/) override {
-        {
-            const std::lock_guard lock(mutex_);
-            tasks_.push_back(std::move(task));
-        }
+        // Under the lock to its end: the task may lead to the executor's destruction.
+        const std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
         wake_.notify_one();
     }
 
