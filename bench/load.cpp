@@ -133,6 +133,7 @@ double Load::percentile(double share) {
 
 int Load::report() {
     if (work_.idle_seconds != 0) {
+        sleep(1);  // until the engine rests
         const double cpu = reliability::cpuSeconds();
         const long before = sleeps();
         sleep(work_.idle_seconds);

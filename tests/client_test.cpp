@@ -108,7 +108,7 @@ TEST_F(ClientTest, CallbacksMayCancelThemselvesAndStartOthers) {
 }
 
 TEST_F(ClientTest, HandlesCancelWhenDroppedAndOnlyThen) {
-    startHandle("/hello");  // dropped at once
+    startHandle("/silence");  // dropped at once
     Handle kept = startHandle("/status/201");
     Handle moved = std::move(kept);
     Handle dropped = startHandle("/status/202");

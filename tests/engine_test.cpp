@@ -159,6 +159,7 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
     const tool::Origin origin;
     std::promise<void> sentinel_done;
     std::promise<std::size_t> body_by_then;
+    std::atomic<bool> paused{false};
     std::atomic<bool> stalled{false};
     ScriptedServer server([&](Socket& socket) {
         const std::string request = readRequest(socket);
@@ -176,6 +177,7 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
             pollfd writable{socket.native_handle(), POLLOUT, 0};
             if (poll(&writable, 1, 300) == 0) stalled = true;
             write(socket, block);
+            while (!paused) std::this_thread::yield();
         }
     });
     const auto upload = probe("-X PUT -d " + std::string(1000, 'u') + " " + server.url());
@@ -198,6 +200,7 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
     download->pauseRequest();
     download->pauseRequest();
     host.settle();
+    paused = true;
     while (!stalled) std::this_thread::yield();
     const std::size_t held = download->received;
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");

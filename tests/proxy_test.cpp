@@ -11,16 +11,6 @@ namespace {
 
 const std::string tls = " --ca-file {dir}/root.pem";
 
-/// squid's log once `line` stands there; it writes when a tunnel ends.
-std::string proxyLogWith(const std::string& line, const std::string& file = "squid.access") {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    std::string log;
-    while (log.find(line) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        log = contentOf(serverFile(file));
-    }
-    return log;
-}
-
 TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
     const std::string proxy = at("http://{proxy}");
     // 127.0.0.1 bypasses the proxy, so the server goes by a name that only the proxy knows.
@@ -42,7 +32,7 @@ TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
             EXPECT_EQ(line.find("ss wörd"), std::string::npos) << line;
         }
     }
-    const std::string log = proxyLogWith("CONNECT device.example" + port + " user=device status=200\n");
+    const std::string log = logWith("CONNECT device.example" + port + " user=device status=200\n", "squid.access");
     EXPECT_NE(log.find("user=device status=200"), std::string::npos) << log;
     EXPECT_EQ(log.find(at("{good12}")), std::string::npos) << log;
 }
@@ -54,7 +44,7 @@ TEST(Proxy, DigestIsAnswered) {
         exchange.engine.setProxyConfig(at("http://{digest_proxy}"), "device", "secret");
         EXPECT_EQ(exchange.perform(url), "200 HTTP/2.0 TLSv1.3");
     }
-    EXPECT_NE(proxyLogWith("user=device status=200", "digest.access").find("status=407"), std::string::npos);
+    EXPECT_NE(logWith("user=device status=200", "digest.access").find("status=407"), std::string::npos);
 }
 
 TEST(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {

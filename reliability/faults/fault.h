@@ -46,8 +46,13 @@ struct Destructions {
     double longest_ms = 0.0;
 };
 const Destructions& destructions();
-/// No destruction of an engine may take longer, whatever its transfers are at.
+/// No destruction of an engine may take longer, whatever its transfers are at. A sanitizer or an
+/// emulator takes several times as long.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(__arm__)
+constexpr double destruction_bound_ms = 5000.0;
+#else
 constexpr double destruction_bound_ms = 1000.0;
+#endif
 
 // The groups of rows. `origin` is the URL of a `tool::Origin` in another process.
 Faults serverFaults(const std::string& origin);

@@ -113,6 +113,7 @@ std::string slowExecutor(const std::string& origin) {
     Several requests(host, origin + "/hello");
     waitUntil(
         [&] { return host.logger.lines("runCallbackHandlerInFsmContext").size() == several; });
+    host.settle();  // the line comes before the post
     requests.cancelHalf();
     return requests.tally(host);
 }
@@ -273,6 +274,7 @@ Faults hostFaults(const std::string& origin) {
              waitUntil([&] {
                  return host.logger.lines("runCallbackHandlerInFsmContext").size() == several;
              });
+             host.settle();
              return requests.tally(host);
          }},
         {"FSM runner runs later", all, later(in_order)},

@@ -127,7 +127,6 @@ void Caller::later(std::uint64_t key, std::function<void(Entry&)> work) {
 void Caller::cancel(Entry& entry) {
     entry.cancelled = true;
     ++ledger_.cancelled;
-    --open_;
     if (entry.streamed) {
         entry.streamed->tryToCancelRequest();
     } else if (entry.client != nullptr) {
@@ -135,7 +134,7 @@ void Caller::cancel(Entry& entry) {
     } else {
         entry.handle = {};
     }
-    fill();
+    closed();
 }
 
 void Caller::finish(std::uint64_t key, const std::string& outcome) {
@@ -150,8 +149,12 @@ void Caller::finish(std::uint64_t key, const std::string& outcome) {
     if (entry.cancelled || entry.delivered) return;
     entry.delivered = true;
     ++ledger_.delivered;
-    --open_;
     entry.streamed.reset();
+    closed();
+}
+
+void Caller::closed() {
+    --open_;
     fill();
     if (!running_ && open_ == 0) loop_.stop();
 }

@@ -58,6 +58,8 @@ private:
     void cancelLater(std::uint64_t key);
     void cancel(Entry& entry);
     void finish(std::uint64_t key, const std::string& outcome);
+    /// One request is over.
+    void closed();
     void fill();
     void end();
     /// Runs `work` on the entry after some milliseconds unless it is over by then.

@@ -46,6 +46,18 @@ private:
     std::thread thread_{[this] { loop_.run(); }};
 };
 
+/// A thread that has been joined is in the kernel's list for a moment more.
+Holdings holdingsAtRest() {
+    Holdings last = Holdings::now();
+    for (int i = 0; i < 50; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        const Holdings next = Holdings::now();
+        if (next == last) break;
+        last = next;
+    }
+    return last;
+}
+
 class Soak {
 public:
     Soak(const Targets& targets, std::chrono::duration<double> length, unsigned seed)
@@ -56,12 +68,12 @@ public:
 
     bool run() {
         std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first
-        const Holdings before = Holdings::now();
+        const Holdings before = holdingsAtRest();
         while (Clock::now() < end_) {
             round();
             if (engines_ == 1) first_memory_ = memoryKib("VmRSS");
         }
-        const Holdings after = Holdings::now();
+        const Holdings after = holdingsAtRest();
         report(before, after);
         return ledger_.balanced() && before == after && ledger_.started > 0;
     }

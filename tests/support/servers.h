@@ -1,8 +1,11 @@
 #pragma once
 
+#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
+
+#include "support/exchange.h"
 
 namespace test {
 
@@ -14,6 +17,16 @@ inline std::string contentOf(const std::string& path) {
 
 /// The directory of the servers that `servers/start` started: certificates and logs.
 inline std::string serverFile(const std::string& name) { return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name; }
+
+/// A server's log once `line` stands there; it comes after the answer, in squid's when a tunnel ends.
+inline std::string logWith(const std::string& line, const std::string& file) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::string log;
+    while (log.find(line) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        log = contentOf(serverFile(file));
+    }
+    return log;
+}
 
 /// Replaces "{name}" by the address of that server, or by the directory for "{dir}".
 inline std::string at(std::string line) {
