@@ -15,6 +15,8 @@ using zel::http::Engine;
 class CookieEngine : public Engine {
 public:
     using Engine::Engine;
+    CookieEngine(const CookieEngine&) = delete;
+    CookieEngine& operator=(const CookieEngine&) = delete;
     ~CookieEngine() override { stop(); }
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
         for (const char* cookie :

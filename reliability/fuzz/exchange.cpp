@@ -14,6 +14,8 @@ namespace reliability {
 class PairedExchange::PairedEngine : public zel::http::Engine {
 public:
     using Engine::Engine;
+    PairedEngine(const PairedEngine&) = delete;
+    PairedEngine& operator=(const PairedEngine&) = delete;
     ~PairedEngine() override { stop(); }
 
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) override {
