@@ -9,7 +9,7 @@ import time
 
 SERVER_CORE, CLIENT_CORE = 0, 1
 HERE = pathlib.Path(__file__).resolve().parent
-BUILD = HERE.parent / "build" / "bench" / "bench"
+BUILD = HERE.parent / "build" / "release" / "bench"
 PATIENCE = 120  # seconds
 
 # Thousands of connections, on both sides, whatever the shell's limit is.
