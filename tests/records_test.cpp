@@ -136,7 +136,7 @@ TEST(Rules, Wait) {
     const long rows[][3] = {{-1, 30, 0},         {0, 0, 0},      {1, 0, 1000},    {1500, 1, 500000},
                             {60999, 60, 999000}, {61000, 60, 0}, {1000000, 60, 0}};
     for (const auto& [milliseconds, seconds, microseconds] : rows) {
-        const timeval wait = waitFor(milliseconds);
+        const timeval wait = waitTimeout(milliseconds);
         EXPECT_EQ(wait.tv_sec, seconds) << milliseconds;
         EXPECT_EQ(wait.tv_usec, microseconds) << milliseconds;
     }

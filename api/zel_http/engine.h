@@ -14,8 +14,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "logging/logger.h"
 #include "oru/mutex.h"
@@ -24,6 +24,8 @@
 #include "zel_http/request.h"
 
 namespace zel::http {
+
+class TlsIsolation;
 
 /// The one transfer engine of a process: libcurl's global state, its multi handle, and the thread
 /// "CurlEngine" on which every libcurl call of the library is made.
@@ -119,8 +121,8 @@ public:
     static bool allowsPayloadLogging(void* handle) noexcept;
 
 protected:
-    /// Ends the engine thread and waits for it. On the destroying thread; a second call does
-    /// nothing. The engine's own destructor calls it, when the members of a derived one are gone.
+    /// Stops the engine thread and joins it. On the destroying thread; idempotent. A derived
+    /// destructor calls it first, since `~Engine` does so only after the derived members are gone.
     void stop();
 
     // Everything below runs on the engine thread.
@@ -153,7 +155,7 @@ protected:
     /// Runs in the FSM context, perhaps after the engine is gone.
     static void runCallbackHandlerInFsmContext(logging::Logger* logger,
                                                std::shared_ptr<Request> request, CURLcode result,
-                                               long httpCode);
+                                               long httpCode, const std::string& reason);
 
     /// @{
     /// cookies.cpp: the X-Auth cookie and the clean state.
@@ -163,6 +165,8 @@ protected:
     /// @}
 
 private:
+    class CountedTransfer;
+
     void release();
     void trace(const char* operation);
     void enqueue(std::function<void()> work);
@@ -170,24 +174,27 @@ private:
     void unregisterTask(const ActiveTask& task);
     void keepConnectionsFor(std::size_t transfers);
     void checkEngineThread() const;
+    void logConfiguration(const RequestConfig& config);
     void setTransferOptions(void* curl, const RequestConfig& config);
     void setCredentials(void* curl, const RequestConfig& config);
     void startWithCleanState(void* curl, const RequestConfig& config);
     void recordXAuthDomain(void* curl, RequestConfig& config);
+    void setProtectiveOptions(ActiveTask& task);
+    void startTransfer(const std::shared_ptr<ActiveTask>& task);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
-    void handOver(std::shared_ptr<Request> request, CURLcode result, long httpCode);
-    void retry(const ActiveTask& finished);
+    void finishTask(const std::shared_ptr<ActiveTask>& task, CURLcode reported);
+    void handOver(const ActiveTask& task, CURLcode result, long httpCode);
+    void retry(std::shared_ptr<Request> request);
+    bool isPaused(const ActiveTask& task);
     void applyPendingPauses();
-    /// What a wait found: how many descriptors, and whether the wake-up's is one of them.
-    struct Ready {
-        int descriptors;
-        bool wakeup;
-    };
-    bool descriptorsFitSelect();
-    Ready wait(timeval timeout);
-    Ready waitWithSelect(timeval timeout);
-    Ready waitWithPoll(timeval timeout);
+    bool descriptorsFitSelect() const;
+    bool waitWithSelect(timeval timeout);
+    bool waitWithPoll(timeval timeout);
     void drainWakeup();
+    static void takeHeaderLine(ActiveTask& task, std::string_view line);
+    static curl_socket_t openSocket(void* engine, curlsocktype purpose,
+                                    curl_sockaddr* address) noexcept;
+    static int closeSocket(void* engine, curl_socket_t socket) noexcept;
     static void reportCallbackFailure(const char* name, const char* what) noexcept;
     static std::shared_ptr<ActiveTask> findTask(void* handle);
     template <typename Result, typename Work>
@@ -216,18 +223,18 @@ private:
     std::map<void*, std::shared_ptr<ActiveTask>> tasks;
     // Constant after construction.
     logging::Logger* logger;
-    // Guarded by queueMutex: the engine thread may be waiting, and nobody has woken it yet.
-    bool wakeupNeeded = false;
-    // Engine thread only: descriptors that `select` cannot take may be open.
-    bool highDescriptors = false;
-    // Engine thread only: the queue of the current pass. A member for its memory, which it keeps.
-    std::deque<std::function<void()>> runningRequests;
+    // Guarded by queueMutex: a wake-up has been or is being written and is not read yet.
+    bool wakeupUnread = false;
+    // Engine thread only, as `tasks`: how many sockets `select` cannot take.
+    std::size_t highSockets = 0;
     // Engine thread only, as `tasks` and with the same entries: requests with their easy handles.
     std::set<std::pair<const Request*, void*>> handlesOfRequests;
-    // Engine thread only: the most tasks at a time since the last rest.
-    std::size_t mostTasks = 0;
-    // Engine thread only: tasks whose pause libcurl has not accepted yet.
-    std::vector<std::weak_ptr<ActiveTask>> pendingPauses;
+    // Engine thread only: the most tasks at a time so far.
+    std::size_t peakTasks = 0;
+    // Engine thread only: handles of paused tasks whose pause libcurl has not accepted yet.
+    std::set<void*> pendingPauses;
+    // Engine thread only.
+    std::unique_ptr<TlsIsolation> tlsIsolation;
     // Written once by the engine thread; 0 while no such thread runs.
     std::atomic<unsigned long> engineThreadId{0};
 };

@@ -16,7 +16,8 @@ namespace zel::http {
 ///
 /// The control operations may be called on any thread and return at once; they do nothing without
 /// an engine, and throw `std::bad_weak_ptr` with one when no `std::shared_ptr` owns the request.
-/// Pause and resume belong to one thread. The engine shares the ownership while a transfer runs.
+/// Pause and resume belong to one thread, which need not be the one that runs the request. The
+/// engine shares the ownership while a transfer runs.
 ///
 /// Threads of the notifications: data, headers, size and X-Auth domain come on the engine thread
 /// while the transfer runs; the outcome comes wherever the host's FSM runner runs it, after the
@@ -33,15 +34,19 @@ public:
     /// What to transfer. Constant from `runRequest` until the outcome; only the engine writes its
     /// `xauth_previous_domain`.
     RequestConfig config;
-    /// Proxies to try, in order, while a transfer ends without a proxy's answer to CONNECT, however
-    /// it ends: the outcome of the last try is the one notified. Used up on the way.
+    /// Proxies for retries, in order; each is removed when it is used. A transfer that ends without
+    /// a proxy's answer to CONNECT, even a successful one, is performed again through the next:
+    /// without a proxy of the engine's or the environment's every request is sent again, whatever
+    /// its method. Only the last outcome is notified. Such a request never uses a connection that
+    /// an earlier one left open.
     std::list<std::string> fallbackProxies;
 
-    /// Hands the request to the engine. A second call starts a second transfer.
+    /// Hands the request to the engine. A second call starts a second transfer; of two that run,
+    /// the other operations act on the one whose easy handle has the lower address.
     virtual void runRequest();
-    /// Stops receiving and sending until `resumeRequest`; the next block of the body is held
-    /// already. A pause before the connection stands takes effect once it does.
-    /// `RequestConfig::timeout` runs on meanwhile.
+    /// Stops receiving and sending until `resumeRequest`: the next block of the body is not
+    /// delivered. A pause before the start or before the connection stands takes effect once it
+    /// does. `RequestConfig::timeout` runs on meanwhile.
     virtual void pauseRequest();
     virtual void resumeRequest();  ///< goes on where `pauseRequest` stopped
 
@@ -68,9 +73,8 @@ public:
 
     virtual ~Request();
 
-    /// Queues the end of the request's transfer. Until the engine thread gets to it notifications
-    /// go on, and a transfer that ends meanwhile has its outcome, as has one whose outcome the FSM
-    /// runner already got. Without a transfer nothing happens.
+    /// Cancels the request's transfer. Asynchronous: until the engine thread runs the cancel,
+    /// notifications may still arrive, the outcome included. Without a transfer it has no effect.
     void tryToCancelRequest();
 
     /// The HTTP status: set just before the outcome is notified, 0 when there was none, all bits
@@ -88,12 +92,11 @@ private:
     friend class Engine;
 
     std::uint32_t responseCode = static_cast<std::uint32_t>(-1);
-    bool paused = false;
+    /// From `pauseRequest` to `resumeRequest`. The engine thread reads it, too.
+    std::atomic<bool> paused{false};
     bool allowPayloadLogging = true;
     /// How many transfers are queued or running; the engine counts them. Any thread.
     std::atomic<unsigned> transfers{0};
-    /// How many pauses the engine thread has not come to yet. Any thread.
-    std::atomic<unsigned> queuedPauses{0};
 };
 
 }  // namespace zel::http

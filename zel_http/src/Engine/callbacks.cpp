@@ -15,6 +15,7 @@
 #include "Engine/active_task.h"
 #include "Engine/progress.h"
 #include "Engine/tls_isolation.h"
+#include "Records/header_line.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -30,6 +31,12 @@ static_assert(std::is_convertible_v<decltype(&Engine::putSeekFunc), curl_seek_ca
 static_assert(std::is_convertible_v<decltype(&Engine::downloadProgress), curl_xferinfo_callback>);
 
 constexpr double seconds_between_reports = 3.0;
+
+/// What all responses of a transfer may bring in header lines, trailers included. The names are the
+/// server's choice, and a map of many that collide costs its square: within these bounds less than
+/// 50 ms.
+constexpr std::size_t most_header_fields = 500;
+constexpr std::size_t most_header_bytes = std::size_t{256} * 1024;
 
 /// A count of bytes as the 32 bits that requests are told; more than fits becomes the largest.
 template <typename Number>
@@ -73,7 +80,7 @@ Result Engine::runCallback(const char* name, void* handle, CURLcode failure, Res
     } catch (...) {
         reportCallbackFailure(name, "the request threw something that is no std::exception");
     }
-    task->callbackFailure = failure;
+    task->fail(failure);
     return failed;
 }
 
@@ -82,15 +89,13 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
     const auto work = [=](ActiveTask& task) -> std::size_t {
         const std::size_t bytes = size * count;
         if (!task.request) return bytes;
-        // A pause that libcurl has not accepted yet, or that waits in the queue while libcurl reads
-        // on (up to 100 buffers in one go): libcurl keeps the block for the resume.
-        const bool queued = task.request->queuedPauses != 0 &&
-                            getEngine()->getActiveTask(task.request).get() == &task;
-        if (task.pausePending || queued) return CURL_WRITEFUNC_PAUSE;
+        // libcurl reads on before a pause reaches it, and may deliver what it has read afterwards
+        // (8.14); it keeps what is refused here until the resume.
+        if (getEngine()->isPaused(task)) return CURL_WRITEFUNC_PAUSE;
         try {
             task.request->notifyDataReceived(data, saturated(bytes));
         } catch (const std::runtime_error&) {  // the request's own way to end its transfer
-            task.callbackFailure = CURLE_WRITE_ERROR;
+            task.fail(CURLE_WRITE_ERROR);
             return 0;
         }
         return bytes;
@@ -103,17 +108,33 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
     const auto work = [=](ActiveTask& task) {
         const std::size_t bytes = size * count;
         if (!task.request) return bytes;
-        const std::string_view line(data, bytes);
-        if (line.substr(0, 5) == "HTTP/") task.headersOpen = true;
-        if (line == "\r\n" || line == "\n") task.headersOpen = false;
-        if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
-        task.request->notifyHeader(data, saturated(bytes));
-        double length = 0.0;
-        curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
-        if (length > 0.0) task.request->notifySize(saturated(length));
+        // After a pause there may be several lines in one call (libcurl 7.88).
+        std::string_view rest(data, bytes);
+        while (!rest.empty()) {
+            const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
+            takeHeaderLine(task, rest.substr(0, end));
+            rest.remove_prefix(end);
+        }
         return bytes;
     };
     return runCallback<std::size_t>("writeHeader", handle, CURLE_WRITE_ERROR, 0, work);
+}
+
+void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
+    const bool begins = isStatusLine(line);
+    const bool ends = line == "\r\n" || line == "\n";
+    if (begins || ends) task.inHeaderBlock = begins;
+    task.headerBytes += line.size();
+    if (!begins && !ends) ++task.headerFields;
+    if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {
+        task.fail(CURLE_WEIRD_SERVER_REPLY);
+        throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
+    }
+    if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
+    task.request->notifyHeader(line.data(), saturated(line.size()));
+    double length = 0.0;
+    curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
+    if (length > 0.0) task.request->notifySize(saturated(length));
 }
 
 std::size_t Engine::putReadFunc(char* buffer, std::size_t size, std::size_t count,

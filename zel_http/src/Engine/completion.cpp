@@ -6,6 +6,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/completion_rules.h"
+#include "Engine/wire_text.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
 
@@ -20,10 +21,10 @@ CURLMsg* Engine::findCompletedMsg() {
     return message;
 }
 
-/// What the transfer came to: libcurl's word, unless the task knows of a failure that it missed.
+/// libcurl's code for the transfer, unless the task knows of a failure that libcurl has missed.
 CURLcode Engine::resultOf(const ActiveTask& task, CURLcode reported) {
-    if (task.callbackFailure != CURLE_OK) return task.callbackFailure;
-    return reported == CURLE_OK && task.headersOpen ? CURLE_PARTIAL_FILE : reported;
+    if (task.failure != CURLE_OK) return task.failure;
+    return reported == CURLE_OK && task.inHeaderBlock ? CURLE_PARTIAL_FILE : reported;
 }
 
 void Engine::processCompletedTasks() {
@@ -31,46 +32,50 @@ void Engine::processCompletedTasks() {
     trace("processCompletedTasks");
     while (const CURLMsg* message = findCompletedMsg()) {
         const CURLcode reported = message->data.result;  // gone once the handle is detached
-        const auto task = tasks.at(message->easy_handle);
-        unregisterTask(*task);
-        if (const auto request = task->request) {
-            edgeCookieCheck(*task);
-            const CURLcode result = resultOf(*task, reported);
-            long httpCode = -1;
-            const CURLcode ret = curl_easy_getinfo(task->curl, CURLINFO_RESPONSE_CODE, &httpCode);
-            ORU_ASSERT(ret == CURLE_OK);
-            long connectCode = -1;
-            curl_easy_getinfo(task->curl, CURLINFO_HTTP_CONNECTCODE, &connectCode);
-            if (connectCode == 0 && !request->fallbackProxies.empty()) {
-                retry(*task);
-            } else {
-                --request->transfers;
-                handOver(request, result, httpCode);
-            }
-        }
-        doCurlCleanup(task);
+        finishTask(tasks.at(message->easy_handle), reported);
     }
 }
 
-void Engine::retry(const ActiveTask& finished) {
-    logger->debug(8, "Engine::%s: Retry with another proxy",
-                  fmt::make_printf_args("processCompletedTasks"));
-    const std::string proxy = std::move(finished.request->fallbackProxies.front());
-    finished.request->fallbackProxies.pop_front();
-    addTask(finished.request, proxy);
-    --finished.request->transfers;  // now that the next one counts
-    if (finished.paused) pauseTask(finished.request);
+/// The one way to an outcome: of transfers that libcurl has finished, and of those that failed
+/// before they could start.
+void Engine::finishTask(const std::shared_ptr<ActiveTask>& registered, CURLcode reported) {
+    const auto task = registered;  // the registry's own goes now
+    unregisterTask(*task);
+    if (const auto request = task->request) {
+        edgeCookieCheck(*task);
+        long httpCode = -1;
+        const CURLcode ret = curl_easy_getinfo(task->curl, CURLINFO_RESPONSE_CODE, &httpCode);
+        ORU_ASSERT(ret == CURLE_OK);
+        long connectCode = -1;
+        curl_easy_getinfo(task->curl, CURLINFO_HTTP_CONNECTCODE, &connectCode);
+        if (connectCode == 0 && !request->fallbackProxies.empty()) {
+            retry(request);
+        } else {
+            task->counted.reset();
+            handOver(*task, resultOf(*task, reported), httpCode);
+        }
+    }
+    doCurlCleanup(task);
 }
 
-void Engine::handOver(std::shared_ptr<Request> request, CURLcode result, long httpCode) {
-    fsmRunner([logger = logger, request = std::move(request), result, httpCode] {
-        runCallbackHandlerInFsmContext(logger, request, result, httpCode);
+void Engine::retry(std::shared_ptr<Request> request) {
+    logger->debug(8, "Engine::%s: Retry with another proxy",
+                  fmt::make_printf_args("processCompletedTasks"));
+    const std::string proxy = std::move(request->fallbackProxies.front());
+    request->fallbackProxies.pop_front();
+    addTask(std::move(request), proxy);
+}
+
+void Engine::handOver(const ActiveTask& task, CURLcode result, long httpCode) {
+    fsmRunner([logger = logger, request = task.request, result, httpCode,
+               reason = printable(task.reason.data())] {
+        runCallbackHandlerInFsmContext(logger, request, result, httpCode, reason);
     });
 }
 
 void Engine::runCallbackHandlerInFsmContext(logging::Logger* logger,
                                             std::shared_ptr<Request> request, CURLcode result,
-                                            long httpCode) {
+                                            long httpCode, const std::string& reason) {
     logger->debug(8, "Engine::%s: res=%d, http_code=%ld",
                   fmt::make_printf_args("runCallbackHandlerInFsmContext", static_cast<int>(result),
                                         httpCode));
@@ -78,8 +83,10 @@ void Engine::runCallbackHandlerInFsmContext(logging::Logger* logger,
     request->setResponseCode(status);
     if (result != CURLE_OK) {
         const char* text = curl_easy_strerror(result);
-        logger->error("HTTPClientCurl error (%s): %d '%s'",
-                      fmt::make_printf_args(request->config.url, static_cast<int>(result), text));
+        const std::string url = printable(request->config.url);
+        const std::string words = reason.empty() ? reason : ": " + reason;
+        logger->error("HTTPClientCurl error (%s): %d '%s'%s",
+                      fmt::make_printf_args(url, static_cast<int>(result), text, words));
         request->notifyFailure(failureOf(result), text);
     } else if (protocol::success_status(status)) {
         request->notifyDataEnd();

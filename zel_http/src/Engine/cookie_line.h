@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace zel::http {
 
@@ -15,6 +16,13 @@ struct CookieLine {
     std::array<std::string, count> fields;
 
     const std::string& operator[](Field field) const { return fields[field]; }
+
+    /// The domain field, without the mark that libcurl puts before that of an HttpOnly cookie.
+    std::string host() const {
+        constexpr std::string_view mark = "#HttpOnly_";
+        const std::string& text = fields[domain];
+        return text.rfind(mark, 0) == 0 ? text.substr(mark.size()) : text;
+    }
 };
 
 /// Splits at every tab; nothing unless that gives exactly seven fields, which may be empty.

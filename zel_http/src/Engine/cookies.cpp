@@ -2,13 +2,15 @@
 // start. All findings are logged only. Engine thread.
 
 #include <ctime>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "Engine/active_task.h"
 #include "Engine/cookie_line.h"
 #include "Engine/easy_options.h"
+#include "Engine/wire_text.h"
 #include "uri/uri.h"
 #include "zel_http/engine.h"
 
@@ -26,20 +28,18 @@ CURLcode fetchCookies(CURL* curl, CookieList& cookies) {
     return result;
 }
 
-/// Calls `visit` with each cookie of the URL's host, in list order, until it returns false.
-void forHostCookies(const curl_slist* list, const std::string& url, const char* operation,
-                    logging::Logger& logger, const std::function<bool(const CookieLine&)>& visit) {
-    for (; list != nullptr; list = list->next) {
-        const auto cookie = splitCookieLine(list->data);
-        if (!cookie) {
-            logger.error("%s: curl cookie didn't split into 7 parts, skipping. [%s]",
-                         fmt::make_printf_args(operation, list->data));
-            continue;
-        }
-        const bool matches =
-            hostMatches(uri::uri(url).authority_host(), (*cookie)[CookieLine::domain]);
-        if (matches && !visit(*cookie)) return;
+/// The fields of a line of the list; nothing, and an error line, for one that is no cookie.
+std::optional<CookieLine> parse(const char* line, const char* operation, logging::Logger& logger) {
+    auto cookie = splitCookieLine(line);
+    if (!cookie) {
+        logger.error("%s: curl cookie didn't split into 7 parts, skipping. [%s]",
+                     fmt::make_printf_args(operation, printable(line)));
     }
+    return cookie;
+}
+
+bool belongsTo(const std::string& url, const CookieLine& cookie) {
+    return hostMatches(uri::uri(url).authority_host(), cookie.host());
 }
 
 }  // namespace
@@ -56,13 +56,12 @@ std::string Engine::getCurrentXAuthCookieDomainFromRequest(void* curl, const std
         logger->debug(8, "%s: curl cookie list empty", fmt::make_printf_args(operation));
         return {};
     }
-    std::string domain;
-    forHostCookies(cookies.get(), url, operation, *logger, [&](const CookieLine& cookie) {
-        const bool found = cookie[CookieLine::name] == xauth_name;
-        if (found) domain = cookie[CookieLine::domain];
-        return !found;
-    });
-    return domain;
+    for (const curl_slist* entry = cookies.get(); entry != nullptr; entry = entry->next) {
+        const auto cookie = parse(entry->data, operation, *logger);
+        if (!cookie || !belongsTo(url, *cookie)) continue;
+        if ((*cookie)[CookieLine::name] == xauth_name) return cookie->host();
+    }
+    return {};
 }
 
 void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
@@ -78,14 +77,26 @@ void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
                       fmt::make_printf_args(operation));
         return;
     }
-    forHostCookies(cookies.get(), url, operation, *logger, [&](const CookieLine& cookie) {
-        const std::string expired = expiredCookieLine(cookie, std::time(nullptr) - 1);
+    std::vector<const char*> kept;
+    bool deleted = false;
+    for (const curl_slist* entry = cookies.get(); entry != nullptr; entry = entry->next) {
+        const auto cookie = parse(entry->data, operation, *logger);
+        if (!cookie || !belongsTo(url, *cookie)) {
+            kept.push_back(entry->data);
+            continue;
+        }
+        const std::string expired = expiredCookieLine(*cookie, std::time(nullptr) - 1);
         logger->debug(
             8, "%s: deleting cookie '%s' for domain '%s'",
-            fmt::make_printf_args(operation, cookie[CookieLine::name], cookie[CookieLine::domain]));
+            fmt::make_printf_args(operation, (*cookie)[CookieLine::name], cookie->host()));
         setText<CURLOPT_COOKIELIST>(curl, expired.c_str());
-        return true;
-    });
+        deleted = true;
+    }
+    if (!deleted) return;
+    // libcurl drops an expired cookie with its next addition only (7.88), or keeps the one that it
+    // should replace (8.14).
+    setText<CURLOPT_COOKIELIST>(curl, "ALL");
+    for (const char* line : kept) setText<CURLOPT_COOKIELIST>(curl, line);
 }
 
 void Engine::edgeCookieCheck(const ActiveTask& task) {
@@ -94,7 +105,7 @@ void Engine::edgeCookieCheck(const ActiveTask& task) {
     if (!config.xauth_check_domain) return;
     const auto report = [&](const char* format, const std::string& domain,
                             const std::string& other) {
-        logger->error("Set-Cookie for request: '%s'", fmt::make_printf_args(config.url));
+        logger->error("Set-Cookie for request: '%s'", fmt::make_printf_args(printable(config.url)));
         logger->error(format, fmt::make_printf_args(domain, other));
     };
     const std::string domain = request.xauthCookieDomain();

@@ -2,6 +2,7 @@
 // The constructor and destructor run on a thread of the host's and touch every member; the engine
 // thread exists from the end of the one to the join in the other.
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/progress.h"
+#include "Engine/tls_isolation.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
 
@@ -33,13 +35,15 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
       variableMutex("VariableMutex"),
       wakeupFd(eventfd(0, 0)),
       fsmRunner(fsmRunner),
-      logger(logger) {
+      logger(logger),
+      tlsIsolation(std::make_unique<TlsIsolation>()) {
     ORU_ASSERT(!currentEngine);
     currentEngine = this;
     if (wakeupFd < 0) {
         oru::assertion_failed("CurlEngine: Error creating eventfd\n", __FILE__, __LINE__,
                               __PRETTY_FUNCTION__);
     }
+    fcntl(wakeupFd, F_SETFD, FD_CLOEXEC);  // not for what the host executes
     curl_share_setopt(shareHandle, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
     try {
         engineThread = createEngineTask([this] { thread_loop(); });

@@ -2,12 +2,12 @@
 // Any thread appends to the queue; the rest is the engine thread's alone.
 
 #include <sys/eventfd.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <mutex>
 #include <utility>
 
@@ -44,18 +44,17 @@ void Engine::checkEngineThread() const {
 
 void Engine::queueRequest(const std::function<void()>& fn) { enqueue(fn); }
 
-/// A wake-up costs a pass over every transfer, so there is none while the engine thread is bound to
-/// look at the queue before it waits, nor a second one for the same wait.
+/// Writes no wake-up while an earlier one is unread: that one ends the wait, too.
 void Engine::enqueue(std::function<void()> work) {
     {
         const std::lock_guard lock(queueMutex);
         pendingRequests.push_back(std::move(work));
-        if (!std::exchange(wakeupNeeded, false)) return;
+        if (std::exchange(wakeupUnread, true)) return;
     }
     if (eventfd_write(wakeupFd, 1) == 0) return;
     eventlog("CurlEngine: Error writing eventfd\n");
     const std::lock_guard lock(queueMutex);
-    wakeupNeeded = true;
+    wakeupUnread = false;
 }
 
 void Engine::runTasks() {
@@ -70,16 +69,17 @@ void Engine::runTasks() {
     processCompletedTasks();
 }
 
+/// The queue of the pass is local: a closure may run a pass of its own.
 void Engine::processPendingRequests() {
     trace("processPendingRequests");
     std::unique_lock lock(queueMutex);
-    wakeupNeeded = true;
     if (pendingRequests.empty()) return;
-    runningRequests.swap(pendingRequests);
+    std::deque<std::function<void()>> currentBatch;
+    currentBatch.swap(pendingRequests);
     lock.unlock();
-    while (!runningRequests.empty()) {
-        runningRequests.front()();
-        runningRequests.pop_front();
+    while (!currentBatch.empty()) {
+        currentBatch.front()();
+        currentBatch.pop_front();
         if (terminationFlag) return;  // what stands behind a termination never runs
     }
 }
@@ -88,36 +88,19 @@ CURLMcode Engine::doCurlProcessing() {
     trace("doCurlProcessing");
     long curlTimer = -1;
     curl_multi_timeout(multiHandle, &curlTimer);
-    const Ready ready = wait(waitFor(curlTimer));
-    if (ready.descriptors == 0 && tasks.empty()) mostTasks = 0;  // a rest, to the end of the wait
-    if (ready.wakeup) drainWakeup();
-    // Driving looks at every transfer; not when only the queue has something to do.
-    if (ready.wakeup && ready.descriptors == 1) return CURLM_OK;
+    const timeval timeout = waitTimeout(curlTimer);
+    const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
+    if (woken) drainWakeup();
     int running = 0;
     return engine_curl_multi_perform(multiHandle, &running);
 }
 
-Engine::Ready Engine::wait(timeval timeout) {
-    // Nothing to wait for. Asking what is readable would look at every transfer, as driving does; a
-    // wake-up stays readable until there is a wait.
-    if (timeout.tv_sec == 0 && timeout.tv_usec == 0) return {0, false};
-    const Ready ready = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
-    const std::lock_guard lock(queueMutex);
-    wakeupNeeded = false;
-    return ready;
-}
+/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word. While there are
+/// such, `curl_multi_poll` waits.
+bool Engine::descriptorsFitSelect() const { return wakeupFd < FD_SETSIZE && highSockets == 0; }
 
-/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word, so a process
-/// that may open such descriptors, or may have opened some, waits with `curl_multi_poll`.
-bool Engine::descriptorsFitSelect() {
-    if (highDescriptors) return false;
-    rlimit limit{};
-    highDescriptors = wakeupFd >= FD_SETSIZE || getrlimit(RLIMIT_NOFILE, &limit) != 0 ||
-                      limit.rlim_cur > FD_SETSIZE;
-    return !highDescriptors;
-}
-
-Engine::Ready Engine::waitWithSelect(timeval timeout) {
+/// Returns whether there is a wake-up to read, as the other wait does.
+bool Engine::waitWithSelect(timeval timeout) {
     fd_set readable;
     fd_set writable;
     fd_set exceptional;
@@ -130,10 +113,10 @@ Engine::Ready Engine::waitWithSelect(timeval timeout) {
     highest = std::max(highest, wakeupFd);
     const int ready = select(highest + 1, &readable, &writable, &exceptional, &timeout);
     if (ready < 0 && errno != EINTR) pauseAfterFailedWait();
-    return {ready, ready > 0 && FD_ISSET(wakeupFd, &readable)};
+    return ready > 0 && FD_ISSET(wakeupFd, &readable);
 }
 
-Engine::Ready Engine::waitWithPoll(timeval timeout) {
+bool Engine::waitWithPoll(timeval timeout) {
     curl_waitfd wakeup{wakeupFd, CURL_WAIT_POLLIN, 0};
     int ready = 0;
     const CURLMcode result =
@@ -141,13 +124,17 @@ Engine::Ready Engine::waitWithPoll(timeval timeout) {
     // A closed descriptor counts as ready. With no transfer it can only be the wake-up's.
     const bool closed = ready > 0 && wakeup.revents == 0 && tasks.empty();
     if (result != CURLM_OK || closed) pauseAfterFailedWait();
-    return {ready, (wakeup.revents & CURL_WAIT_POLLIN) != 0};
+    return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
 }
 
 void Engine::drainWakeup() {
     logger->debug(8, "Engine::%s: waking up", fmt::make_printf_args("doCurlProcessing"));
+    std::unique_lock lock(queueMutex);
     eventfd_t value = 0;
-    if (eventfd_read(wakeupFd, &value) != 0) eventlog("CurlEngine: Error reading eventfd\n");
+    const bool read = eventfd_read(wakeupFd, &value) == 0;
+    wakeupUnread = false;  // in one step with the reading, or a write could be left out for nothing
+    lock.unlock();
+    if (!read) eventlog("CurlEngine: Error reading eventfd\n");
 }
 
 }  // namespace zel::http

@@ -16,6 +16,26 @@ constexpr char bypassed_hosts[] = "localhost,127.0.0.1";
 
 using EscapedText = std::unique_ptr<char, decltype(&curl_free)>;
 
+/// A text that libcurl refuses as a proxy, for every transfer that does not bypass it.
+constexpr char refused_proxy[] = "http://[";
+
+/// Whether libcurl takes the proxy's URL. It drops one whose parts do not decode, and the transfer
+/// goes direct (libcurl 7.88).
+bool isUsable(const std::string& proxy) {
+    if (breaksLine(proxy)) return false;
+    const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
+    constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME;
+    if (curl_url_set(url.get(), CURLUPART_URL, proxy.c_str(), flags) != CURLUE_OK) return false;
+    const auto decodes = [&](CURLUPart part, CURLUcode missing) {
+        char* text = nullptr;
+        const CURLUcode result = curl_url_get(url.get(), part, &text, CURLU_URLDECODE);
+        curl_free(text);
+        return result == CURLUE_OK || result == missing;
+    };
+    return decodes(CURLUPART_HOST, CURLUE_OK) && decodes(CURLUPART_USER, CURLUE_NO_USER) &&
+           decodes(CURLUPART_PASSWORD, CURLUE_NO_PASSWORD);
+}
+
 EscapedText escape(CURL* curl, const std::string& text) {
     return {curl_easy_escape(curl, text.c_str(), 0), curl_free};
 }
@@ -57,11 +77,17 @@ void Engine::addProxyConfig(void* curl, const std::string& proxy) {
         password = proxyPassword;
     }
     if (used.empty()) return;
-    logger->debug(8, "Engine::%s: Using proxy '%s'", fmt::make_printf_args("addProxyConfig", used));
+    logger->debug(8, "Engine::%s: Using proxy '%s'",
+                  fmt::make_printf_args("addProxyConfig", printable(used)));
     setText<CURLOPT_PROXY>(curl, used.c_str());
     setLong<CURLOPT_HTTPPROXYTUNNEL>(curl, 1);
     setLong<CURLOPT_PROXYAUTH>(curl, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     setText<CURLOPT_NOPROXY>(curl, bypassed_hosts);
+    if (!isUsable(used)) {
+        logger->error("Engine::%s: the proxy's URL cannot be used; transfers that need it fail",
+                      fmt::make_printf_args("addProxyConfig"));
+        setText<CURLOPT_PROXY>(curl, refused_proxy);
+    }
 
     if (user.empty()) return;
     if (breaksLine(user) || breaksLine(password)) {

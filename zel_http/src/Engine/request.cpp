@@ -12,31 +12,25 @@ Request::~Request() = default;
 
 void Request::runRequest() {
     if (!Engine::hasEngine()) return;
-    // Looked at before the start: from then on a notification may pause, on the engine thread.
-    const bool pausedBefore = paused;
     Engine::getEngine()->addNewRequest(shared_from_this());
-    // A pause from before the start found no transfer to act on.
-    if (pausedBefore) Engine::getEngine()->pauseRequest(shared_from_this());
 }
 
 void Request::tryToCancelRequest() {
-    // Every finished request of a client asks, in the FSM context, where the engine may be on its
-    // way out: without a transfer it is neither touched nor woken. An unowned one throws below.
+    // Called after each outcome of a client, perhaps while the engine is being destroyed: with no
+    // transfer left the engine is not touched. A request that nobody owns throws below.
     if (transfers == 0 && !weak_from_this().expired()) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->tryToCancelRequest(shared_from_this());
 }
 
 void Request::pauseRequest() {
-    if (paused) return;
-    paused = true;
+    if (paused.exchange(true)) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->pauseRequest(shared_from_this());
 }
 
 void Request::resumeRequest() {
-    if (!paused) return;
-    paused = false;
+    if (!paused.exchange(false)) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->resumeRequest(shared_from_this());
 }

@@ -50,6 +50,19 @@ void setBody(CURL* curl, const std::string& body) {
     setText<CURLOPT_COPYPOSTFIELDS>(curl, body.data());
 }
 
+std::size_t refuseToRead(char* /*buffer*/, std::size_t /*size*/, std::size_t /*count*/,
+                         void* /*handle*/) {
+    return CURL_READFUNC_ABORT;
+}
+
+/// Whether libcurl may ask with "Expect: 100-continue" before it sends the body: by itself above
+/// 1 MiB, unless the header lines say otherwise.
+bool mayExpectContinue(const RequestConfig& config) {
+    constexpr std::size_t threshold = std::size_t{1024} * 1024;
+    return (config.method == Method::PATCH && config.body.size() > threshold) ||
+           config.headers.count("Expect") != 0;
+}
+
 }  // namespace
 
 void Engine::addTask(std::shared_ptr<Request> request) { addTask(std::move(request), {}); }
@@ -57,7 +70,7 @@ void Engine::addTask(std::shared_ptr<Request> request) { addTask(std::move(reque
 void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy) {
     checkEngineThread();
     RequestConfig& config = request->config;
-    if (logger->isDebugEnabled(1)) logger->debugStream(1) << config;
+    if (logger->isDebugEnabled(1)) logConfiguration(config);
     const auto task = std::make_shared<ActiveTask>(request);
     CURL* curl = task->curl;
     registerTask(task);
@@ -69,6 +82,27 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
     if (config.reset_state) startWithCleanState(curl, config);
     if (config.xauth_required || config.xauth_check_domain) recordXAuthDomain(curl, config);
 
+    setProtectiveOptions(*task);
+    addProxyConfig(curl, proxy);
+    startTransfer(task);
+}
+
+/// The rendering shows texts as they are, but a URL must not end its line in the log.
+void Engine::logConfiguration(const RequestConfig& config) {
+    const std::string url = printable(config.url);
+    if (url == config.url) {
+        logger->debugStream(1) << config;
+        return;
+    }
+    RequestConfig shown = config;
+    shown.url = url;
+    logger->debugStream(1) << shown;
+}
+
+void Engine::setProtectiveOptions(ActiveTask& task) {
+    CURL* curl = task.curl;
+    const RequestConfig& config = task.request->config;
+    setPointer<CURLOPT_ERRORBUFFER>(curl, task.reason.data());
     // Otherwise a name look-up that hangs blocks the removal of its transfer (libcurl 7.87 on).
     setLong<CURLOPT_QUICK_EXIT>(curl, 1);
     // Otherwise libcurl replaces the process's handler of SIGPIPE and puts it back, several times a
@@ -77,15 +111,40 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
     setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
     setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
-    isolateTlsPolicy(curl, config);
-    addProxyConfig(curl, proxy);
+    setFunction<CURLOPT_OPENSOCKETFUNCTION, curl_opensocket_callback>(curl, openSocket);
+    setPointer<CURLOPT_OPENSOCKETDATA>(curl, this);
+    setFunction<CURLOPT_CLOSESOCKETFUNCTION, curl_closesocket_callback>(curl, closeSocket);
+    setPointer<CURLOPT_CLOSESOCKETDATA>(curl, this);
+    // libcurl's own function reads the process's standard input.
+    if (config.method != Method::PUT) {
+        setFunction<CURLOPT_READFUNCTION, curl_read_callback>(curl, refuseToRead);
+    }
+    // Otherwise a proxy's header fields count as the origin's.
+    setLong<CURLOPT_SUPPRESS_CONNECT_HEADERS>(curl, 1);
+    // On a tunnel that an earlier transfer opened, a status of 0 says nothing of this one's.
+    if (!task.request->fallbackProxies.empty()) setLong<CURLOPT_FRESH_CONNECT>(curl, 1);
+    if (mayExpectContinue(config)) {
+        // Servers that do not know the expectation keep the body waiting for a second, and one that
+        // answers before the body leaves a connection that waits for it.
+        setLong<CURLOPT_EXPECT_100_TIMEOUT_MS>(curl, 1);
+        setLong<CURLOPT_FORBID_REUSE>(curl, 1);
+    }
+    if (task.ownTlsConfig) tlsIsolation->apply(curl, config);
+}
 
-    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, curl);
+void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
+    if (task->failure != CURLE_OK && task->curl != nullptr) {
+        finishTask(task, task->failure);
+        return;
+    }
+    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task->curl);
     if (result != CURLM_OK) {
         const std::string reason = curl_multi_strerror(result);
         eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
         std::abort();
     }
+    // libcurl takes the pause once there is a connection.
+    if (task->request->paused) pendingPauses.insert(task->curl);
 }
 
 void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
@@ -162,6 +221,11 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
                           fmt::make_printf_args("addHeadersToRequest", printable(name)));
             continue;
         }
+        if (continuesLine(name)) {
+            logger->error("Engine::%s: header '%s' begins with a blank and is left out",
+                          fmt::make_printf_args("addHeadersToRequest", printable(name)));
+            continue;
+        }
         line.assign(name).append(": ").append(value);
         task->appendHeader(line.c_str());
     }
@@ -183,8 +247,9 @@ void Engine::startWithCleanState(void* curl, const RequestConfig& config) {
 void Engine::recordXAuthDomain(void* curl, RequestConfig& config) {
     config.xauth_previous_domain = getCurrentXAuthCookieDomainFromRequest(curl, config.url);
     if (config.xauth_required && config.xauth_previous_domain.empty()) {
+        const std::string url = printable(config.url);
         logger->critical("Request '%s' is missing required X-Auth cookie on outgoing request",
-                         fmt::make_printf_args(config.url));
+                         fmt::make_printf_args(url));
     }
 }
 

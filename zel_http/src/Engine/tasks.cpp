@@ -1,7 +1,7 @@
 // The registry of running transfers: `tasks`, under their easy handles. Entry points for any thread
 // queue their work; the operations behind them run on the engine thread.
 
-#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "Engine/active_task.h"
@@ -12,11 +12,8 @@ namespace zel::http {
 
 void Engine::addNewRequest(std::shared_ptr<Request> request) {
     trace("addNewRequest");
-    ++request->transfers;  // as one that is queued
-    enqueue([this, request = std::move(request)] {
-        prepareAddTask(request);
-        --request->transfers;
-    });
+    enqueue(
+        [this, queued = CountedTransfer(std::move(request))] { prepareAddTask(queued.request); });
     engine_request_added();
 }
 
@@ -26,15 +23,7 @@ void Engine::tryToCancelRequest(std::shared_ptr<Request> request) {
 }
 
 void Engine::pauseRequest(std::shared_ptr<Request> request) {
-    if (!request) return;
-    // Until the closure runs, or is destroyed in a queue that nobody runs any more.
-    ++request->queuedPauses;
-    std::shared_ptr<Request> counted(request.get(),
-                                     [request](Request*) { --request->queuedPauses; });
-    enqueue([this, request, counted = std::move(counted)]() mutable {
-        counted.reset();
-        pauseTask(request);
-    });
+    enqueue([this, request = std::move(request)] { pauseTask(request); });
 }
 
 void Engine::resumeRequest(std::shared_ptr<Request> request) {
@@ -44,20 +33,26 @@ void Engine::resumeRequest(std::shared_ptr<Request> request) {
 void Engine::prepareAddTask(std::shared_ptr<Request> request) { addTask(std::move(request)); }
 
 void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
-    ++task->request->transfers;
+    const auto earlier = getActiveTask(task->request);
     tasks[task->curl] = task;
     handlesOfRequests.emplace(task->request.get(), task->curl);
-    if (tasks.size() > mostTasks) keepConnectionsFor(tasks.size());
+    if (tasks.size() > peakTasks) keepConnectionsFor(tasks.size());
+    // Pause and resume now act on this transfer; what they held of an earlier one is released.
+    if (earlier && getActiveTask(task->request) == task) {
+        pendingPauses.erase(earlier->curl);
+        curl_easy_pause(earlier->curl, CURLPAUSE_CONT);
+    }
 }
 
-/// libcurl keeps four connections for each transfer that there is at the moment. A batch of
-/// outcomes leaves few for a moment, and the next batch would have to connect again.
+/// libcurl caches four connections for each current transfer. After a batch of outcomes there are
+/// few, and the next batch would reconnect: the cache is sized by the peak.
 void Engine::keepConnectionsFor(std::size_t transfers) {
-    mostTasks = transfers;
+    peakTasks = transfers;
     curl_multi_setopt(multiHandle, CURLMOPT_MAXCONNECTS, static_cast<long>(4 * transfers));
 }
 
 void Engine::unregisterTask(const ActiveTask& task) {
+    pendingPauses.erase(task.curl);
     handlesOfRequests.erase({task.request.get(), task.curl});
     tasks.erase(task.curl);
 }
@@ -75,7 +70,6 @@ void Engine::removeTask(std::shared_ptr<Request> request) {
     if (!task) return;
     doCurlCleanup(task);
     unregisterTask(*task);
-    --task->request->transfers;
 }
 
 void Engine::doCurlCleanup(std::shared_ptr<ActiveTask> task) {
@@ -86,30 +80,29 @@ void Engine::pauseTask(std::shared_ptr<Request> request) {
     checkEngineThread();
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
-    task->paused = true;
     // libcurl refuses while the transfer has no connection yet.
-    task->pausePending = curl_easy_pause(task->curl, CURLPAUSE_ALL) != CURLE_OK;
-    if (task->pausePending) pendingPauses.push_back(task);
+    if (curl_easy_pause(task->curl, CURLPAUSE_ALL) != CURLE_OK) pendingPauses.insert(task->curl);
 }
 
 void Engine::resumeTask(std::shared_ptr<Request> request) {
     checkEngineThread();
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
-    task->paused = false;
-    task->pausePending = false;
+    pendingPauses.erase(task->curl);
     curl_easy_pause(task->curl, CURLPAUSE_CONT);
 }
 
+/// A pause of the request is one of this transfer, unless another of it has a lower handle.
+bool Engine::isPaused(const ActiveTask& task) {
+    return task.request->paused && getActiveTask(task.request).get() == &task;
+}
+
 void Engine::applyPendingPauses() {
-    const auto settled = [](const std::weak_ptr<ActiveTask>& pending) {
-        const auto task = pending.lock();
-        if (!task || !task->pausePending) return true;
-        task->pausePending = curl_easy_pause(task->curl, CURLPAUSE_ALL) != CURLE_OK;
-        return !task->pausePending;
-    };
-    pendingPauses.erase(std::remove_if(pendingPauses.begin(), pendingPauses.end(), settled),
-                        pendingPauses.end());
+    for (auto pending = pendingPauses.begin(); pending != pendingPauses.end();) {
+        const bool settled =
+            !isPaused(*tasks.at(*pending)) || curl_easy_pause(*pending, CURLPAUSE_ALL) == CURLE_OK;
+        pending = settled ? pendingPauses.erase(pending) : std::next(pending);
+    }
 }
 
 }  // namespace zel::http

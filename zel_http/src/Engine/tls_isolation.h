@@ -1,20 +1,58 @@
 #pragma once
 
+#include <curl/curl.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "zel_http/records.h"
 
 namespace zel::http {
 
-/// Keeps a connection or a store of authorities made under one TLS policy from serving a transfer
-/// under another. libcurl (7.88) matches connections by authorities, verify flags, client
-/// certificate and `CURLOPT_SSL_OPTIONS`, not by the TLS-context function.
-/// Engine thread; comes after `Engine::addTlsConfig`.
-void isolateTlsPolicy(void* curl, const RequestConfig& config);
+/// Keeps what was made under one TLS policy from serving a transfer under another: connections,
+/// TLS sessions, filled stores of authorities. libcurl matches connections by authorities, verify
+/// flags, client certificate and `CURLOPT_SSL_OPTIONS`, but not by the TLS-context function, the
+/// private key or what the files contain. Engine thread.
+class TlsIsolation {
+public:
+    /// Comes after `Engine::addTlsConfig`, for an https URL; does nothing for others.
+    void apply(CURL* curl, const RequestConfig& config);
+
+private:
+    /// What tells a file from the one that had its path before: device, inode, size and times; all
+    /// 0 for a file that is not there.
+    using FileIdentity = std::array<std::int64_t, 7>;
+    using Clock = std::chrono::steady_clock;
+    struct Authorities {
+        FileIdentity identity{};
+        std::optional<Clock::time_point> changed;
+    };
+    struct KeyCheck {
+        FileIdentity certificate{};
+        FileIdentity key{};
+        bool fits = false;
+    };
+
+    static FileIdentity identityOf(const std::string& path);
+    std::optional<Clock::time_point> lastChange(const std::string& path);
+    void refreshAuthorities(CURL* curl, const RequestConfig& config);
+    bool keyFits(const std::string& certificate, const std::string& key);
+
+    std::map<std::string, Authorities> authorities;
+    /// When what was known of authorities was dropped: from then on each file may have changed.
+    std::optional<Clock::time_point> forgotten;
+    std::map<std::pair<std::string, std::string>, KeyCheck> keyChecks;
+};
 
 /// Looks at a header line of a response: a redirect to another origin takes the client certificate
 /// off the transfer for the rest of its way, which libcurl (7.88) would present there too.
 /// Engine thread.
-void withholdClientCertificate(void* curl, std::string_view line);
+void withholdClientCertificate(CURL* curl, std::string_view line);
 
 }  // namespace zel::http

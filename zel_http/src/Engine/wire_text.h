@@ -13,6 +13,11 @@ inline bool breaksLine(std::string_view text) {
                        [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
+/// Whether a line that begins with the text would continue the header line before it.
+inline bool continuesLine(std::string_view text) {
+    return !text.empty() && (text.front() == ' ' || text.front() == '\t');
+}
+
 /// The text for a log line, with '?' for every control character.
 inline std::string printable(std::string text) {
     std::replace_if(

@@ -31,4 +31,12 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
 }
 
+/// Whether the line begins a response: "HTTP/1.1 200 OK". A trailer named like that has its colon
+/// before any blank.
+constexpr bool isStatusLine(std::string_view line) {
+    if (line.substr(0, 5) != "HTTP/") return false;
+    const auto end = line.find_first_of(" :");
+    return end != std::string_view::npos && line[end] == ' ';
+}
+
 }  // namespace zel::http

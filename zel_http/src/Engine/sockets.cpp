@@ -1,0 +1,25 @@
+// The sockets that libcurl opens for the engine: a program that the host executes does not inherit
+// them, and the loop knows of those that `select` cannot take. Engine thread, and the host's once
+// that has been joined; touches `highSockets`.
+
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "zel_http/engine.h"
+
+namespace zel::http {
+
+curl_socket_t Engine::openSocket(void* engine, curlsocktype /*purpose*/,
+                                 curl_sockaddr* address) noexcept {
+    const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (opened >= FD_SETSIZE) ++static_cast<Engine*>(engine)->highSockets;
+    return opened;
+}
+
+int Engine::closeSocket(void* engine, curl_socket_t socket) noexcept {
+    if (socket >= FD_SETSIZE) --static_cast<Engine*>(engine)->highSockets;
+    return close(socket);
+}
+
+}  // namespace zel::http
