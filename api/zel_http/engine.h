@@ -187,6 +187,8 @@ private:
     void retry(std::shared_ptr<Request> request);
     bool isPaused(const ActiveTask& task);
     void applyPendingPauses();
+    bool hasHadItsShare(ActiveTask& task);
+    void continueShares();
     bool descriptorsFitSelect() const;
     bool waitWithSelect(timeval timeout);
     bool waitWithPoll(timeval timeout);
@@ -231,6 +233,10 @@ private:
     std::set<std::pair<const Request*, void*>> handlesOfRequests;
     // Engine thread only: the most tasks at a time so far.
     std::size_t peakTasks = 0;
+    // Engine thread only: how many passes there were, and the handles of tasks whose share of this
+    // one is used up.
+    unsigned long pass = 0;
+    std::set<void*> usedShares;
     // Engine thread only: handles of paused tasks whose pause libcurl has not accepted yet.
     std::set<void*> pendingPauses;
     // Engine thread only.

@@ -59,6 +59,9 @@ public:
     /// What came in header lines so far, of all responses on the way and in trailers.
     std::size_t headerFields = 0;
     std::size_t headerBytes = 0;
+    /// The pass in which the last block of the body came, and how many came in it.
+    unsigned long pass = 0;
+    std::size_t blocksInPass = 0;
     /// A failure that libcurl does not report: of the set-up, or of a callback that fails while the
     /// transfer resumes (libcurl 7.88). Outranks libcurl's code.
     CURLcode failure = CURLE_OK;

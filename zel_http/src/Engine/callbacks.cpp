@@ -91,7 +91,8 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
         if (!task.request) return bytes;
         // libcurl reads on before a pause reaches it, and may deliver what it has read afterwards
         // (8.14); it keeps what is refused here until the resume.
-        if (getEngine()->isPaused(task)) return CURL_WRITEFUNC_PAUSE;
+        Engine& engine = *getEngine();
+        if (engine.isPaused(task) || engine.hasHadItsShare(task)) return CURL_WRITEFUNC_PAUSE;
         try {
             task.request->notifyDataReceived(data, saturated(bytes));
         } catch (const std::runtime_error&) {  // the request's own way to end its transfer
@@ -130,6 +131,7 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
+    if (ends) demandOrderlyEnd(task.curl);
     if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
     double length = 0.0;

@@ -86,6 +86,7 @@ void Engine::processPendingRequests() {
 
 CURLMcode Engine::doCurlProcessing() {
     trace("doCurlProcessing");
+    continueShares();
     long curlTimer = -1;
     curl_multi_timeout(multiHandle, &curlTimer);
     const timeval timeout = waitTimeout(curlTimer);

@@ -53,6 +53,7 @@ void Engine::keepConnectionsFor(std::size_t transfers) {
 
 void Engine::unregisterTask(const ActiveTask& task) {
     pendingPauses.erase(task.curl);
+    usedShares.erase(task.curl);
     handlesOfRequests.erase({task.request.get(), task.curl});
     tasks.erase(task.curl);
 }
@@ -102,6 +103,27 @@ void Engine::applyPendingPauses() {
         const bool settled =
             !isPaused(*tasks.at(*pending)) || curl_easy_pause(*pending, CURLPAUSE_ALL) == CURLE_OK;
         pending = settled ? pendingPauses.erase(pending) : std::next(pending);
+    }
+}
+
+/// libcurl reads up to 100 receive buffers of one transfer in a pass, each perhaps of many small
+/// blocks, while all others wait. This many have to do: 8 MiB of a large download.
+bool Engine::hasHadItsShare(ActiveTask& task) {
+    constexpr std::size_t share = 512;
+    if (task.pass != pass) {
+        task.pass = pass;
+        task.blocksInPass = 0;
+    }
+    if (++task.blocksInPass <= share) return false;
+    usedShares.insert(task.curl);
+    return true;
+}
+
+void Engine::continueShares() {
+    ++pass;
+    for (void* handle : std::exchange(usedShares, {})) {
+        const auto task = findTask(handle);
+        if (task && !isPaused(*task)) curl_easy_pause(handle, CURLPAUSE_CONT);
     }
 }
 
