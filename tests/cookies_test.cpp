@@ -20,16 +20,22 @@ public:
     ~CookieEngine() override { stop(); }
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
         for (const char* cookie :
-             {"other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother", ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
-              "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine", "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
+             {"#HttpOnly_a.invalid\tFALSE\t/\tFALSE\t0\thidden\tv", "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
+              ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower", "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
+              "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
             curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie);
         }
         before = getCurrentXAuthCookieDomainFromRequest(curl, "http://b.a.invalid/");
         deleteCookiesFromRequest(curl, "http://b.a.invalid/");
-        after = getCurrentXAuthCookieDomainFromRequest(curl, "http://a.invalid/");
+        after = getCurrentXAuthCookieDomainFromRequest(curl, "http://b.a.invalid/");
+        curl_slist* left = nullptr;
+        curl_easy_getinfo(curl, CURLINFO_COOKIELIST, &left);
+        for (const auto* cookie = left; cookie != nullptr; cookie = cookie->next)
+            kept += std::string(cookie->data) + "|";
+        curl_slist_free_all(left);
         elsewhere = getCurrentXAuthCookieDomainFromRequest(curl, "http://other.invalid/");
     }
-    std::string before, after, elsewhere;
+    std::string before, after, kept, elsewhere;
 };
 
 class XAuthRequest : public ProbeRequest {
@@ -46,7 +52,8 @@ TEST(Cookies, TheHostsOwnAreFoundAndDeletedAndNoOthers) {
     EXPECT_EQ(engine.before, "A.invalid");
     EXPECT_EQ(engine.after, "");
     EXPECT_EQ(engine.elsewhere, "other.invalid");
-    EXPECT_EQ(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 3U);
+    EXPECT_EQ(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 4U);
+    EXPECT_EQ(engine.kept, "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother|");
 }
 
 TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {

@@ -63,6 +63,26 @@ TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
     EXPECT_EQ(order, "CurlEngine");
 }
 
+/// A host's closure may run steps of a pass itself; what is queued behind is not left waiting.
+TEST(Queue, ClosuresRunPassesOfTheirOwn) {
+    Exchange host;
+    const std::function<void()> steps[] = {[&] { host.engine.processPendingRequests(); },
+                                           [&] { host.engine.runTasks(); }, [&] { host.engine.doCurlProcessing(); }};
+    std::atomic<int> ran{0};
+    for (const auto& step : steps) {
+        host.engine.queueRequest([&] {
+            host.engine.queueRequest([&] { ++ran; });
+            step();
+        });
+        host.engine.queueRequest([&] { ++ran; });
+        std::promise<void> last;
+        host.engine.queueRequest([&] { last.set_value(); });
+        ASSERT_EQ(last.get_future().wait_for(patience / 3), std::future_status::ready);
+    }
+    host.settle();
+    EXPECT_EQ(ran, 6);
+}
+
 TEST(Queue, NothingBehindATerminationRunsAndAllIsDestroyed) {
     const auto token = std::make_shared<std::atomic<int>>(0);
     {
@@ -209,6 +229,79 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
     download->resumeRequest();
     EXPECT_EQ(download->outcome(), "200 end");
     EXPECT_EQ(download->received, length);
+}
+
+/// The pauses meet an answer that is there already: libcurl (7.88) keeps its header lines and hands
+/// several over in one call.
+TEST(Control, HeaderLinesComeOneByOneAfterAPause) {
+    Exchange host;
+    std::promise<void> asked, answer, answered;
+    const ScriptedServer server([&](Socket& socket) {
+        readRequest(socket);
+        asked.set_value();
+        answer.get_future().wait();
+        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\nSet-Cookie: a=b\r\n\r\n0123456789");
+        answered.set_value();
+    });
+    const auto request = probe(server.url());
+    int lines = 0;
+    request->on_header = [&] { ++lines; };
+    request->runRequest();
+    asked.get_future().wait();
+    Gate gate(host.engine);
+    answer.set_value();
+    answered.get_future().wait();
+    request->pauseRequest();
+    request->resumeRequest();
+    request->pauseRequest();
+    gate.open();
+    host.settle();
+    request->resumeRequest();
+    EXPECT_EQ(request->outcome(), "200 end");
+    EXPECT_EQ(lines, 4);
+    EXPECT_EQ(request->body, "0123456789");
+}
+
+TEST(Control, RunOnOneThreadPausedAndResumedOnAnother) {
+    const tool::Origin origin;
+    const Exchange host;
+    for (int i = 0; i < 200; ++i) {
+        const auto request = probe(origin.url("/hello"));
+        std::thread other([&] {
+            request->pauseRequest();
+            request->resumeRequest();
+        });
+        request->runRequest();
+        other.join();
+        ASSERT_EQ(request->outcome(), "200 end");
+    }
+}
+
+/// Pause and resume act on the transfer with the lower handle, which is now and then the second:
+/// what they held of the first before that goes on.
+TEST(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
+    const tool::Origin origin;
+    Exchange host;
+    std::vector<std::shared_ptr<ProbeRequest>> ballast;
+    for (int i = 0; i < 40; ++i) {
+        const auto request = probe(origin.url("/bytes/200000"));
+        std::promise<void> paused;
+        std::atomic<bool> again{false};
+        request->on_data = [&] {
+            if (again.exchange(true)) return;
+            request->runRequest();
+            request->pauseRequest();
+            paused.set_value();
+        };
+        ballast.push_back(probe(origin.url("/hello")));
+        ballast.back()->runRequest();
+        request->runRequest();
+        paused.get_future().wait();
+        host.settle();
+        request->resumeRequest();
+        host.runUntil([&] { return request->outcomes == 2; });
+        EXPECT_EQ(request->received, 400000U);
+    }
 }
 
 /// libcurl reads on for many blocks before the engine comes to its queue.

@@ -60,6 +60,12 @@ TEST(Exchange, OverADecentServer) {
 TEST(Exchange, OverARawServer) {
     Exchange exchange;
     const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string too_many = "<Protocol failure> Weird server reply";
+    const auto fields = [](int count) {
+        std::string text;
+        for (int i = 0; i < count; ++i) text += "X-" + std::to_string(i) + ": v\r\n";
+        return text;
+    };
     const std::vector<Row> rows = {
         {ok + "Content-Length: 2\r\n\r\nok", "200 ok"},
         {"HTTP/1.1 302 Found\r\nContent-Length: 4\r\n\r\nhere", "302 here"},
@@ -70,6 +76,13 @@ TEST(Exchange, OverARawServer) {
          "<Protocol failure> Transferred a partial file"},  // must cost no such memory
         {ok + "Content-Length: 4\r\n\r\nmore than that", "200 more"},
         {ok + "Transfer-Encoding: chunked\r\nTrailer: T\r\n\r\n2\r\nok\r\n0\r\nT: t\r\n\r\n", "200 ok"},
+        {ok + "Transfer-Encoding: chunked\r\n\r\n0\r\nHTTP/1.1: x\r\n\r\n", "200 "},  // no status line
+        {ok + "Content-Length: 0\r\n" + fields(499) + "\r\n", "200 "},
+        {ok + "Content-Length: 0\r\n" + fields(500) + "\r\n", too_many},
+        {ok + "Transfer-Encoding: chunked\r\n\r\n0\r\n" + fields(500) + "\r\n", too_many},
+        {ok + "X-A: " + std::string(100000, 'a') + "\r\nX-B: " + std::string(100000, 'b') +
+             "\r\nX-C: " + std::string(70000, 'c') + "\r\n\r\n",
+         too_many},
         {"HTTP/1.1 100 Continue\r\n\r\n" + ok + "Content-Length: 2\r\n\r\nok", "200 ok"},
         {ok + "X-Hop: a\r\nx-HOP: b\r\n: c\r\nContent-Length: 0\r\n\r\n", "200  hop=a"},
         {"HTTP/1.1 200 OK\nX-Hop: bare\n\nok", "200 ok"},
@@ -102,6 +115,19 @@ TEST(Exchange, WithoutAServer) {
     }
     exchange.engine.setProxyConfig("http://no-such-proxy.invalid:1", "", "");
     EXPECT_EQ(exchange.perform("http://device.invalid/"), "<DNS Lookup failure> Couldn't resolve proxy name");
+}
+
+/// A server that answers before it has read the body leaves a connection that waits for it.
+TEST(Exchange, AnAnswerBeforeTheBodyLeavesNoConnectionBehind) {
+    Exchange exchange;
+    const ScriptedServer server([](Socket& socket) {
+        readRequest(socket);
+        write(socket, "HTTP/1.1 413 Too long\r\nContent-Length: 0\r\n\r\n");
+        waitForClose(socket);
+    });
+    RequestConfig config = requestOf("-X PATCH " + server.url());
+    config.body.assign(3000000, 'p');
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(exchange.perform(config), "413 ");
 }
 
 /// The request's bytes at the server, behind the method and the lines that never differ.

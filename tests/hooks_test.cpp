@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
 
+#include "scripted_server.h"
 #include "support/probe_request.h"
 
 namespace {
@@ -14,6 +16,9 @@ std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
 std::atomic<int> performs_a_pass{1};
+std::atomic<std::size_t> performs{0};
+std::atomic<std::size_t> blocks_of_pass{0};
+std::size_t most_blocks = 0;
 
 }  // namespace
 
@@ -28,7 +33,10 @@ CURLMcode engine_curl_multi_perform(void* multi, int* running) {
     CURLMcode result = CURLM_OK;
     for (int i = 0; i < performs_a_pass; ++i) {
         if (i != 0) curl_multi_poll(multi, nullptr, 0, 10, nullptr);
+        blocks_of_pass = 0;
         result = curl_multi_perform(multi, running);
+        most_blocks = std::max(most_blocks, blocks_of_pass.load());
+        ++performs;
     }
     return result;
 }
@@ -42,6 +50,29 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
+    // In every pass, those that find nothing but a wake-up too.
+    std::size_t passes = 0;
+    host.engine.queueRequest([&] {
+        passes = host.logger.lines("Engine::doCurlProcessing: ").size();
+        passes = host.logger.lines("Engine::doCurlProcessing").size() - passes - performs;
+    });
+    host.settle();
+    EXPECT_EQ(passes, 0U);
+}
+
+/// Of a body in many small chunks a pass takes a share, and the rest is held for the next ones.
+TEST(Hooks, OneTransferLeavesRoomInAPassForOthers) {
+    constexpr int chunks = 300000;
+    std::string body = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    for (int i = 0; i < chunks; ++i) body += "1\r\nx\r\n";
+    Exchange host;
+    const tool::ScriptedServer server(body + "0\r\n\r\n");
+    const auto request = probe(server.url());
+    request->on_data = [] { ++blocks_of_pass; };
+    EXPECT_EQ(request->runToOutcome(), "200 end");
+    EXPECT_EQ(request->body, std::string(chunks, 'x'));
+    host.settle();
+    EXPECT_LE(most_blocks, 512U);
 }
 
 /// A pause that was asked for too early meets a body that is there already: it is kept back, and
