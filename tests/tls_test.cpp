@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
+#include <boost/asio/ssl.hpp>
 #include <set>
 
 #include "Engine/redirect_rule.h"
 #include "certificate/certificate.h"
+#include "scripted_server.h"
 #include "support/interposed_setopt.h"
 #include "support/painted_stack.h"
 #include "support/probe_request.h"
@@ -17,8 +19,9 @@ namespace {
 
 std::atomic<bool> without_isolation{false};
 
-const std::set<int> isolating = {CURLOPT_SSL_OPTIONS, CURLOPT_FRESH_CONNECT, CURLOPT_FORBID_REUSE, CURLOPT_HTTP_VERSION,
-                                 CURLOPT_CA_CACHE_TIMEOUT};
+const std::set<int> isolating = {CURLOPT_SSL_OPTIONS,  CURLOPT_FRESH_CONNECT,    CURLOPT_FORBID_REUSE,
+                                 CURLOPT_HTTP_VERSION, CURLOPT_CA_CACHE_TIMEOUT, CURLOPT_SSL_SESSIONID_CACHE};
+std::atomic<int> tls_options{0};
 
 std::atomic<int> verified{0};
 std::string seen_data;
@@ -29,6 +32,12 @@ int accept(int, X509_STORE_CTX* context) {
     return 1;
 }
 int reject(int, X509_STORE_CTX*) { return 0; }
+/// Knows the one certificate that signs itself, and lets nobody in who shows it.
+int rejectSelfSigned(int verdict, X509_STORE_CTX* context) {
+    const X509* certificate = X509_STORE_CTX_get_current_cert(context);
+    const bool self = X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
+    return self && X509_STORE_CTX_get_error_depth(context) == 0 ? 0 : verdict;
+}
 int keepVerdict(int verdict, X509_STORE_CTX* context) {
     ++verified;
     auto* ssl = static_cast<SSL*>(X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
@@ -41,6 +50,7 @@ int keepVerdict(int verdict, X509_STORE_CTX* context) {
 
 // The controls leave out the options that isolate policies.
 bool test::passes(CURL*, const curl_easyoption& option, long, void*) {
+    if (option.id == CURLOPT_SSL_OPTIONS) ++tls_options;
     return !without_isolation || isolating.count(option.id) == 0;
 }
 
@@ -114,6 +124,14 @@ TEST(Tls, PoliciesAgainstCertificates) {
     EXPECT_EQ(seen_data, "for the verifier");
     config.verifier = [&](int verdict, X509_STORE_CTX*) { return verdict; };
     EXPECT_EQ(exchange.perform(config), bad_hook);
+    // An operator sees why; the caller's text stays libcurl's for the code.
+    EXPECT_EQ(exchange.logger.lines("certificate has expired").size(), 2U);
+    // A key that does not fit fails as such, and an encrypted one asks nobody for its pass phrase.
+    for (const char* key : {"good.key", "client_encrypted.key"}) {
+        EXPECT_EQ(exchange.perform(at("https://{mutual}/ --cert {dir}/client.pem --key {dir}/") + key + at(root)),
+                  "<Protocol failure> Problem with the local SSL certificate")
+            << key;
+    }
     // No file at all is not the default bundle; a half or unreadable pair is no client certificate.
     config = policy("https://{good}/ --ca-file {dir}/root.pem");
     config.ca_file = "";
@@ -131,6 +149,7 @@ TEST(Tls, NoPolicyServesAnother) {
     const std::string root = " --ca-file {dir}/root.pem";
     const std::string other = " --ca-file {dir}/other_root.pem";
     const std::string intermediate = " --ca-file {dir}/intermediate.pem";
+    const std::string both = " --ca-file {dir}/both.pem";
     struct Row {
         const char* what = "";
         RequestConfig first;
@@ -144,6 +163,10 @@ TEST(Tls, NoPolicyServesAnother) {
          policy("https://{good}/" + intermediate)},
         {"a lenient verifier in use over HTTP/2", policy("https://{good}/slow/nginx.conf" + other, accept),
          policy("https://{good}/" + other)},
+        {"a redirect to a connection of none", policy("https://{self_signed}/" + both),
+         policy("https://{good}/to-self" + both, rejectSelfSigned)},
+        {"a redirect to one of a lenient verifier", policy("https://{self_signed}/" + both, accept),
+         policy("https://{good}/to-self" + both, rejectSelfSigned)},
         {"in use over HTTP/2", policy("https://{good}/slow/nginx.conf" + root),
          policy("https://{good}/" + root, reject)},
     };
@@ -171,6 +194,66 @@ TEST(Tls, NoPolicyServesAnother) {
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(exchange.perform(at("https://{good12}/reused" + root)), "200 .");
     }
+}
+
+/// New connections go by what the file holds now, not by what libcurl keeps of it.
+TEST(Tls, AuthoritiesThatChangeCountAtOnce) {
+    const std::string file = serverFile("changing.pem");
+    Exchange exchange;
+    const auto trusting = [&](const std::string& authorities) {
+        std::ofstream(file) << contentOf(serverFile(authorities));
+        return brief(exchange.perform(at("https://{good12}/ --ca-file ") + file));
+    };
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(trusting("root.pem"), "200");
+        EXPECT_EQ(trusting("other_root.pem"), refused);
+    }
+}
+
+/// A body without a length is whole only when TLS says that it ends there.
+TEST(Tls, AnEndWithoutItsWordIsATruncation) {
+    boost::asio::ssl::context context(boost::asio::ssl::context::tls_server);
+    context.use_certificate_chain_file(serverFile("good.pem"));
+    context.use_private_key_file(serverFile("good.key"), boost::asio::ssl::context::pem);
+    std::string fields;
+    bool orderly = false;
+    const tool::ScriptedServer server([&](tool::Socket& socket) {
+        boost::system::error_code ignored;
+        boost::asio::ssl::stream<tool::Socket&> tls(socket, context);
+        std::string request;
+        tls.handshake(boost::asio::ssl::stream_base::server, ignored);
+        boost::asio::read_until(tls, boost::asio::dynamic_buffer(request), "\r\n\r\n", ignored);
+        boost::asio::write(tls, boost::asio::buffer("HTTP/1.1 200 OK\r\n" + fields + "\r\nbody"), ignored);
+        if (orderly) tls.shutdown(ignored);
+    });
+    Exchange exchange;
+    const auto outcome = [&] { return exchange.perform(at("--ca-file {dir}/root.pem https://") + server.authority()); };
+    EXPECT_EQ(outcome(), "<Protocol failure> Transferred a partial file");
+    orderly = true;
+    EXPECT_EQ(outcome(), "200 body");
+    orderly = false;
+    fields = "Content-Length: 4\r\n";
+    EXPECT_EQ(outcome(), "200 body");
+}
+
+/// What replaces the TLS step keeps what it set.
+TEST(Tls, ADerivedEnginesOwnStepStands) {
+    class OwnStep : public zel::http::Engine {
+    public:
+        using Engine::Engine;
+        OwnStep(const OwnStep&) = delete;
+        OwnStep& operator=(const OwnStep&) = delete;
+        ~OwnStep() override { stop(); }
+        void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
+            curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+            curl_easy_setopt(curl, CURLOPT_SSL_OPTIONS, 0L);
+        }
+    };
+    tool::RecordingLogger logger;
+    const OwnStep engine([](const auto& closure) { closure(); }, &logger);
+    tls_options = 0;
+    EXPECT_EQ(probe(at("https://{good}/"))->runToOutcome(), "200 end");
+    EXPECT_EQ(tls_options, 1);
 }
 
 TEST(Tls, HandshakeLeavesThreeQuartersOfTheStack) {

@@ -56,6 +56,10 @@ public:
     /// A status line came, and the empty line that ends its block has not. libcurl (7.88) takes a
     /// connection that closes there for the end of a complete response.
     bool inHeaderBlock = false;
+    /// The current response's body comes in chunks, which end by themselves.
+    bool chunked = false;
+    /// Its body ends with the TLS connection, whose close_notify has not come yet.
+    bool endAwaited = false;
     /// What came in header lines so far, of all responses on the way and in trailers.
     std::size_t headerFields = 0;
     std::size_t headerBytes = 0;

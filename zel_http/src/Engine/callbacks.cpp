@@ -15,6 +15,7 @@
 #include "Engine/active_task.h"
 #include "Engine/progress.h"
 #include "Engine/tls_isolation.h"
+#include "Engine/tls_truncation.h"
 #include "Records/header_line.h"
 #include "zel_http/engine.h"
 
@@ -131,7 +132,9 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
-    if (ends) demandOrderlyEnd(task.curl);
+    if (begins) task.chunked = task.endAwaited = false;
+    if (isChunked(line)) task.chunked = true;
+    if (ends) watchForCloseNotify(task);
     if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
     double length = 0.0;

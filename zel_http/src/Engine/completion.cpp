@@ -24,7 +24,8 @@ CURLMsg* Engine::findCompletedMsg() {
 /// libcurl's code for the transfer, unless the task knows of a failure that libcurl has missed.
 CURLcode Engine::resultOf(const ActiveTask& task, CURLcode reported) {
     if (task.failure != CURLE_OK) return task.failure;
-    return reported == CURLE_OK && task.inHeaderBlock ? CURLE_PARTIAL_FILE : reported;
+    const bool cut = task.inHeaderBlock || task.endAwaited;
+    return reported == CURLE_OK && cut ? CURLE_PARTIAL_FILE : reported;
 }
 
 void Engine::processCompletedTasks() {

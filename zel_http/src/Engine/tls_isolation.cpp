@@ -3,7 +3,6 @@
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <openssl/ssl.h>
 #include <openssl/x509.h>
 #include <sys/stat.h>
 
@@ -141,19 +140,6 @@ void withholdClientCertificate(CURL* curl, std::string_view line) {
     if (status < 300 || status > 399 || !leavesOrigin(url, location)) return;
     setText<CURLOPT_SSLCERT>(curl, nullptr);
     setText<CURLOPT_SSLKEY>(curl, nullptr);
-}
-
-void demandOrderlyEnd(CURL* curl) {
-    curl_off_t length = 0;
-    long version = 0;
-    curl_tlssessioninfo* session = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    curl_easy_getinfo(curl, CURLINFO_HTTP_VERSION, &version);
-    if (length >= 0 || version > CURL_HTTP_VERSION_1_1) return;
-    curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
-    if (session == nullptr || session->backend != CURLSSLBACKEND_OPENSSL) return;
-    if (session->internals == nullptr) return;
-    SSL_clear_options(static_cast<SSL*>(session->internals), SSL_OP_IGNORE_UNEXPECTED_EOF);
 }
 
 }  // namespace zel::http

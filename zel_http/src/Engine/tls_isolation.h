@@ -55,9 +55,4 @@ private:
 /// Engine thread.
 void withholdClientCertificate(CURL* curl, std::string_view line);
 
-/// At the end of a response's header lines: a body whose end is that of the connection must end
-/// with TLS's own word for it. libcurl lets OpenSSL (3.0 on) take any end for that, and a body that
-/// was cut for a whole one. Engine thread.
-void demandOrderlyEnd(CURL* curl);
-
 }  // namespace zel::http

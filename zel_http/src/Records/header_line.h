@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/algorithm/string/predicate.hpp>
 #include <optional>
 #include <string_view>
 
@@ -29,6 +30,13 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     const std::string_view name = trimmed(line.substr(0, colon));
     if (name.empty()) return std::nullopt;
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
+}
+
+/// Whether the line says that the body comes in chunks.
+inline bool isChunked(std::string_view line) {
+    const auto header = splitHeaderLine(line);
+    return header && boost::algorithm::iequals(header->name, "Transfer-Encoding") &&
+           boost::algorithm::icontains(header->value, "chunked");
 }
 
 /// Whether the line begins a response: "HTTP/1.1 200 OK". A trailer named like that has its colon

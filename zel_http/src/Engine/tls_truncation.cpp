@@ -1,0 +1,56 @@
+#include "Engine/tls_truncation.h"
+
+#include <openssl/ssl.h>
+
+#include "Engine/tls_policy.h"
+
+namespace zel::http {
+namespace {
+
+/// The slot of a connection that holds its transfer's easy handle.
+int handleIndex() {
+    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+void onTlsEvent(const SSL* connection, int where, int value) {
+    if (where != SSL_CB_READ_ALERT || (value & 0xff) != SSL_AD_CLOSE_NOTIFY) return;
+    const auto task = Engine::ActiveTask::of(SSL_get_ex_data(connection, handleIndex()));
+    if (task) task->endAwaited = false;
+}
+
+/// Whether only the end of its connection ends the body of the response: it declares no length.
+bool endsWithConnection(CURL* curl) {
+    long status = 0;
+    long version = 0;
+    curl_off_t length = 0;
+    curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(curl, CURLINFO_HTTP_VERSION, &version);
+    curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    return length < 0 && version <= CURL_HTTP_VERSION_1_1 && status >= 200 && status != 204 &&
+           status != 304;
+}
+
+/// Null for a transfer without TLS, or with that of a proxy alone.
+SSL* connectionOf(CURL* curl) {
+    const char* scheme = nullptr;
+    curl_tlssessioninfo* session = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
+    curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
+    const bool open_ssl = session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL;
+    const bool https = scheme != nullptr && isHttps(scheme);
+    return open_ssl && https ? static_cast<SSL*>(session->internals) : nullptr;
+}
+
+}  // namespace
+
+void watchForCloseNotify(Engine::ActiveTask& task) {
+    if (task.chunked || !endsWithConnection(task.curl)) return;
+    SSL* connection = connectionOf(task.curl);
+    if (connection == nullptr) return;
+    task.endAwaited = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) == 0;
+    SSL_set_ex_data(connection, handleIndex(), task.curl);
+    SSL_set_info_callback(connection, onTlsEvent);
+}
+
+}  // namespace zel::http
