@@ -182,7 +182,7 @@ private:
     void setProtectiveOptions(ActiveTask& task);
     void startTransfer(const std::shared_ptr<ActiveTask>& task);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
-    void finishTask(const std::shared_ptr<ActiveTask>& task, CURLcode reported);
+    void finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported);
     void handOver(const ActiveTask& task, CURLcode result, long httpCode);
     void retry(std::shared_ptr<Request> request);
     bool isPaused(const ActiveTask& task);

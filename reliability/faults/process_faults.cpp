@@ -154,11 +154,14 @@ std::string cpuDuring(const std::function<void()>& work) {
 
 /// Closes it between two waits of the engine: nothing wakes a wait that is under way.
 void closeBehind(zel::http::Engine& engine, const std::function<int()>& descriptor) {
+    std::promise<void> queued;  // with the wake-up written
     std::promise<void> closed;
     engine.queueRequest([&] {
+        queued.get_future().wait();
         close(descriptor());
         closed.set_value();
     });
+    queued.set_value();
     closed.get_future().wait();
 }
 

@@ -39,8 +39,7 @@ void Engine::processCompletedTasks() {
 
 /// The one way to an outcome: of transfers that libcurl has finished, and of those that failed
 /// before they could start.
-void Engine::finishTask(const std::shared_ptr<ActiveTask>& registered, CURLcode reported) {
-    const auto task = registered;  // the registry's own goes now
+void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
     unregisterTask(*task);
     if (const auto request = task->request) {
         edgeCookieCheck(*task);
