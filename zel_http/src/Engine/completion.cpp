@@ -12,6 +12,26 @@
 
 namespace zel::http {
 
+namespace {
+
+/// The server has ended the stream, or the connection, without reading the body.
+bool isRefusedUpload(CURLcode code) {
+    return code == CURLE_HTTP2_STREAM || code == CURLE_SEND_ERROR;
+}
+
+/// Whether an error page has come as long as it was declared.
+bool hasWholeAnswer(const Engine::ActiveTask& task) {
+    long status = 0;
+    curl_off_t declared = -1;
+    curl_off_t received = 0;
+    curl_easy_getinfo(task.curl, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &declared);
+    curl_easy_getinfo(task.curl, CURLINFO_SIZE_DOWNLOAD_T, &received);
+    return status >= 400 && !task.inHeaderBlock && declared == received;
+}
+
+}  // namespace
+
 CURLMsg* Engine::findCompletedMsg() {
     int remaining = 0;
     CURLMsg* message = curl_multi_info_read(multiHandle, &remaining);
@@ -24,6 +44,7 @@ CURLMsg* Engine::findCompletedMsg() {
 /// libcurl's code for the transfer, unless the task knows of a failure that libcurl has missed.
 CURLcode Engine::resultOf(const ActiveTask& task, CURLcode reported) {
     if (task.failure != CURLE_OK) return task.failure;
+    if (isRefusedUpload(reported) && hasWholeAnswer(task)) return CURLE_OK;
     const bool cut = task.inHeaderBlock || task.endAwaited;
     return reported == CURLE_OK && cut ? CURLE_PARTIAL_FILE : reported;
 }

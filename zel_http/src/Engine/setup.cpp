@@ -25,12 +25,31 @@ constexpr char default_user_agent[] = "User-Agent: Velto/Dunmoreline";
 constexpr char default_accept_charset[] = "Accept-Charset: ISO-8859-1,utf-8";
 constexpr char no_expect[] = "Expect:";
 
-/// Buffers wider than libcurl's (16 and 64 KiB) save a large body passes, and with them about a
-/// third of the CPU that it costs. A small body touches only what it fills; but each transfer takes
-/// the address space, of which 32-bit targets have none to spare.
-constexpr bool spacious = sizeof(void*) > 4;
-constexpr long receive_buffer = (spacious ? 512 : 64) * 1024L;
-constexpr long upload_buffer = (spacious ? 256 : 64) * 1024L;
+/// A buffer wider than libcurl's 16 KiB saves a large body passes, and with them about a third of
+/// the CPU that it costs. A small body touches only what it fills; but each transfer takes the
+/// address space, of which 32-bit targets have none to spare.
+constexpr long receive_buffer = (sizeof(void*) > 4 ? 512 : 64) * 1024L;
+
+/// libcurl looks for an answer between two buffers of an upload. A server that has answered and
+/// closed resets what is sent to it, and the answer is lost: small steps, unless they cost too
+/// much.
+long uploadBuffer(const RequestConfig& config) {
+    constexpr std::size_t large = std::size_t{1024} * 1024;
+    return (config.body.size() < large ? 16 : 64) * 1024L;
+}
+
+bool hasUpload(const RequestConfig& config) {
+    const bool takes_body = config.method == Method::POST || config.method == Method::PUT ||
+                            config.method == Method::PATCH;
+    return takes_body && !config.body.empty();
+}
+
+/// Over HTTP/2 an answer that comes before the body is read is lost when the server then ends the
+/// stream (libcurl 7.88; seen to hold with 8.14).
+bool losesEarlyAnswers() {
+    constexpr unsigned holds = 0x080e00;
+    return curl_version_info(CURLVERSION_NOW)->version_num < holds;
+}
 
 /// As libcurl's `long`, which has 32 bits on some targets. A negative limit would count as 49 days.
 long timeoutMilliseconds(std::chrono::milliseconds timeout) {
@@ -110,7 +129,10 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     // (7.87 on), and the engine thread has all signals blocked.
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
     setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
-    setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
+    setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, uploadBuffer(config));
+    if (hasUpload(config) && losesEarlyAnswers()) {
+        setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
+    }
     setFunction<CURLOPT_OPENSOCKETFUNCTION, curl_opensocket_callback>(curl, openSocket);
     setPointer<CURLOPT_OPENSOCKETDATA>(curl, this);
     setFunction<CURLOPT_CLOSESOCKETFUNCTION, curl_closesocket_callback>(curl, closeSocket);
