@@ -124,7 +124,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
 
 void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
     const bool begins = isStatusLine(line);
-    const bool ends = line == "\r\n" || line == "\n";
+    const bool ends = isEmptyLine(line);
     if (begins || ends) task.inHeaderBlock = begins;
     task.headerBytes += line.size();
     if (!begins && !ends) ++task.headerFields;
@@ -132,9 +132,7 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
-    if (begins) task.chunked = task.endAwaited = false;
-    if (isChunked(line)) task.chunked = true;
-    if (ends) watchForCloseNotify(task);
+    watchForCloseNotify(task, line);
     if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
     double length = 0.0;

@@ -2,7 +2,10 @@
 
 #include <openssl/ssl.h>
 
+#include <boost/algorithm/string/predicate.hpp>
+
 #include "Engine/tls_policy.h"
+#include "Records/header_line.h"
 
 namespace zel::http {
 namespace {
@@ -17,6 +20,13 @@ void onTlsEvent(const SSL* connection, int where, int value) {
     if (where != SSL_CB_READ_ALERT || (value & 0xff) != SSL_AD_CLOSE_NOTIFY) return;
     const auto task = Engine::ActiveTask::of(SSL_get_ex_data(connection, handleIndex()));
     if (task) task->endAwaited = false;
+}
+
+bool isChunked(std::string_view line) {
+    constexpr std::string_view name = "Transfer-Encoding:";
+    return line.size() > name.size() &&
+           curl_strnequal(line.data(), name.data(), name.size()) != 0 &&
+           boost::algorithm::icontains(line, "chunked");
 }
 
 /// Whether only the end of its connection ends the body of the response: it declares no length.
@@ -44,8 +54,10 @@ SSL* connectionOf(CURL* curl) {
 
 }  // namespace
 
-void watchForCloseNotify(Engine::ActiveTask& task) {
-    if (task.chunked || !endsWithConnection(task.curl)) return;
+void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line) {
+    if (isStatusLine(line)) task.chunked = task.endAwaited = false;
+    if (isChunked(line)) task.chunked = true;
+    if (!isEmptyLine(line) || task.chunked || !endsWithConnection(task.curl)) return;
     SSL* connection = connectionOf(task.curl);
     if (connection == nullptr) return;
     task.endAwaited = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) == 0;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <boost/algorithm/string/predicate.hpp>
 #include <optional>
 #include <string_view>
 
@@ -32,13 +31,6 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
 }
 
-/// Whether the line says that the body comes in chunks.
-inline bool isChunked(std::string_view line) {
-    const auto header = splitHeaderLine(line);
-    return header && boost::algorithm::iequals(header->name, "Transfer-Encoding") &&
-           boost::algorithm::icontains(header->value, "chunked");
-}
-
 /// Whether the line begins a response: "HTTP/1.1 200 OK". A trailer named like that has its colon
 /// before any blank.
 constexpr bool isStatusLine(std::string_view line) {
@@ -46,5 +38,8 @@ constexpr bool isStatusLine(std::string_view line) {
     const auto end = line.find_first_of(" :");
     return end != std::string_view::npos && line[end] == ' ';
 }
+
+/// Whether the line ends a block of header lines.
+constexpr bool isEmptyLine(std::string_view line) { return line == "\r\n" || line == "\n"; }
 
 }  // namespace zel::http
