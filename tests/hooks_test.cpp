@@ -13,11 +13,15 @@ namespace {
 std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
+std::atomic<bool> throws{false};
 std::atomic<int> performs_a_pass{1};
 
 }  // namespace
 
-void engine_request_added() { ++added; }
+void engine_request_added() {
+    ++added;
+    if (throws) throw std::runtime_error("no room");
+}
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
     ++attached;
@@ -42,6 +46,12 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
+    throws = true;  // once the request is queued
+    EXPECT_THROW(host.perform(origin.url("/hello")), std::runtime_error);
+    throws = false;
+    host.settle();
+    EXPECT_EQ(host.client.use_count(), 1);  // nothing of it is left
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
 }
 
 /// A pause that was asked for too early meets a body that is there already: it is kept back, and

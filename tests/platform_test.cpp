@@ -109,6 +109,21 @@ TEST(Handle, FiresOnceCancelsOnceAndMoves) {
     moved.cancel();
     repeating();
     EXPECT_EQ(fired, 3);
+    const auto count = [&] { ++cancelled; };
+    moved = Handle();
+    moved.set_cancel_action([&] {
+        moved = Handle();  // while it is assigned over: drops what has just come
+        moved.set_cancel_action(count);
+    });
+    Handle third;
+    third.set_cancel_action(count);
+    moved = std::move(third);
+    EXPECT_EQ(cancelled, 2);
+    moved.cancel();
+    EXPECT_EQ(cancelled, 3);
+    auto owned = std::make_unique<Handle>();
+    owned->set_cancel_action([&] { owned.reset(); });  // as captures that own their handle
+    owned->cancel();
     EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}), "this->active_flag");
 }
 
