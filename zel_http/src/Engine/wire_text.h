@@ -1,8 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <string>
 #include <string_view>
+
+#include "Records/printable.h"
 
 namespace zel::http {
 
@@ -11,13 +12,6 @@ namespace zel::http {
 inline bool breaksLine(std::string_view text) {
     return std::any_of(text.begin(), text.end(),
                        [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
-}
-
-/// The text for a log line, with '?' for every control character.
-inline std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
 }
 
 }  // namespace zel::http

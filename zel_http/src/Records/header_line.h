@@ -31,4 +31,10 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
 }
 
+/// Whether a line begins a response. A field may have a name that looks like it; its colon comes
+/// before any blank.
+constexpr bool isStatusLine(std::string_view line) {
+    return line.substr(0, 5) == "HTTP/" && line.find(' ') < line.find(':');
+}
+
 }  // namespace zel::http
