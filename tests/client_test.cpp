@@ -107,6 +107,32 @@ TEST_F(ClientTest, CallbacksMayCancelThemselvesAndStartOthers) {
     EXPECT_TRUE(logger.lines("Cancelling").empty());
 }
 
+TEST_F(ClientTest, ALogFilterMayCancelItsOwnRequest) {
+    zel::http::LogFilter filter;
+    const auto calls = std::make_shared<int>(0);
+    filter.headers_filter = [this, calls](const zel::http::HeaderMap& headers) {
+        if (++*calls == 2) client->cancel_request(1);  // for the response
+        EXPECT_GE(calls.use_count(), 2);               // lives to its end
+        return headers;
+    };
+    const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
+    client->start_request(requestOf(origin.url("/hello")), filter, unwanted, unwanted);
+    start("/status/204");
+    EXPECT_EQ(outcomesAfter(1), (Lines{"2: 204 "}));
+    EXPECT_EQ(logger.lines("Cancelling"), (Lines{"info: HTTP(1) Cancelling"}));
+}
+
+/// Cancelling destroys the callbacks, with them the session, and with it the handle that cancels.
+TEST_F(ClientTest, CallbacksMayOwnTheHandleOfTheirRequest) {
+    auto session = std::make_shared<Handle>();
+    const std::weak_ptr<Handle> gone = session;
+    *session = startHandle("/silence", [session] {});
+    Handle& handle = *session;
+    session.reset();
+    handle.cancel();
+    EXPECT_TRUE(gone.expired());
+}
+
 TEST_F(ClientTest, HandlesCancelWhenDroppedAndOnlyThen) {
     startHandle("/silence");  // dropped at once
     Handle kept = startHandle("/status/201");

@@ -95,6 +95,22 @@ TEST(Exchange, OverARawServer) {
     EXPECT_EQ(exchange.logger.lines("1: zel-http received HTTP status '0'").size(), 1U);
 }
 
+TEST(Exchange, WhatARedirectDeclaresReservesNothing) {
+    Exchange exchange;
+    const std::string page(1000000, 'p');
+    ScriptedServer server([&](Socket& socket) {
+        const bool second = readRequest(socket).find("/end") != std::string::npos;
+        write(socket, second ? "HTTP/1.1 200 OK\r\n\r\n" + std::string(100, 'e')
+                             : "HTTP/1.1 302 Found\r\nLocation: /end\r\nContent-Length: 1000000\r\n\r\n" + page);
+    });
+    std::size_t reserved = 0;
+    const auto failed = [](auto, const zel::http::ErrorData& error) { ADD_FAILURE() << textOf(error); };
+    const auto keep = [&](auto, const zel::http::ResponseData& data) { reserved = data.body.capacity(); };
+    exchange.client->start_request(requestOf(server.url()), {}, keep, failed);
+    exchange.runUntil([&] { return reserved != 0; });
+    EXPECT_LT(reserved, page.size());
+}
+
 TEST(Exchange, WithoutAServer) {
     Exchange exchange;
     std::string closed;

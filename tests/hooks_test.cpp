@@ -15,6 +15,7 @@ namespace {
 std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
+std::atomic<bool> throws{false};
 std::atomic<int> performs_a_pass{1};
 std::atomic<std::size_t> performs{0};
 std::atomic<std::size_t> blocks_of_pass{0};
@@ -22,7 +23,10 @@ std::size_t most_blocks = 0;
 
 }  // namespace
 
-void engine_request_added() { ++added; }
+void engine_request_added() {
+    ++added;
+    if (throws) throw std::runtime_error("no room");
+}
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
     ++attached;
@@ -58,6 +62,13 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     });
     host.settle();
     EXPECT_EQ(passes, 0U);
+    throws = true;  // once the request is queued
+    EXPECT_THROW(host.perform(origin.url("/hello")), std::runtime_error);
+    throws = false;
+    host.settle();
+    host.loop.poll();  // it may have been answered before its end
+    EXPECT_EQ(host.client.use_count(), 1);  // nothing of it is left
+    EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
 }
 
 /// Of a body in many small chunks a pass takes a share, and the rest is held for the next ones.

@@ -108,9 +108,13 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
         exchange.client->cancel_request(exchange.client->start_request(config, none, unwanted, unwanted));
         EXPECT_TRUE(exchange.logger.lines("HTTP(").empty());
     }
-    const Lines failed = linesOf(1, requestOf("ftp://h/"), {});
-    EXPECT_EQ(failed,
-              (Lines{"1: HTTP(1) => GET ftp://h/", "info: HTTP(1) Error: <Invalid URL> (Unsupported protocol)"}));
+    RequestConfig forged = requestOf("");
+    forged.url = "http://h/\r\nHTTP(7) <= 200";
+    forged.headers = {{"Warning", "a\x1b[2J\x7f\xC3\xA4"}};
+    EXPECT_EQ(linesOf(1, forged, {}),
+              (Lines{R"(1: HTTP(1) => GET http://h/\x0d\x0aHTTP(7) <= 200)", "1:  Warning: a\\x1b[2J\\x7f\xC3\xA4",
+                     "info: HTTP(1) Error: <Invalid URL> (URL using bad/illegal format or "
+                     "missing URL)"}));
 }
 
 TEST_F(LogTest, BodiesInChunks) {

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <locale>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -109,8 +111,35 @@ TEST(Handle, FiresOnceCancelsOnceAndMoves) {
     moved.cancel();
     repeating();
     EXPECT_EQ(fired, 3);
+    const auto count = [&] { ++cancelled; };
+    moved = Handle();
+    moved.set_cancel_action([&] {
+        moved = Handle();  // while it is assigned over: drops what has just come
+        moved.set_cancel_action(count);
+    });
+    Handle third;
+    third.set_cancel_action(count);
+    moved = std::move(third);
+    EXPECT_EQ(cancelled, 2);
+    moved.cancel();
+    EXPECT_EQ(cancelled, 3);
+    auto owned = std::make_unique<Handle>();
+    owned->set_cancel_action([&] { owned.reset(); });  // as captures that own their handle
+    owned->cancel();
     EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}), "this->active_flag");
 }
+
+/// Knows one letter more than the classic locale.
+class Latin1 : public std::ctype<char> {
+    const char* do_toupper(char* begin, const char* end) const override {
+        std::replace(begin, begin + (end - begin), '\xE4', '\xC4');
+        return std::ctype<char>::do_toupper(begin, end);
+    }
+    const char* do_tolower(char* begin, const char* end) const override {
+        std::replace(begin, begin + (end - begin), '\xC4', '\xE4');
+        return std::ctype<char>::do_tolower(begin, end);
+    }
+};
 
 TEST(Containers, HashAndEqualityAgree) {
     const oru::containers::lc_hash hash;
@@ -119,6 +148,12 @@ TEST(Containers, HashAndEqualityAgree) {
     EXPECT_EQ(hash("X-aUTH"), std::hash<std::string>{}("x-auth"));
     EXPECT_FALSE(equals("X-Auth", "X-Aut"));
     EXPECT_FALSE(equals("a[", "a{"));  // 0x20 apart, but no letters
+    EXPECT_FALSE(equals("\xE4", "\xC4"));
+    const std::locale before = std::locale::global(std::locale(std::locale(), new Latin1));
+    EXPECT_TRUE(equals("x\xE4", "X\xC4"));
+    EXPECT_EQ(hash("X\xC4"), hash("x\xE4"));
+    std::locale::global(before);
+    EXPECT_FALSE(equals("\xE4", "\xC4"));
 }
 
 TEST(Logger, EmitsOneLineForEachProxyOrCallBytesUnchanged) {

@@ -132,6 +132,14 @@ TEST(Rules, HeaderLines) {
     }
 }
 
+TEST(Rules, StatusLinesAndWhatLooksLikeThem) {
+    EXPECT_TRUE(isStatusLine("HTTP/1.1 200 A: B\r\n"));
+    EXPECT_TRUE(isStatusLine("HTTP/2 200 \r\n"));
+    for (const char* line : {"HTTP/1.1: 200 OK\r\n", "HTTP/1.1:x\r\n", "X-HTTP/1.1 200\r\n", "\r\n", ""}) {
+        EXPECT_FALSE(isStatusLine(line)) << line;
+    }
+}
+
 TEST(Rules, Wait) {
     const long rows[][3] = {{-1, 30, 0},         {0, 0, 0},      {1, 0, 1000},    {1500, 1, 500000},
                             {60999, 60, 999000}, {61000, 60, 0}, {1000000, 60, 0}};

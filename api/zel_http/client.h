@@ -39,13 +39,15 @@ public:
     /// Starts a request. Later exactly one callback runs, once, with the returned identifier,
     /// unless the request is cancelled first. Both callbacks must be set: the process stops by
     /// assertion otherwise. Without an engine in the process the request stays pending until it is
-    /// cancelled.
+    /// cancelled. When it throws for want of memory nothing has been started; when a function of
+    /// `filter` or the logger throws, the request is under way all the same.
     virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
                                     const ResponseCallback& response_cb,
                                     const ErrorCallback& error_cb) = 0;
 
     /// Drops a request: after this no callback for `id` runs. An identifier that is unknown,
-    /// delivered or cancelled is ignored.
+    /// delivered or cancelled is ignored. Does not fail for want of memory: then the transfer may
+    /// go on to its end, unheard.
     virtual void cancel_request(RequestId id) = 0;
 
     /// A fresh identifier of this client.

@@ -4,6 +4,7 @@
 /// Percent encoding.
 
 #include <string>
+#include <type_traits>
 
 #include "zel_http/export.h"
 
@@ -23,6 +24,9 @@ public:
     void addParameter(const std::string& name, const std::string& value);
     void addParameter(const std::string& name, int value);
     /// @}
+    /// Other numbers would be cut to an `int`: write them as text.
+    template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
+    void addParameter(const std::string& name, Number value) = delete;
 
     /// The pairs so far, without a leading "?".
     std::string getQueryString() const;

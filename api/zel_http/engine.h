@@ -189,6 +189,7 @@ private:
     void applyPendingPauses();
     bool hasHadItsShare(ActiveTask& task);
     void continueShares();
+    bool hasPendingRequests();
     bool descriptorsFitSelect() const;
     bool waitWithSelect(timeval timeout);
     bool waitWithPoll(timeval timeout);

@@ -9,7 +9,8 @@ namespace zel::http {
 
 /// Header names and values. Names hash and compare without regard to case and keep the spelling in
 /// which they were first inserted. Inserting a name that is present changes nothing. The iteration
-/// order is the map's own.
+/// order is the map's own. Letters are those of the global locale, which must not change while a
+/// map lives; a Turkish one keeps "Warning" and "WARNING" apart.
 using HeaderMap = std::unordered_map<std::string, std::string, oru::containers::lc_hash,
                                      oru::containers::lc_equals>;
 

@@ -25,7 +25,9 @@ enum class Method : std::int32_t {
     GET_SYNC = 5,  ///< transferred as `GET`
 };
 
-/// How user and password are offered to the server.
+/// How user and password are offered to the server: once it has answered 401, not before, and a
+/// body is sent both times. A server that answers an unknown caller with anything else, a 404 say,
+/// never sees them; it needs an Authorization line in `RequestConfig::headers`.
 enum class AuthMethod : std::int32_t {
     BASIC = 0,
     ANY = 1,  ///< whatever the server offers, the strongest first
@@ -58,7 +60,7 @@ struct ZEL_HTTP_API RequestConfig {
     /// Every field takes the default below.
     RequestConfig();
     /// As above, then the given values; `headers` replaces the whole map, and `ca_file` becomes
-    /// present even when it is empty.
+    /// present even when it is empty: "" trusts nobody, and every https request fails.
     RequestConfig(Method method, const std::string& url, const HeaderMap& headers,
                   const std::string& body, std::chrono::milliseconds timeout,
                   const std::string& ca_file);
@@ -66,12 +68,14 @@ struct ZEL_HTTP_API RequestConfig {
     Method method = Method::GET;  ///< decides whether `body` is sent
     /// The full URL, http or https. One with a control character fails as `InvalidUrl`.
     std::string url;
-    /// Default: "Content-Type" = "text/xml; charset=utf-8". Unless a "User-Agent" is given here the
-    /// library sends its own. An empty value sends nothing and removes a default header of that
-    /// name. A name or value with CR, LF or NUL is left out and reported in the log.
-    /// Redirects: up to 5 are followed. Lines named Authorization and Cookie, and `user`, stay with
-    /// the first host; every other header here is sent to each host on the way, also from https to
-    /// http. `DELETE` and `PATCH` repeat on a 302 and 303, `PATCH` then without its body.
+    /// Default: "Content-Type" = "text/xml; charset=utf-8". Replace it with
+    /// `headers["Content-Type"] = ...`: `insert` and `emplace` keep what is there. Unless a
+    /// "User-Agent" is given here the library sends its own. An empty value sends nothing and
+    /// removes a default header of that name. A name or value with CR, LF or NUL is left out and
+    /// reported in the log. Redirects: up to 5 are followed. Lines named Authorization and Cookie,
+    /// and `user`, stay with the first host; every other header here is sent to each host on the
+    /// way, also from https to http. `DELETE` and `PATCH` repeat on a 301, 302 and 303, `PATCH`
+    /// then without its body.
     HeaderMap headers;
     /// Authentication is offered only when this is not empty. With CR, LF or NUL in one of them
     /// both are left out and reported in the log.
@@ -82,11 +86,12 @@ struct ZEL_HTTP_API RequestConfig {
     /// closes unanswered the request is sent again, `POST` included.
     std::string body;
 
-    /// Verify the server's certificate chain and host name. This and the TLS fields below apply to
-    /// https URLs: a redirect from http to https is verified by libcurl's own defaults.
+    /// Verify the server's certificate chain and host name; not whether it has been revoked. This
+    /// and the TLS fields below apply to https URLs: a redirect from http to https is verified by
+    /// libcurl's own defaults. docs/security.md says more.
     bool tls_verify = true;
     /// PEM file of trusted authorities. Absent: the certificate store's default bundle. Empty:
-    /// none.
+    /// none, so nobody is trusted unless `ca_dir` names some.
     std::optional<std::string> ca_file;
     /// Directory of trusted authorities. Absent or empty: none.
     std::optional<std::string> ca_dir;
@@ -100,8 +105,9 @@ struct ZEL_HTTP_API RequestConfig {
     /// on the engine thread. It must hold a plain function `int (*)(int, X509_STORE_CTX*)`: with
     /// anything else the transfer fails. It must not throw: OpenSSL calls it. To accept what
     /// OpenSSL refused it must also clear the error: `X509_STORE_CTX_set_error(context,
-    /// X509_V_OK)`. With `tls_verify` off no authorities are loaded for it. Such a request never
-    /// shares a connection with another, so each costs a handshake.
+    /// X509_V_OK)`. With `tls_verify` off no authorities are loaded for it. It also decides on the
+    /// certificate of an https proxy. Such a request never shares a connection with another, so
+    /// each costs a handshake.
     std::function<int(int, X509_STORE_CTX*)> verifier;
     /// Data for `verifier`: its characters, NUL-terminated, stand in the `SSL_CTX` ex-data slot
     /// `certificate::sslctx_data_index()`.
@@ -124,7 +130,9 @@ struct ZEL_HTTP_API RequestConfig {
     std::string xauth_previous_domain;
     std::string xauth_expected_domain;  ///< what `xauth_check_domain` looks into
 
-    /// The most body bytes accepted, -1 for no limit. A longer body fails the request.
+    /// The most body bytes accepted, -1 for no limit. A longer body fails the request; with 0 any
+    /// body does that has a byte. With libcurl 7.88 a 302's or 401's page on the way that
+    /// declares more fails it too. A host's own `Request`: docs/failures.md.
     std::int32_t max_download_size = -1;
     /// For the whole transfer, redirects and pauses included; 0 for none. A negative limit counts
     /// as 1 ms.
@@ -135,7 +143,7 @@ struct ZEL_HTTP_API RequestConfig {
 struct ResponseData {
     std::uint32_t status = 0;  ///< 100 to 599
     /// The fields of every response on the way (redirects, authentication); of several with one
-    /// name the first received.
+    /// name the first received. A line that ends in a bare LF is no field.
     HeaderMap headers;
     std::string body;  ///< as received, of the last response
 };

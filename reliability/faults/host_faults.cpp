@@ -193,6 +193,22 @@ std::string outOfMemory(const std::string& origin) {
     return andServes(host, origin, came);
 }
 
+std::string cancelledWithoutMemory(const std::string& origin) {
+    Exchange host;
+    int outcomes = 0;
+    const auto count = [&](const auto&) { ++outcomes; };
+    auto handle = host.client->start_request(
+        test::requestOf("--timeout 0.3 " + origin + "/silence"), {}, count, count);
+    host.settle();
+    failing_allocation = 0;
+    handle.cancel();
+    failing_allocation = std::numeric_limits<std::size_t>::max();
+    waitUntil([&] { return !host.logger.lines("runCallbackHandlerInFsmContext").empty(); });
+    host.settle();
+    host.loop.poll();
+    return andServes(host, origin, fmt::format("{} outcomes", outcomes));
+}
+
 class ThrowingLogger final : public logging::Logger {
 public:
     void critical(fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
@@ -302,6 +318,8 @@ Faults hostFaults(const std::string& origin) {
         {"memory runs out while a body is kept",
          "<Protocol failure> Failed writing received data to disk/application",
          [=] { return outOfMemory(origin); }},
+        {"memory runs out while a request is cancelled", "0 outcomes",
+         [=] { return cancelledWithoutMemory(origin); }},
         {"logger of a client throws",
          "the caller gets: the disk is full, the executor: the disk is full, then 200, 0 outcomes "
          "of the first",

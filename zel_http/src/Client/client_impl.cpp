@@ -2,6 +2,7 @@
 
 #include "Client/client_impl.h"
 
+#include <new>
 #include <utility>
 
 #include "Client/curl_request.h"
@@ -10,6 +11,18 @@
 #include "oru/thread.h"
 
 namespace zel::http {
+namespace {
+
+/// Runs what a cancel can do without: it must also succeed when memory is short.
+template <typename Work>
+void ifMemoryAllows(Work work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {  // then it is left out
+    }
+}
+
+}  // namespace
 
 std::shared_ptr<Client> createClient(oru::executor& executor, logging::Logger& logger) {
     return std::make_shared<ClientImpl>(executor, logger);
@@ -28,20 +41,29 @@ Client::RequestId ClientImpl::start_request(const RequestConfig& config, const L
     check_thread();
     const RequestId id = do_start_request(config);
     ORU_ASSERT(id != NoRequestId);
-    request_infos.emplace(id, RequestInfo{response_cb, error_cb, filter});
+    try {
+        request_infos.emplace(id, RequestInfo{response_cb, error_cb, filter});
+    } catch (...) {
+        do_cancel_request(id);
+        throw;
+    }
     if (filter.payload != LogFilter::None) log_request(logger, id, config, filter);
     return id;
 }
 
 void ClientImpl::cancel_request(RequestId id) {
-    check_thread();
     // The request may hold the last pointer to this client.
     const auto self = weak_from_this().lock();
-    // Out of the table first: the destruction of a callback may come back here.
-    const auto info = request_infos.extract(id);
-    if (info.empty()) return;
-    if (info.mapped().log_filter.payload != LogFilter::None) log_cancel(logger, id);
+    ifMemoryAllows([this] { check_thread(); });
+    const auto info = request_infos.find(id);
+    if (info == request_infos.end()) return;
+    if (info->second.log_filter.payload != LogFilter::None) {
+        ifMemoryAllows([this, id] { log_cancel(logger, id); });
+    }
     do_cancel_request(id);
+    // Looked up again, since the logger may have come back here, and destroyed last, since what a
+    // callback holds may.
+    const auto forgotten = request_infos.extract(id);
 }
 
 Client::RequestId ClientImpl::allocate_request_id() {
@@ -54,19 +76,18 @@ Client::RequestId ClientImpl::allocate_request_id() {
 
 void ClientImpl::on_response(RequestId id, const ResponseData& response) {
     check_thread();
-    auto info = forget(id);
-    if (info.empty()) return;
-    const LogFilter& filter = info.mapped().log_filter;
-    if (filter.payload != LogFilter::None) log_response(logger, id, response, filter);
-    info.mapped().response_cb(id, response);
+    const auto callback = takeCallback(id, &RequestInfo::response_cb, [&](const LogFilter& filter) {
+        log_response(logger, id, response, filter);
+    });
+    if (callback) callback(id, response);
 }
 
 void ClientImpl::on_error(RequestId id, const ErrorData& error) {
     check_thread();
-    auto info = forget(id);
-    if (info.empty()) return;
-    if (info.mapped().log_filter.payload != LogFilter::None) log_error(logger, id, error);
-    info.mapped().error_cb(id, error);
+    const auto callback =
+        takeCallback(id, &RequestInfo::error_cb,
+                     [&](const LogFilter& /*filter*/) { log_error(logger, id, error); });
+    if (callback) callback(id, error);
 }
 
 void ClientImpl::check_thread() {
@@ -82,20 +103,41 @@ Client::RequestId ClientImpl::do_start_request(const RequestConfig& config) {
     const RequestId id = allocate_request_id();
     const auto request = std::make_shared<CurlRequest>(shared_from_this(), id, config);
     requests.emplace(id, request);
-    request->runRequest();
+    try {
+        request->runRequest();
+    } catch (...) {
+        do_cancel_request(id);
+        throw;
+    }
     return id;
 }
 
 void ClientImpl::do_cancel_request(RequestId id) {
-    const auto request = requests.find(id);
-    if (request == requests.end()) return;
-    request->second->tryToCancelRequest();
-    requests.erase(request);
+    const auto request = requests.extract(id);
+    if (request.empty()) return;
+    // Without memory the transfer goes on, and nobody hears of its end.
+    ifMemoryAllows([&request] { request.mapped()->tryToCancelRequest(); });
 }
 
-std::map<Client::RequestId, ClientImpl::RequestInfo>::node_type ClientImpl::forget(RequestId id) {
-    if (requests.erase(id) == 0) return {};
-    return request_infos.extract(id);
+template <typename Callback, typename Log>
+Callback ClientImpl::takeCallback(RequestId id, Callback RequestInfo::*callback, Log log) {
+    if (requests.extract(id).empty()) return nullptr;
+    auto info = request_infos.find(id);
+    if (info == request_infos.end()) return nullptr;
+    // A filter may cancel the request for which it runs, and must outlive that. Moved from it the
+    // entry keeps `payload`.
+    const LogFilter filter = std::move(info->second.log_filter);
+    try {
+        if (filter.payload != LogFilter::None) log(filter);
+    } catch (...) {
+        request_infos.extract(id);
+        throw;
+    }
+    info = request_infos.find(id);
+    if (info == request_infos.end()) return nullptr;
+    Callback taken = std::move(info->second.*callback);
+    request_infos.erase(info);
+    return taken;
 }
 
 }  // namespace zel::http

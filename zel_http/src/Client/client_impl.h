@@ -27,8 +27,8 @@ public:
     void cancel_request(RequestId id) override;
     RequestId allocate_request_id() override;
 
-    /// Deliver an outcome; the request is forgotten before its callback runs. An identifier that
-    /// has been cancelled meanwhile is ignored.
+    /// Deliver an outcome; nothing of the request is left when its callback runs. An identifier
+    /// that has been cancelled meanwhile, also inside a log filter, is ignored.
     void on_response(RequestId id, const ResponseData& response);
     void on_error(RequestId id, const ErrorData& error);
 
@@ -45,8 +45,10 @@ private:
     void check_thread();
     RequestId do_start_request(const RequestConfig& config);
     void do_cancel_request(RequestId id);
-    /// Takes a request that is being delivered out of both tables; an empty node when it is gone.
-    std::map<RequestId, RequestInfo>::node_type forget(RequestId id);
+    /// Forgets a request whose outcome has come, has `log` write its lines and returns the callback
+    /// to run; an empty one when the request is gone.
+    template <typename Callback, typename Log>
+    Callback takeCallback(RequestId id, Callback RequestInfo::*callback, Log log);
 
     RequestId next_request_id = 1;
     std::map<RequestId, std::shared_ptr<CurlRequest>> requests;

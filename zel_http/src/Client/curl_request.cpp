@@ -4,6 +4,7 @@
 #include <functional>
 #include <new>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "Records/header_line.h"
@@ -59,7 +60,9 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> client, Request
 void ClientImpl::CurlRequest::start() {}
 
 void ClientImpl::CurlRequest::notifyHeader(const char* line, unsigned length) {
-    const auto header = splitHeaderLine({line, length});
+    const std::string_view text(line, length);
+    if (isStatusLine(text)) declared_size = 0;  // it was that of a redirect's body, say
+    const auto header = splitHeaderLine(text);
     // The first value of a name wins, over redirects and authentication retries too.
     if (header) headers.emplace(header->name, header->value);
 }

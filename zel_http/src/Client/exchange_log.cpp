@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "Records/printable.h"
+
 namespace zel::http {
 namespace {
 
@@ -47,7 +49,8 @@ void log_headers(logging::Logger& logger, const HeaderMap& headers, bool is_resp
     for (const auto& [name, value] : headers) {
         const bool listed =
             is_response ? lists(response_log_headers, name) : lists(request_log_headers, name);
-        logger.debugStream(listed ? summary_level : header_level) << ' ' << name << ": " << value;
+        logger.debugStream(listed ? summary_level : header_level)
+            << ' ' << printable(name) << ": " << printable(value);
     }
 }
 
@@ -93,8 +96,9 @@ void log_request(logging::Logger& logger, Client::RequestId id, const RequestCon
     const bool body_allowed = filter.payload == LogFilter::Full ||
                               filter.payload == LogFilter::RequestBodies ||
                               logger.isDebugEnabled(body_level);
-    logger.debugStream(summary_level) << "HTTP(" << id << ") => " << config.method << ' '
-                                      << apply_string_filter(config.url, filter.url_filter);
+    logger.debugStream(summary_level)
+        << "HTTP(" << id << ") => " << config.method << ' '
+        << printable(apply_string_filter(config.url, filter.url_filter));
     log_exchange(logger, config.headers, config.body, false, body_allowed, filter.headers_filter,
                  filter.request_body_filter);
 }
@@ -117,7 +121,7 @@ void log_cancel(logging::Logger& logger, Client::RequestId id) {
 void log_error(logging::Logger& logger, Client::RequestId id, const ErrorData& error) {
     auto line = logger.infoStream();
     line << "HTTP(" << id << ") Error: " << error.failure;
-    if (!error.message.empty()) line << " (" << error.message << ')';
+    if (!error.message.empty()) line << " (" << printable(error.message) << ')';
 }
 
 }  // namespace zel::http

@@ -84,12 +84,18 @@ void Engine::processPendingRequests() {
     }
 }
 
+bool Engine::hasPendingRequests() {
+    const std::lock_guard lock(queueMutex);
+    return !pendingRequests.empty();
+}
+
 CURLMcode Engine::doCurlProcessing() {
     trace("doCurlProcessing");
     continueShares();
     long curlTimer = -1;
     curl_multi_timeout(multiHandle, &curlTimer);
-    const timeval timeout = waitTimeout(curlTimer);
+    // A closure that ran a pass of its own may have read the wake-up of what is queued now.
+    const timeval timeout = hasPendingRequests() ? timeval{} : waitTimeout(curlTimer);
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
     if (woken) drainWakeup();
     int running = 0;

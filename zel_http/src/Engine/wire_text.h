@@ -1,8 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <string>
 #include <string_view>
+
+#include "Records/printable.h"
 
 namespace zel::http {
 
@@ -16,13 +17,6 @@ inline bool breaksLine(std::string_view text) {
 /// Whether a line that begins with the text would continue the header line before it.
 inline bool continuesLine(std::string_view text) {
     return !text.empty() && (text.front() == ' ' || text.front() == '\t');
-}
-
-/// The text for a log line, with '?' for every control character.
-inline std::string printable(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
 }
 
 }  // namespace zel::http

@@ -31,12 +31,10 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
 }
 
-/// Whether the line begins a response: "HTTP/1.1 200 OK". A trailer named like that has its colon
+/// Whether a line begins a response. A field may have a name that looks like it; its colon comes
 /// before any blank.
 constexpr bool isStatusLine(std::string_view line) {
-    if (line.substr(0, 5) != "HTTP/") return false;
-    const auto end = line.find_first_of(" :");
-    return end != std::string_view::npos && line[end] == ' ';
+    return line.substr(0, 5) == "HTTP/" && line.find(' ') < line.find(':');
 }
 
 /// Whether the line ends a block of header lines.

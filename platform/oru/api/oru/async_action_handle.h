@@ -47,16 +47,15 @@ public:
     /// An armed handle without a cancel action.
     AsyncActionHandle() : active_flag(std::make_shared<bool>(true)) {}
     /// @{
-    /// Leaves `other` inert. Assigning first drops what this handle held.
+    /// Leaves `other` inert. Assigning drops what this handle held, once it holds the new content:
+    /// the cancel action may assign again, or destroy the handle.
     AsyncActionHandle(AsyncActionHandle&& other) noexcept
         : active_flag(std::move(other.active_flag)),
           cancel_action(std::exchange(other.cancel_action, nullptr)) {}
     AsyncActionHandle& operator=(AsyncActionHandle&& other) noexcept {
-        if (this != &other) {
-            cancel();
-            active_flag = std::move(other.active_flag);
-            cancel_action = std::exchange(other.cancel_action, nullptr);
-        }
+        AsyncActionHandle former(std::move(other));
+        active_flag.swap(former.active_flag);
+        cancel_action.swap(former.cancel_action);
         return *this;
     }
     /// @}
@@ -73,11 +72,13 @@ public:
     /// Installs what `cancel` and the destructor run once; it must not throw.
     void set_cancel_action(std::function<void()> action) { cancel_action = std::move(action); }
 
-    /// Does what dropping the handle does, now. A second call does nothing.
+    /// Does what dropping the handle does, now. A second call does nothing. The cancel action may
+    /// destroy the handle.
     void cancel() noexcept {
-        if (active_flag) *active_flag = false;
-        if (const auto action = std::exchange(cancel_action, nullptr)) action();
-        active_flag.reset();
+        const auto flag = std::move(active_flag);
+        const auto action = std::exchange(cancel_action, nullptr);
+        if (flag) *flag = false;
+        if (action) action();
     }
 
 private:

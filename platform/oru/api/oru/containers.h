@@ -1,30 +1,58 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <locale>
+#include <numeric>
 #include <string>
 
 namespace oru::containers {
 
 namespace detail {
 
-/// Makes letters upper or lower case as the global locale does. In the classic locale, nearly
-/// always the one, without asking its facet, which costs more than the rest of an insertion.
-inline void fold(std::string& text, bool upper) {
-    const std::locale locale;
-    if (locale != std::locale::classic()) {
-        const auto& letters = std::use_facet<std::ctype<char>>(locale);
-        char* const end = text.data() + text.size();
-        static_cast<void>(upper ? letters.toupper(text.data(), end)
-                                : letters.tolower(text.data(), end));
-        return;
+/// What each byte becomes in upper or lower case.
+using Folding = std::array<char, 256>;
+
+/// The folding of the classic locale, which changes the letters from `first` to `last`.
+constexpr Folding classicFolding(char first, char last) {
+    Folding folding{};
+    for (std::size_t byte = 0; byte < folding.size(); ++byte) {
+        const char c = static_cast<char>(byte);
+        folding[byte] = first <= c && c <= last ? static_cast<char>(c ^ ('a' ^ 'A')) : c;
     }
-    const char first = upper ? 'a' : 'A';
-    for (char& c : text) {
-        if (c >= first && c <= first + ('z' - 'a')) c = static_cast<char>(c ^ ('a' ^ 'A'));
-    }
+    return folding;
 }
+
+inline constexpr Folding classic_lower = classicFolding('A', 'Z');
+inline constexpr Folding classic_upper = classicFolding('a', 'z');
+
+/// Makes letters upper or lower case as the global locale does at its construction. A table,
+/// because a map whose names somebody chose to collide compares each with every other.
+class Fold {
+public:
+    explicit Fold(bool upper) {
+        const std::locale locale;
+        if (locale == std::locale::classic()) {  // nearly always; its facet would cost more
+            folding_ = upper ? &classic_upper : &classic_lower;
+            return;
+        }
+        const auto& letters = std::use_facet<std::ctype<char>>(locale);
+        std::iota(own_.begin(), own_.end(), '\0');
+        char* const end = own_.data() + own_.size();
+        static_cast<void>(upper ? letters.toupper(own_.data(), end)
+                                : letters.tolower(own_.data(), end));
+    }
+    Fold(const Fold&) = delete;
+    Fold& operator=(const Fold&) = delete;
+
+    char operator()(char c) const { return (*folding_)[static_cast<unsigned char>(c)]; }
+
+private:
+    Folding own_;  // of another locale; left alone otherwise
+    const Folding* folding_ = &own_;
+};
 
 }  // namespace detail
 
@@ -33,8 +61,9 @@ struct lc_hash {
     /// Hashes a text without regard to the case of letters, as the process's global locale sees it
     /// at the time of the call.
     std::size_t operator()(const std::string& key) const {
+        const detail::Fold lower(false);
         std::string folded = key;
-        detail::fold(folded, false);
+        for (char& c : folded) c = lower(c);
         return std::hash<std::string>{}(folded);
     }
 };
@@ -45,11 +74,9 @@ struct lc_equals {
     /// Keys that are equal here have the same `lc_hash`.
     bool operator()(const std::string& a, const std::string& b) const {
         if (a.size() != b.size()) return false;
-        std::string left = a;
-        std::string right = b;
-        detail::fold(left, true);
-        detail::fold(right, true);
-        return left == right;
+        const detail::Fold upper(true);
+        return std::equal(a.begin(), a.end(), b.begin(),
+                          [&upper](char left, char right) { return upper(left) == upper(right); });
     }
 };
 
