@@ -47,7 +47,7 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
     throws = true;  // once the request is queued
-    EXPECT_THROW(host.perform(origin.url("/hello")), std::runtime_error);
+    EXPECT_THROW(host.perform(origin.url("/silence")), std::runtime_error);
     throws = false;
     host.settle();
     EXPECT_EQ(host.client.use_count(), 1);  // nothing of it is left
