@@ -63,7 +63,7 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     host.settle();
     EXPECT_EQ(passes, 0U);
     throws = true;  // once the request is queued
-    EXPECT_THROW(host.perform(origin.url("/hello")), std::runtime_error);
+    EXPECT_THROW(host.perform(origin.url("/silence")), std::runtime_error);
     throws = false;
     host.settle();
     host.loop.poll();  // it may have been answered before its end

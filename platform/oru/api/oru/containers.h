@@ -6,6 +6,7 @@
 #include <functional>
 #include <locale>
 #include <numeric>
+#include <optional>
 #include <string>
 
 namespace oru::containers {
@@ -39,19 +40,22 @@ public:
             return;
         }
         const auto& letters = std::use_facet<std::ctype<char>>(locale);
-        std::iota(own_.begin(), own_.end(), '\0');
-        char* const end = own_.data() + own_.size();
-        static_cast<void>(upper ? letters.toupper(own_.data(), end)
-                                : letters.tolower(own_.data(), end));
+        Folding& own = own_.emplace();
+        std::iota(own.begin(), own.end(), '\0');
+        char* const end = own.data() + own.size();
+        static_cast<void>(upper ? letters.toupper(own.data(), end)
+                                : letters.tolower(own.data(), end));
+        folding_ = &own;
     }
     Fold(const Fold&) = delete;
     Fold& operator=(const Fold&) = delete;
+    ~Fold() = default;
 
     char operator()(char c) const { return (*folding_)[static_cast<unsigned char>(c)]; }
 
 private:
-    Folding own_;  // of another locale; left alone otherwise
-    const Folding* folding_ = &own_;
+    std::optional<Folding> own_;  // of another locale
+    const Folding* folding_ = nullptr;
 };
 
 }  // namespace detail
