@@ -12,25 +12,30 @@ Session::Session()
       engine_(std::make_unique<zel::http::Engine>(
           [this](const std::function<void()>& closure) { executor_.post(closure, 0); },
           &logging::getLogger("HttpClient"))),
-      client_(zel::http::createClient(executor_, logging::getLogger("zel-http"))) {}
+      client_(zel::http::createClient(executor_, logging::getLogger("zel-http"))) {
+    // Ignored from the start it stays so, as nohup wants it.
+    struct sigaction hangup {};
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) signals_.add(SIGHUP);
+}
 
 Session::~Session() {
     client_.reset();
     engine_.reset();
 }
 
-bool Session::run(const std::function<void()>& interrupted) {
-    bool completed = true;
-    signals_.async_wait([&](const boost::system::error_code& error, int /*signal*/) {
+int Session::run(const std::function<void()>& interrupted) {
+    int status = 0;
+    signals_.async_wait([&](const boost::system::error_code& error, int signal) {
         if (error) return;
-        completed = false;
+        status = 128 + signal;
         interrupted();
         stop();
     });
     loop_.restart();
     loop_.run();
     signals_.cancel();
-    return completed;
+    return status;
 }
 
 }  // namespace tool
