@@ -77,6 +77,8 @@ void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
 /// libcurl caches the store of a file for a day. Once the file has changed, only a store or a
 /// session from after that may be used.
 void TlsIsolation::refreshAuthorities(CURL* curl, const RequestConfig& config) {
+    // What a directory holds may change without a trace in its own times.
+    if (authoritiesDirectory(config)) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     const auto file = authoritiesFile(config);
     if (!file) return;
     const auto changed = lastChange(*file);
