@@ -58,8 +58,10 @@ public:
     bool inHeaderBlock = false;
     /// The current response's body comes in chunks, which end by themselves.
     bool chunked = false;
-    /// Its body ends with the TLS connection, whose close_notify has not come yet.
-    bool endAwaited = false;
+    /// Its body ends with this TLS connection, whose close_notify has not come yet.
+    const void* endAwaited = nullptr;
+    /// Cancelled: what libcurl still delivers goes nowhere.
+    bool dropped = false;
     /// What came in header lines so far, of all responses on the way and in trailers.
     std::size_t headerFields = 0;
     std::size_t headerBytes = 0;

@@ -89,7 +89,7 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
                                   void* handle) noexcept {
     const auto work = [=](ActiveTask& task) -> std::size_t {
         const std::size_t bytes = size * count;
-        if (!task.request) return bytes;
+        if (!task.request || task.dropped) return bytes;
         // libcurl reads on before a pause reaches it, and may deliver what it has read afterwards
         // (8.14); it keeps what is refused here until the resume.
         Engine& engine = *getEngine();
@@ -109,7 +109,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
                                 void* handle) noexcept {
     const auto work = [=](ActiveTask& task) {
         const std::size_t bytes = size * count;
-        if (!task.request) return bytes;
+        if (!task.request || task.dropped) return bytes;
         // After a pause there may be several lines in one call (libcurl 7.88).
         std::string_view rest(data, bytes);
         while (!rest.empty()) {

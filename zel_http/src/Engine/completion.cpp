@@ -45,7 +45,7 @@ CURLMsg* Engine::findCompletedMsg() {
 CURLcode Engine::resultOf(const ActiveTask& task, CURLcode reported) {
     if (task.failure != CURLE_OK) return task.failure;
     if (isRefusedUpload(reported) && hasWholeAnswer(task)) return CURLE_OK;
-    const bool cut = task.inHeaderBlock || task.endAwaited;
+    const bool cut = task.inHeaderBlock || task.endAwaited != nullptr;
     return reported == CURLE_OK && cut ? CURLE_PARTIAL_FILE : reported;
 }
 

@@ -69,6 +69,11 @@ void Engine::removeTask(std::shared_ptr<Request> request) {
     checkEngineThread();
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
+    if (isPaused(*task) || usedShares.count(task->curl) != 0) {
+        // libcurl (7.88) leaks what it holds of a paused stream beside others: it is let go first.
+        task->dropped = true;
+        curl_easy_pause(task->curl, CURLPAUSE_CONT);
+    }
     doCurlCleanup(task);
     unregisterTask(*task);
 }

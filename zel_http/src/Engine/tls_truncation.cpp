@@ -19,7 +19,7 @@ int handleIndex() {
 void onTlsEvent(const SSL* connection, int where, int value) {
     if (where != SSL_CB_READ_ALERT || (value & 0xff) != SSL_AD_CLOSE_NOTIFY) return;
     const auto task = Engine::ActiveTask::of(SSL_get_ex_data(connection, handleIndex()));
-    if (task) task->endAwaited = false;
+    if (task && task->endAwaited == connection) task->endAwaited = nullptr;
 }
 
 bool isChunked(std::string_view line) {
@@ -32,13 +32,10 @@ bool isChunked(std::string_view line) {
 /// Whether only the end of its connection ends the body of the response: it declares no length.
 bool endsWithConnection(CURL* curl) {
     long status = 0;
-    long version = 0;
     curl_off_t length = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-    curl_easy_getinfo(curl, CURLINFO_HTTP_VERSION, &version);
     curl_easy_getinfo(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    return length < 0 && version <= CURL_HTTP_VERSION_1_1 && status >= 200 && status != 204 &&
-           status != 304;
+    return length < 0 && status >= 200 && status != 204 && status != 304;
 }
 
 /// Null for a transfer without TLS, or with that of a proxy alone.
@@ -52,15 +49,27 @@ SSL* connectionOf(CURL* curl) {
     return open_ssl && https ? static_cast<SSL*>(session->internals) : nullptr;
 }
 
+/// As agreed in the handshake; a status line may say anything.
+bool speaksHttp2(const SSL* connection) {
+    const unsigned char* protocol = nullptr;
+    unsigned length = 0;
+    SSL_get0_alpn_selected(connection, &protocol, &length);
+    return std::string_view(reinterpret_cast<const char*>(protocol), length) == "h2";
+}
+
 }  // namespace
 
 void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line) {
-    if (isStatusLine(line)) task.chunked = task.endAwaited = false;
+    if (isStatusLine(line)) {
+        task.chunked = false;
+        task.endAwaited = nullptr;
+    }
     if (isChunked(line)) task.chunked = true;
     if (!isEmptyLine(line) || task.chunked || !endsWithConnection(task.curl)) return;
     SSL* connection = connectionOf(task.curl);
-    if (connection == nullptr) return;
-    task.endAwaited = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) == 0;
+    if (connection == nullptr || speaksHttp2(connection)) return;
+    const bool ended = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) != 0;
+    task.endAwaited = ended ? nullptr : connection;
     SSL_set_ex_data(connection, handleIndex(), task.curl);
     SSL_set_info_callback(connection, onTlsEvent);
 }
