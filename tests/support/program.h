@@ -25,7 +25,7 @@ public:
         if (pipe_ != nullptr) pclose(pipe_);
     }
 
-    void interrupt(int signal = SIGINT) const { kill(pid_, signal); }
+    void interrupt() const { kill(pid_, SIGINT); }
     /// Reads on until the output contains `text`, or ends.
     bool prints(const std::string& text) {
         for (std::array<char, 4096> part{}; output_.find(text) == std::string::npos;) {

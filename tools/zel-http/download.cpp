@@ -1,12 +1,8 @@
 #include "download.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <limits>
@@ -23,56 +19,21 @@ namespace {
 /// How much waits in memory before the transfer pauses.
 constexpr std::size_t most_unwritten = std::size_t{1} * 1024 * 1024;
 
-/// As many as the system follows.
-constexpr int most_links = 40;
-
-/// Of the target's name in the part's, which adds to it.
-constexpr std::size_t most_name = 200;
-
 namespace fs = std::filesystem;
 
-[[noreturn]] void fail(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
-/// The plain file that is meant, there already or not, also through links; empty for what is none,
-/// such as a device.
+/// The plain file that is meant, also through a link; empty for what is none, such as a device.
 std::string plainFile(const std::string& path) {
     if (path == "-") return {};
     std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    if (fs::is_regular_file(status)) return fs::canonical(path, error).string();
-    if (fs::exists(status)) return {};
-    fs::path file = path;
-    for (int links = 0; fs::is_symlink(file, error); ++links) {
-        if (links == most_links) return {};  // opening it tells the reason
-        file = file.parent_path() / fs::read_symlink(file, error);
-    }
-    return file.string();
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (!fs::exists(status) || fs::is_regular_file(status)) return path;
+    return fs::is_regular_file(path, error) ? fs::canonical(path, error).string() : std::string();
 }
 
-std::FILE* openDirectly(const std::string& path) {
+std::FILE* openFile(const std::string& path) {
     // A copy of the descriptor: opened anew, a plain file would be written from its start.
     if (path == "-") return fdopen(dup(STDOUT_FILENO), "wb");
     return std::fopen(path.c_str(), "wbe");
-}
-
-/// Gives `part` the owner, where that is possible, and the mode of what it will replace.
-void adopt(int part, const struct stat& replaced) {
-    mode_t mode = replaced.st_mode & 07777U;
-    if (fchown(part, replaced.st_uid, replaced.st_gid) != 0) mode &= 0777U;
-    (void)fchmod(part, mode);
-}
-
-/// Replaces `target` as a whole; one that has other names too, or is a mount point, gets the
-/// content instead.
-void replace(const std::string& target, const std::string& part, std::error_code& error) {
-    struct stat old {};
-    const bool shared = stat(target.c_str(), &old) == 0 && old.st_nlink > 1;
-    if (!shared) fs::rename(part, target, error);
-    if (!shared && error != std::errc::device_or_resource_busy) return;
-    fs::copy_file(part, target, fs::copy_options::overwrite_existing, error);
-    if (!error) fs::remove(part, error);
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -85,35 +46,17 @@ std::string_view trimmed(std::string_view text) {
 
 Download::Download(const zel::http::RequestConfig& config, const std::string& path,
                    oru::executor& loop, std::function<void()> done)
-    : Request(config), target_(plainFile(path)), part_(path), loop_(loop), done_(std::move(done)) {
-    if (target_.empty()) {
-        file_ = openDirectly(part_);
-    } else {
-        openPart();
-    }
-    if (file_ == nullptr) fail(part_);
+    : Request(config),
+      target_(plainFile(path)),
+      part_(target_.empty() ? path : target_ + ".part"),
+      loop_(loop),
+      done_(std::move(done)) {
+    file_ = openFile(part_);
+    if (file_ == nullptr) throw std::system_error(errno, std::generic_category(), part_);
     (void)std::setvbuf(file_, nullptr, _IONBF, 0);  // what is written comes in large blocks
 }
 
 Download::~Download() { closeFile(false); }
-
-/// A file that no one else writes, even into the same target.
-void Download::openPart() {
-    struct stat replaced {};
-    const bool replaces = stat(target_.c_str(), &replaced) == 0;
-    if (replaces && access(target_.c_str(), W_OK) != 0) fail(target_);
-    const mode_t mode = replaces ? replaced.st_mode & 0777U : 0666U;
-    const fs::path target(target_);
-    const std::string name = target.filename().string().substr(0, most_name);
-    int part = -1;
-    for (unsigned number = 0; part < 0; ++number) {
-        part_ = target.parent_path() / fmt::format("{}.{}-{}.part", name, getpid(), number);
-        part = open(part_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-        if (part < 0 && errno != EEXIST) fail(part_);
-    }
-    if (replaces) adopt(part, replaced);
-    file_ = fdopen(part, "wb");
-}
 
 void Download::cancel() {
     done_ = nullptr;
@@ -160,15 +103,9 @@ void Download::notifyHeader(const char* line, unsigned length) {
 }
 
 void Download::notifySize(unsigned size) {
-    std::uint64_t total = size;
-    if (size == std::numeric_limits<std::uint32_t>::max()) {  // or more, which its field tells
-        const auto field = headers_.find("Content-Length");
-        const std::string text = field == headers_.end() ? "" : field->second;
-        total = 0;
-        std::from_chars(text.data(), text.data() + text.size(), total);
-    }
+    const bool known = size != std::numeric_limits<std::uint32_t>::max();
     const std::lock_guard lock(mutex_);
-    total_ = total;
+    total_ = known ? size : 0;
 }
 
 void Download::write() {
@@ -233,7 +170,7 @@ void Download::closeFile(bool complete) {
     };
     if (complete && replaces) check(fsync(fileno(file_)));
     check(std::fclose(std::exchange(file_, nullptr)));
-    if (complete && replaces && !error) replace(target_, part_, error);
+    if (complete && replaces && !error) fs::rename(part_, target_, error);
     if (complete && error) {
         failure_ = "cannot write " + (replaces ? target_ : part_);
         message_ = error.message();

@@ -16,10 +16,8 @@ namespace tool {
 /// Streams a body to a file. The engine thread collects, the loop's thread writes, and when the
 /// file falls behind the transfer pauses: memory stays the same for every size.
 ///
-/// A plain file appears in its place only when the body is complete, with the mode of what it
-/// replaces; until then it is a file of its own beside it, FILE.PID-N.part. Links stay: the file
-/// behind a symbolic one is replaced, a file of several names gets its content when the body is
-/// complete. Standard output, "-", and what is no plain file are written as it comes.
+/// A plain file appears in its place only when the body is complete, and is written as FILE.part
+/// until then. Standard output, "-", and what is no plain file are written as it comes.
 class Download final : public zel::http::Request {
 public:
     /// `done` is called once on the loop's thread, which is also the FSM context, unless the
@@ -38,7 +36,7 @@ public:
     /// That of the answer; 0 without one.
     unsigned status() const { return status_; }
     std::uint64_t written() const { return written_; }
-    /// The declared length; 0 while it is not known.
+    /// The declared length; 0 while it is not known or beyond 32 bits.
     std::uint64_t total();
     /// Those of the last answer on the way.
     const zel::http::HeaderMap& headers() const { return headers_; }
@@ -57,7 +55,6 @@ public:
 
 private:
     void write();
-    void openPart();
     void abandon(const std::string& failure);
     void closeFile(bool complete);
     void finish(bool complete);
@@ -65,7 +62,7 @@ private:
     /// What to replace in the end; empty when `part_` stays what it is.
     const std::string target_;
     /// What is written.
-    std::string part_;
+    const std::string part_;
     oru::executor& loop_;
     // Loop's thread only.
     std::function<void()> done_;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
-#include <csignal>
 #include <cstddef>
 #include <deque>
 #include <iostream>
@@ -41,16 +40,13 @@ public:
     int run() {
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
-        // A download to a file goes on, and tidies up, without who reads the progress.
-        const auto& files = command_line_.files;
-        if (!files.empty() && files.front() != "-") (void)std::signal(SIGPIPE, SIG_IGN);
         const auto begun = Clock::now();
         for (Lane& lane : lanes_) startNext(lane);
         if (!command_line_.files.empty() && !command_line_.quiet) showProgress();
-        const int interrupted = session_.run([this] { interrupt(); });
+        const bool completed = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
-        if (interrupted != 0) return interrupted;
+        if (!completed) return 130;
         return report_.failed() ? 1 : 0;
     }
 
@@ -104,8 +100,6 @@ private:
                                                        session_.executor(),
                                                        [this, &lane] { finishDownload(lane); });
         } catch (const std::system_error& error) {
-            // A pipe that nobody reads, and a signal, which the loop hears of.
-            if (error.code() == std::errc::interrupted) return;
             lane.outcome.failure = "cannot write " + lane.outcome.file;
             lane.outcome.message = error.code().message();
             session_.executor().post([this, &lane] { finish(lane); }, 0);

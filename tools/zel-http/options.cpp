@@ -35,7 +35,7 @@ constexpr const char* footer =
     "  zel-http -X PUT -H 'Content-Type: application/json' -d @state.json URL\n"
     "        send a file\n"
     "  zel-http -o image.bin URL\n"
-    "        download with constant memory; image.bin is there when it is complete\n"
+    "        download with constant memory; image.bin.part until it is complete\n"
     "  zel-http -O downloads --parallel 4 URL1 URL2 URL3...\n"
     "        many downloads, four at a time\n"
     "  zel-http --repeat 1000 --parallel 8 URL\n"
@@ -48,15 +48,9 @@ constexpr const char* footer =
     "        what the library logs, bodies only of failures\n"
     "\n"
     "Exit status: 0 all answered with a status below 400, 1 an error or a status from 400 on,\n"
-    "2 a bad command line, 129, 130 and 143 ended by SIGHUP, SIGINT and SIGTERM. A binary body is\n"
-    "printed on a terminal with -o - only, and otherwise a failure there.\n"
+    "2 a bad command line, 130 interrupted.\n"
     "\n"
-    "A file appears when the body is complete; until then there is FILE.PID-N.part beside it. A\n"
-    "symbolic link stays and the file behind it is replaced; a file with several hard links is\n"
-    "overwritten when the body is complete; devices and pipes are written as it comes.\n"
-    "\n"
-    "http_proxy, https_proxy and no_proxy of the environment apply, and SSL_CERT_FILE.\n"
-    "With NO_COLOR, not empty, -v has no colours.";
+    "http_proxy, https_proxy and no_proxy of the environment apply, and SSL_CERT_FILE.";
 
 /// "one|other".
 template <typename Value>
@@ -113,8 +107,8 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag("-i,--include", line.show_headers, "Print the response's headers too");
     app.add_option(
            "-o,--output", options.output,
-           "Stream the body to a file, whose mode and links stay, or with - to standard output; "
-           "with a progress bar on a terminal")
+           "Stream the body to a file, or with - to standard output; with a progress bar on a "
+           "terminal")
         ->option_text("FILE");
     app.add_option("-O,--output-dir", options.output_directory,
                    "Stream each body to a file here, named as the end of its URL's path")

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <unistd.h>
-
 #include <iostream>
 #include <utility>
 
@@ -50,19 +48,12 @@ void Report::add(const Outcome& outcome) {
     if (command_line_.show_timings) std::cerr << timingsText(outcome.timings) << '\n';
 }
 
-void Report::printAnswer(const Outcome& outcome) {
+void Report::printAnswer(const Outcome& outcome) const {
     if (command_line_.show_headers && outcome.status != 0) {
         std::cout << "HTTP " << outcome.status << '\n';
         for (const auto& [name, value] : outcome.headers)
             std::cout << name << ": " << value << '\n';
         std::cout << '\n';
-    }
-    if (outcome.body.find('\0') != std::string::npos && isatty(STDOUT_FILENO) == 1) {
-        std::cout << std::flush;
-        std::cerr << "zel-http: a binary body is not for a terminal: -o FILE saves it, -o - prints "
-                     "it\n";
-        failed_ = true;
-        return;
     }
     std::cout << outcome.body << std::flush;
 }

@@ -21,7 +21,7 @@ public:
     bool failed() const { return failed_; }
 
 private:
-    void printAnswer(const Outcome& outcome);
+    void printAnswer(const Outcome& outcome) const;
     void checkOutput();
 
     const CommandLine& command_line_;

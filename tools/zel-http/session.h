@@ -30,9 +30,9 @@ public:
     boost::asio::io_context& loop() { return loop_; }
     oru::executor& executor() { return executor_; }
 
-    /// Runs the loop until `stop`. On Ctrl-C, SIGTERM and SIGHUP calls `interrupted` on the loop
-    /// and stops. Returns the exit status of a program that the signal ends, 0 without one.
-    int run(const std::function<void()>& interrupted);
+    /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.
+    /// Returns false when that happened.
+    bool run(const std::function<void()>& interrupted);
     void stop() { loop_.stop(); }
 
 private:
