@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <thread>
 
@@ -21,6 +23,12 @@ using namespace tool;  // the servers
 
 struct Tool : Program {
     explicit Tool(const std::string& arguments) : Program(ZEL_HTTP_TOOL_PATH " " + arguments) {}
+};
+
+struct ToolOnTerminal : Program {
+    explicit ToolOnTerminal(const std::string& arguments, const std::string& environment = "")
+        : Program("env TERM=xterm " + environment + " script -qec '" ZEL_HTTP_TOOL_PATH " " + arguments +
+                  "' /dev/null </dev/null") {}
 };
 
 TEST(Tool, OutcomesAndExitStatus) {
@@ -51,6 +59,9 @@ TEST(Tool, OutcomesAndExitStatus) {
         {"--timeout -1" + hello, "zel-http: --timeout:", 2},
         {"--max-size 99999999999" + hello, "zel-http: ", 2},
         {"-o /tmp/x" + hello + hello, "zel-http: -o: takes the body of one URL", 2},
+        {"-o ''" + hello, "zel-http: -o: the file has no name", 2},
+        {"--output=" + hello, "zel-http: -o: takes the body of one URL", 2},
+        {"-o /tmp/x -O /tmp" + hello, "zel-http: --output excludes --output-dir", 2},
         {"-o /no/such/file" + hello, "cannot write /no/such/file (No such file or directory)", 1},
         {"-o /dev/full" + hello, "cannot write /dev/full (No space left on device)", 1},
         {"--json -o /dev/full" + hello, R"("error":{"failure":"cannot write /dev/full")", 1},
@@ -125,22 +136,77 @@ TEST(Tool, ADownloadAppearsWhenItIsWhole) {
     EXPECT_NE(output.find("<Protocol failure>"), std::string::npos) << output;
     EXPECT_NE(output.find("exit 1"), std::string::npos) << output;
 
-    // What is there stays: behind a link when there is no body, before what is appended.
+    // What is there stays: behind a link when there is no body, its mode and names, before what is appended.
+    namespace fs = std::filesystem;
+    const fs::path file = folder.path() + "/30000000";
     const std::string link = folder.path() + "/link";
     const std::string log = folder.path() + "/log";
-    std::filesystem::create_symlink("30000000", link);
+    fs::create_symlink("30000000", link);
     Tool("-o " + link + " " + origin.url("/status/404")).finish();
     EXPECT_TRUE(folder.read("30000000") == tool::bodyOf(30000000));
+    fs::permissions(file, fs::perms::owner_all);
     Tool("-o " + link + " " + origin.url("/hello")).finish();
     EXPECT_EQ(folder.read("30000000"), "hello\n");
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_all);
+    EXPECT_TRUE(fs::is_symlink(link));
+    fs::create_hard_link(file, folder.path() + "/second");
+    Tool("-o " + link + " " + origin.url("/bytes/5")).finish();
+    EXPECT_EQ(folder.read("second"), bodyOf(5));
     Tool("-q -o - " + origin.url("/hello") + " >>" + log).finish();
     Tool("-q -o - " + origin.url("/hello") + " >>" + log).finish();
     EXPECT_EQ(folder.read("log"), "hello\nhello\n");
 }
 
-TEST(Tool, InterruptCancelsAndEndsCleanly) {
+TEST(Tool, TwoDownloadsToOneFileDoNotMix) {
     const Folder folder;
-    for (const std::string& arguments : {std::string(), "-o " + folder.path() + "/file "}) {
+    const tool::Origin origin;
+    std::promise<void> arrived;
+    std::promise<void> proceed;
+    ScriptedServer slow([&](Socket& socket) {
+        readRequest(socket);
+        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\nslow");
+        arrived.set_value();
+        proceed.get_future().wait_for(patience);
+        write(socket, "slow");
+    });
+    const std::string output = "-o " + folder.path() + "/file ";
+    Tool first(output + slow.url());
+    arrived.get_future().wait_for(patience);
+    Tool(output + origin.url("/bytes/5")).finish();
+    EXPECT_EQ(folder.read("file"), bodyOf(5));
+    proceed.set_value();
+    first.finish();
+    EXPECT_EQ(folder.read("file"), "slowslow");
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"file"});
+}
+
+TEST(Tool, OnATerminal) {
+    const tool::Origin origin;
+    const std::string binary = ToolOnTerminal("-q " + origin.url("/bytes/100")).finish();
+    EXPECT_EQ(binary, "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\r\nexit 1");
+    const std::string hello = "-v 1 " + origin.url("/hello");
+    EXPECT_TRUE(ToolOnTerminal(hello, "NO_COLOR=").prints("\x1b["));
+    EXPECT_FALSE(ToolOnTerminal(hello, "NO_COLOR=1").prints("\x1b["));
+    ScriptedServer large([](Socket& socket) {
+        readRequest(socket);
+        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 5368709120\r\n\r\nfirst");
+        waitForClose(socket);
+    });
+    EXPECT_TRUE(ToolOnTerminal("--timeout 2 -o /dev/null " + large.url()).prints(" 0 % of 5120.0 MiB"));
+}
+
+TEST(Tool, SignalsCancelAndEndCleanly) {
+    const Folder folder;
+    const std::string file = "-o " + folder.path() + "/file ";
+    struct Row {
+        std::string arguments;
+        int signal;
+        const char* status;
+    };
+    const std::vector<Row> rows = {
+        {"", SIGINT, "130"}, {file, SIGINT, "130"}, {file, SIGTERM, "143"}, {file, SIGHUP, "129"}};
+    for (const auto& [arguments, signal, status] : rows) {
+        ASSERT_NE(std::signal(signal, SIG_DFL), SIG_ERR);  // the tool leaves alone what is ignored
         std::atomic<bool> arrived{false};
         ScriptedServer silent([&](Socket& socket) {
             arrived = true;
@@ -148,8 +214,8 @@ TEST(Tool, InterruptCancelsAndEndsCleanly) {
         });
         Tool running(arguments + silent.url());
         while (!arrived) std::this_thread::yield();
-        running.interrupt();
-        EXPECT_EQ(running.finish(), "zel-http: interrupted, 1 cancelled\nexit 130");
+        running.interrupt(signal);
+        EXPECT_EQ(running.finish(), std::string("zel-http: interrupted, 1 cancelled\nexit ") + status);
         EXPECT_EQ(folder.files(), std::vector<std::string>());
     }
 }

@@ -98,7 +98,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// Accept a chain that ends at any trusted certificate, not only at a root.
     bool tls_partial_chain = false;
     /// The client's own certificate and private key for mutual TLS, PEM files. Used only when both
-    /// are given and readable. A redirect to another origin goes on without them.
+    /// are given and readable. A redirect to another origin goes on without them. Files that are
+    /// replaced count for new connections; the open ones go on with what they were made with.
     std::optional<std::string> own_cert;
     std::optional<std::string> own_pkey;  ///< goes with `own_cert`
     /// An OpenSSL verify callback (pre-verification result, store context; non-zero accepts), run

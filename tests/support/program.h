@@ -25,25 +25,30 @@ public:
         if (pipe_ != nullptr) pclose(pipe_);
     }
 
-    void interrupt() const { kill(pid_, SIGINT); }
+    void interrupt(int signal = SIGINT) const { kill(pid_, signal); }
     /// Reads on until the output contains `text`, or ends.
     bool prints(const std::string& text) {
-        for (std::array<char, 4096> part{}; output_.find(text) == std::string::npos;) {
-            const auto length = read(fileno(pipe_), part.data(), part.size());
-            if (length <= 0) return false;
-            output_.append(part.data(), static_cast<std::size_t>(length));
+        while (output_.find(text) == std::string::npos) {
+            if (!readMore()) return false;
         }
         return true;
     }
     /// All of the output and then "exit N".
     std::string finish() {
-        while (prints(std::string(1, '\0'))) {
+        while (readMore()) {
         }
         const int status = pclose(std::exchange(pipe_, nullptr));
         return output_ + "exit " + std::to_string(WEXITSTATUS(status));
     }
 
 private:
+    bool readMore() {
+        std::array<char, 4096> part{};
+        const auto length = read(fileno(pipe_), part.data(), part.size());
+        if (length > 0) output_.append(part.data(), static_cast<std::size_t>(length));
+        return length > 0;
+    }
+
     FILE* pipe_;
     int pid_ = 0;
     std::string output_;

@@ -92,24 +92,23 @@ std::string fileFor(const std::string& url, const std::string& directory) {
 }
 
 void chooseFiles(const Options& options, CommandLine& command_line) {
-    if (options.output.empty() && options.output_directory.empty()) return;
+    if (!options.output && options.output_directory.empty()) return;
     if (command_line.repeat > 1) refuse("--repeat: drops the bodies, so -o and -O have no use");
-    if (!options.output.empty()) {
-        if (options.urls.size() > 1) refuse("-o: takes the body of one URL only; see -O");
+    if (options.output) {
+        if (options.output->empty()) refuse("-o: the file has no name");
+        if (options.urls.size() != 1) refuse("-o: takes the body of one URL; see -O");
         const bool standard = options.output == "-" || options.output == "/dev/stdout";
         if (standard && (command_line.show_headers || command_line.json)) {
             refuse("-o: the body alone goes to standard output, without -i and --json");
         }
-        command_line.files = {standard ? "-" : options.output};
+        command_line.files = {standard ? "-" : *options.output};
         return;
     }
     std::set<std::string> names;
     for (const auto& url : options.urls) {
         command_line.files.push_back(fileFor(url, options.output_directory));
         const std::string& file = command_line.files.back();
-        if (!names.insert(file).second || !names.insert(file + ".part").second) {
-            refuse("-O: two URLs would be saved as " + file);
-        }
+        if (!names.insert(file).second) refuse("-O: two URLs would be saved as " + file);
     }
 }
 

@@ -70,10 +70,9 @@ public:
     int run() {
         std::cout << fmt::format("zel-http against its own origin on port {}\n", origin_.port());
         next();
-        const bool completed = session_.run([this] { handles_.clear(); });
-        if (!completed) {
+        if (const int status = session_.run([this] { handles_.clear(); }); status != 0) {
             std::cout << "interrupted\n";
-            return 130;
+            return status;
         }
         std::cout << fmt::format("{} of {} scenarios as expected\n", as_expected_,
                                  scenarios_.size());

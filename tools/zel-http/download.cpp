@@ -1,14 +1,10 @@
 #include "download.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
+#include <charconv>
+#include <cstddef>
 #include <limits>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "text.h"
@@ -19,49 +15,32 @@ namespace {
 /// How much waits in memory before the transfer pauses.
 constexpr std::size_t most_unwritten = std::size_t{1} * 1024 * 1024;
 
-namespace fs = std::filesystem;
-
-/// The plain file that is meant, also through a link; empty for what is none, such as a device.
-std::string plainFile(const std::string& path) {
-    if (path == "-") return {};
-    std::error_code error;
-    const fs::file_status status = fs::symlink_status(path, error);
-    if (!fs::exists(status) || fs::is_regular_file(status)) return path;
-    return fs::is_regular_file(path, error) ? fs::canonical(path, error).string() : std::string();
-}
-
-std::FILE* openFile(const std::string& path) {
-    // A copy of the descriptor: opened anew, a plain file would be written from its start.
-    if (path == "-") return fdopen(dup(STDOUT_FILENO), "wb");
-    return std::fopen(path.c_str(), "wbe");
-}
-
 std::string_view trimmed(std::string_view text) {
     const auto begin = text.find_first_not_of(" \t");
     const auto end = text.find_last_not_of(" \t\r\n");
     return begin == std::string_view::npos ? "" : text.substr(begin, end - begin + 1);
 }
 
+/// 0 when there is none.
+std::uint64_t contentLength(const zel::http::HeaderMap& headers) {
+    std::uint64_t length = 0;
+    const auto field = headers.find("Content-Length");
+    if (field == headers.end()) return length;
+    const std::string& text = field->second;
+    std::from_chars(text.data(), text.data() + text.size(), length);
+    return length;
+}
+
 }  // namespace
 
 Download::Download(const zel::http::RequestConfig& config, const std::string& path,
                    oru::executor& loop, std::function<void()> done)
-    : Request(config),
-      target_(plainFile(path)),
-      part_(target_.empty() ? path : target_ + ".part"),
-      loop_(loop),
-      done_(std::move(done)) {
-    file_ = openFile(part_);
-    if (file_ == nullptr) throw std::system_error(errno, std::generic_category(), part_);
-    (void)std::setvbuf(file_, nullptr, _IONBF, 0);  // what is written comes in large blocks
-}
-
-Download::~Download() { closeFile(false); }
+    : Request(config), path_(path), loop_(loop), done_(std::move(done)), file_(path) {}
 
 void Download::cancel() {
     done_ = nullptr;
     tryToCancelRequest();
-    closeFile(false);
+    file_.reset();
 }
 
 std::uint64_t Download::total() {
@@ -103,9 +82,11 @@ void Download::notifyHeader(const char* line, unsigned length) {
 }
 
 void Download::notifySize(unsigned size) {
-    const bool known = size != std::numeric_limits<std::uint32_t>::max();
+    // What does not fit into 32 bits stands in the header.
+    const bool fits = size != std::numeric_limits<std::uint32_t>::max();
+    const std::uint64_t total = fits ? size : contentLength(headers_);
     const std::lock_guard lock(mutex_);
-    total_ = known ? size : 0;
+    total_ = total;
 }
 
 void Download::write() {
@@ -116,9 +97,11 @@ void Download::write() {
         block.swap(unwritten_);
         resume = std::exchange(held_, false);
     }
-    if (file_ == nullptr) return;
-    if (std::fwrite(block.data(), 1, block.size(), file_) != block.size()) {
-        abandon("cannot write " + part_);
+    if (!file_) return;
+    try {
+        file_->write(block);
+    } catch (const std::system_error& error) {
+        abandon(error.code());
         return;
     }
     written_ += block.size();
@@ -130,20 +113,29 @@ void Download::write() {
 }
 
 /// The outcome comes when the transfer is gone, which the engine's queue orders.
-void Download::abandon(const std::string& failure) {
-    failure_ = failure;
-    message_ = std::strerror(errno);
-    closeFile(false);
+void Download::abandon(const std::error_code& error) {
+    cannotWrite(error);
+    file_.reset();
     tryToCancelRequest();
     if (!zel::http::Engine::hasEngine()) return;
     auto self = std::static_pointer_cast<Download>(shared_from_this());
     zel::http::Engine::getEngine()->queueRequest(
-        [self] { self->loop_.post([self] { self->finish(false); }, 0); });
+        [self] { self->loop_.post([self] { self->finish(); }, 0); });
+}
+
+void Download::cannotWrite(const std::error_code& error) {
+    failure_ = "cannot write " + path_;
+    message_ = error.message();
 }
 
 void Download::notifyDataEnd() {
     status_ = getResponseCode();
-    finish(true);
+    try {
+        if (file_) file_->finish();
+    } catch (const std::system_error& error) {
+        cannotWrite(error.code());
+    }
+    finish();
 }
 
 void Download::notifyFailure(zel::http::Failure failure, const char* text) {
@@ -157,30 +149,11 @@ void Download::notifyFailure(zel::http::Failure failure, const char* text) {
         failure_ = nameOf(failure);
         message_ = too_large ? "larger than --max-size" : text;
     }
-    finish(false);
+    finish();
 }
 
-/// Puts the file into its place when the body is complete and on the disk, else removes it.
-void Download::closeFile(bool complete) {
-    if (file_ == nullptr) return;
-    std::error_code error;
-    const bool replaces = !target_.empty();
-    const auto check = [&](int result) {
-        if (result != 0 && !error) error = {errno, std::generic_category()};
-    };
-    if (complete && replaces) check(fsync(fileno(file_)));
-    check(std::fclose(std::exchange(file_, nullptr)));
-    if (complete && replaces && !error) fs::rename(part_, target_, error);
-    if (complete && error) {
-        failure_ = "cannot write " + (replaces ? target_ : part_);
-        message_ = error.message();
-    }
-    std::error_code ignored;
-    if (replaces && (!complete || error)) fs::remove(part_, ignored);
-}
-
-void Download::finish(bool complete) {
-    closeFile(complete && failure_.empty());
+void Download::finish() {
+    file_.reset();
     if (const auto done = std::exchange(done_, nullptr)) done();
 }
 

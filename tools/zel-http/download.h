@@ -1,13 +1,15 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <system_error>
 
 #include "oru/executor.h"
+#include "output_file.h"
 #include "zel_http/engine.h"
 #include "zel_http/request.h"
 
@@ -15,9 +17,6 @@ namespace tool {
 
 /// Streams a body to a file. The engine thread collects, the loop's thread writes, and when the
 /// file falls behind the transfer pauses: memory stays the same for every size.
-///
-/// A plain file appears in its place only when the body is complete, and is written as FILE.part
-/// until then. Standard output, "-", and what is no plain file are written as it comes.
 class Download final : public zel::http::Request {
 public:
     /// `done` is called once on the loop's thread, which is also the FSM context, unless the
@@ -25,9 +24,6 @@ public:
     /// the file cannot be opened.
     Download(const zel::http::RequestConfig& config, const std::string& path, oru::executor& loop,
              std::function<void()> done);
-    Download(const Download&) = delete;
-    Download& operator=(const Download&) = delete;
-    ~Download() override;
 
     // Loop's thread.
     void start() override { runRequest(); }
@@ -36,7 +32,7 @@ public:
     /// That of the answer; 0 without one.
     unsigned status() const { return status_; }
     std::uint64_t written() const { return written_; }
-    /// The declared length; 0 while it is not known or beyond 32 bits.
+    /// The declared length; 0 while it is not known.
     std::uint64_t total();
     /// Those of the last answer on the way.
     const zel::http::HeaderMap& headers() const { return headers_; }
@@ -55,18 +51,16 @@ public:
 
 private:
     void write();
-    void abandon(const std::string& failure);
-    void closeFile(bool complete);
-    void finish(bool complete);
+    void abandon(const std::error_code& error);
+    void cannotWrite(const std::error_code& error);
+    void finish();
 
-    /// What to replace in the end; empty when `part_` stays what it is.
-    const std::string target_;
-    /// What is written.
-    const std::string part_;
+    const std::string path_;
     oru::executor& loop_;
     // Loop's thread only.
     std::function<void()> done_;
-    std::FILE* file_ = nullptr;
+    /// None once nothing is to be written any more.
+    std::optional<OutputFile> file_;
     std::uint64_t written_ = 0;
     unsigned status_ = 0;
     std::string failure_;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <boost/asio/steady_timer.hpp>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <deque>
 #include <iostream>
@@ -38,15 +39,17 @@ public:
           timer_(session_.loop()) {}
 
     int run() {
+        // Who reads our lines may go; the parts of files must not stay.
+        if (!command_line_.files.empty()) static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
         const auto begun = Clock::now();
         for (Lane& lane : lanes_) startNext(lane);
         if (!command_line_.files.empty() && !command_line_.quiet) showProgress();
-        const bool completed = session_.run([this] { interrupt(); });
+        const int status = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
-        if (!completed) return 130;
+        if (status != 0) return status;
         return report_.failed() ? 1 : 0;
     }
 

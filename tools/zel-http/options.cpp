@@ -35,7 +35,7 @@ constexpr const char* footer =
     "  zel-http -X PUT -H 'Content-Type: application/json' -d @state.json URL\n"
     "        send a file\n"
     "  zel-http -o image.bin URL\n"
-    "        download with constant memory; image.bin.part until it is complete\n"
+    "        download with constant memory; image.bin is there when it is complete\n"
     "  zel-http -O downloads --parallel 4 URL1 URL2 URL3...\n"
     "        many downloads, four at a time\n"
     "  zel-http --repeat 1000 --parallel 8 URL\n"
@@ -48,9 +48,14 @@ constexpr const char* footer =
     "        what the library logs, bodies only of failures\n"
     "\n"
     "Exit status: 0 all answered with a status below 400, 1 an error or a status from 400 on,\n"
-    "2 a bad command line, 130 interrupted.\n"
+    "2 a bad command line, 130 interrupted, 143 after SIGTERM, 129 after SIGHUP.\n"
     "\n"
-    "http_proxy, https_proxy and no_proxy of the environment apply, and SSL_CERT_FILE.";
+    "A file appears when its body is whole; until then there is a FILE.*.part beside it. A file\n"
+    "that is replaced keeps its permissions, owner and links. Binary bodies go to a terminal\n"
+    "with -o - only.\n"
+    "\n"
+    "http_proxy, https_proxy and no_proxy of the environment apply, SSL_CERT_FILE, and NO_COLOR\n"
+    "to -v.";
 
 /// "one|other".
 template <typename Value>
@@ -105,14 +110,15 @@ void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
 void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
     app.option_defaults()->group("Output");
     app.add_flag("-i,--include", line.show_headers, "Print the response's headers too");
-    app.add_option(
-           "-o,--output", options.output,
-           "Stream the body to a file, or with - to standard output; with a progress bar on a "
-           "terminal")
-        ->option_text("FILE");
+    auto* file =
+        app.add_option("-o,--output", options.output,
+                       "Stream the body to a file, or with - to standard output; with a progress "
+                       "bar on a terminal")
+            ->option_text("FILE");
     app.add_option("-O,--output-dir", options.output_directory,
                    "Stream each body to a file here, named as the end of its URL's path")
         ->check(CLI::ExistingDirectory)
+        ->excludes(file)
         ->option_text("PATH");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");

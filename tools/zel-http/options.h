@@ -25,7 +25,7 @@ struct Options {
     double timeout = 0;
     bool insecure = false;
     std::string proxy_credentials;
-    std::string output;
+    std::optional<std::string> output;
     std::string output_directory;
     std::size_t parallel = 0;  // 0: one for each URL
     std::string completion;

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <utility>
@@ -48,12 +49,18 @@ void Report::add(const Outcome& outcome) {
     if (command_line_.show_timings) std::cerr << timingsText(outcome.timings) << '\n';
 }
 
-void Report::printAnswer(const Outcome& outcome) const {
+void Report::printAnswer(const Outcome& outcome) {
     if (command_line_.show_headers && outcome.status != 0) {
         std::cout << "HTTP " << outcome.status << '\n';
         for (const auto& [name, value] : outcome.headers)
             std::cout << name << ": " << value << '\n';
         std::cout << '\n';
+    }
+    if (isatty(STDOUT_FILENO) == 1 && isBinary(outcome.body)) {
+        std::cout << std::flush;
+        std::cerr << "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\n";
+        failed_ = true;
+        return;
     }
     std::cout << outcome.body << std::flush;
 }

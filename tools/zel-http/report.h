@@ -17,11 +17,11 @@ public:
     void add(const Outcome& outcome);
     /// After the last, or an interruption: of requests that are repeated.
     void summarise(std::chrono::duration<double> took);
-    /// Whether any request failed, or its answer could not be printed.
+    /// Whether any request failed, or its answer was not printed.
     bool failed() const { return failed_; }
 
 private:
-    void printAnswer(const Outcome& outcome) const;
+    void printAnswer(const Outcome& outcome);
     void checkOutput();
 
     const CommandLine& command_line_;

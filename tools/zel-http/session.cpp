@@ -7,30 +7,41 @@
 namespace tool {
 
 Session::Session()
-    : signals_(loop_, SIGINT, SIGTERM),
+    : signals_(loop_),
       executor_(loop_),
       engine_(std::make_unique<zel::http::Engine>(
           [this](const std::function<void()>& closure) { executor_.post(closure, 0); },
           &logging::getLogger("HttpClient"))),
-      client_(zel::http::createClient(executor_, logging::getLogger("zel-http"))) {}
+      client_(zel::http::createClient(executor_, logging::getLogger("zel-http"))) {
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction before {};
+        sigaction(signal, nullptr, &before);
+        if (before.sa_handler != SIG_IGN) signals_.add(signal);
+    }
+}
 
 Session::~Session() {
     client_.reset();
     engine_.reset();
 }
 
-bool Session::run(const std::function<void()>& interrupted) {
-    bool completed = true;
-    signals_.async_wait([&](const boost::system::error_code& error, int /*signal*/) {
+int Session::run(const std::function<void()>& interrupted) {
+    constexpr int ended_by_signal = 128;
+    int status = 0;
+    signals_.async_wait([&](const boost::system::error_code& error, int signal) {
         if (error) return;
-        completed = false;
+        status = ended_by_signal + signal;
         interrupted();
         stop();
     });
     loop_.restart();
     loop_.run();
+    if (status == 0) {  // a signal that came during the last step, or cut it short
+        loop_.restart();
+        loop_.poll();
+    }
     signals_.cancel();
-    return completed;
+    return status;
 }
 
 }  // namespace tool

@@ -30,14 +30,14 @@ public:
     boost::asio::io_context& loop() { return loop_; }
     oru::executor& executor() { return executor_; }
 
-    /// Runs the loop until `stop`. On Ctrl-C or SIGTERM calls `interrupted` on the loop and stops.
-    /// Returns false when that happened.
-    bool run(const std::function<void()>& interrupted);
+    /// Runs the loop until `stop`, and returns 0. On Ctrl-C, SIGTERM or SIGHUP calls `interrupted`
+    /// on the loop, stops, and returns the exit status of a program that this signal ended.
+    int run(const std::function<void()>& interrupted);
     void stop() { loop_.stop(); }
 
 private:
     boost::asio::io_context loop_;
-    /// Keeps a signal from before `run` for it.
+    /// Keeps a signal from before `run` for it. What the parent ignores, as nohup does, stays so.
     boost::asio::signal_set signals_;
     oru::asio_executor executor_;
     std::unique_ptr<zel::http::Engine> engine_;

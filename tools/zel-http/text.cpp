@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace tool {
 
 std::string sizeText(std::uint64_t bytes) {
@@ -10,6 +12,14 @@ std::string sizeText(std::uint64_t bytes) {
     if (size < kibi) return fmt::format("{} bytes", bytes);
     if (size < kibi * kibi) return fmt::format("{:.1f} KiB", size / kibi);
     return fmt::format("{:.1f} MiB", size / (kibi * kibi));
+}
+
+bool isBinary(std::string_view bytes) {
+    constexpr std::string_view in_texts = "\a\b\t\n\v\f\r\x1b";
+    return std::any_of(bytes.begin(), bytes.end(), [&](unsigned char byte) {
+        const bool control = byte < ' ' || byte == '\x7f';
+        return control && in_texts.find(static_cast<char>(byte)) == std::string_view::npos;
+    });
 }
 
 std::string errorText(const zel::http::ErrorData& error) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "zel_http/records.h"
 
@@ -11,6 +12,9 @@ namespace tool {
 
 /// "17 bytes", "4.0 KiB", "1.5 MiB".
 std::string sizeText(std::uint64_t bytes);
+
+/// Whether there are control bytes in it that no text has.
+bool isBinary(std::string_view bytes);
 
 /// "<Operation timed out>".
 template <typename Failure>

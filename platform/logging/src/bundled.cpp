@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -26,7 +27,10 @@ using Sinks = std::shared_ptr<spdlog::sinks::dist_sink_mt>;
 
 Sinks terminalSinks() {
     auto sinks = std::make_shared<spdlog::sinks::dist_sink_mt>();
-    sinks->add_sink(std::make_shared<spdlog::sinks::stderr_color_sink_mt>());
+    const char* plain = std::getenv("NO_COLOR");  // see no-color.org
+    const bool coloured = plain == nullptr || *plain == '\0';
+    sinks->add_sink(std::make_shared<spdlog::sinks::stderr_color_sink_mt>(
+        coloured ? spdlog::color_mode::automatic : spdlog::color_mode::never));
     sinks->set_pattern("%H:%M:%S.%e %^%-8l%$ %n: %v");
     return sinks;
 }

@@ -17,7 +17,7 @@ namespace logging {
 ORU_EXPORT void setLevel(int level);
 
 /// Replaces where the lines of every bundled logger go; at first that is stderr, coloured on a
-/// terminal. Any thread.
+/// terminal unless NO_COLOR is in the environment. Any thread.
 ORU_EXPORT void setSinks(std::vector<std::shared_ptr<spdlog::sinks::sink>> sinks);
 
 }  // namespace logging
