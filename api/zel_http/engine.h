@@ -190,6 +190,7 @@ private:
     bool hasHadItsShare(ActiveTask& task);
     void continueShares();
     bool hasPendingRequests();
+    void endBrokenTransfers();
     bool descriptorsFitSelect() const;
     bool waitWithSelect(timeval timeout);
     bool waitWithPoll(timeval timeout);

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <netdb.h>
 #include <resolv.h>
 #include <sys/eventfd.h>
@@ -23,6 +24,10 @@ std::atomic<std::size_t> failing_allocation{std::numeric_limits<std::size_t>::ma
 std::atomic<int> failing_wakeups{0};
 
 namespace {
+
+/// Down to the one that fails; 0 when none does.
+std::atomic<long> allocations_left{0};
+thread_local bool counts_allocations = false;
 
 /// In network order; 0 while there is no silent name server.
 std::atomic<std::uint16_t> silent_port{0};
@@ -52,6 +57,13 @@ void askSilentServer() {
 }
 
 }  // namespace
+
+void failAllocation(long nth) {
+    allocations_left = nth;
+    counts_allocations = nth != 0;
+}
+
+bool allocationFailed() { return allocations_left.exchange(0) == 0; }
 
 SilentNameServer::SilentNameServer() : socket_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address = loopback(0);
@@ -95,6 +107,43 @@ extern "C" int eventfd_write(int descriptor, eventfd_t value) {
     }
     return next(descriptor, value);
 }
+
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+namespace reliability {
+namespace {
+
+bool allocationFails() {
+    if (!counts_allocations || allocations_left == 0 || --allocations_left != 0) return false;
+    counts_allocations = false;
+    std::array<void*, 30> callers{};
+    const int depth = backtrace(callers.data(), static_cast<int>(callers.size()));
+    backtrace_symbols_fd(callers.data(), depth, STDERR_FILENO);
+    errno = ENOMEM;
+    return true;
+}
+
+}  // namespace
+}  // namespace reliability
+
+// The C library's own, by their other names.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+
+void* malloc(std::size_t size) noexcept {
+    return reliability::allocationFails() ? nullptr : __libc_malloc(size);
+}
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+void* calloc(std::size_t count, std::size_t size) noexcept {
+    return reliability::allocationFails() ? nullptr : __libc_calloc(count, size);
+}
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+void* realloc(void* memory, std::size_t size) noexcept {
+    return reliability::allocationFails() ? nullptr : __libc_realloc(memory, size);
+}
+}
+#endif
 
 void* operator new(std::size_t size) {
     if (size >= reliability::failing_allocation) throw std::bad_alloc();

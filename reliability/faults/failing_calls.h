@@ -9,6 +9,14 @@ namespace reliability {
 /// Allocations of as many bytes and more throw `std::bad_alloc`.
 extern std::atomic<std::size_t> failing_allocation;
 
+/// The `nth` allocation that the calling thread makes from now on fails, libraries' own included;
+/// it tells standard error who asked for it. For one thread at a time; not where a sanitizer
+/// allocates.
+void failAllocation(long nth);
+
+/// Whether it did; calls it off if not.
+bool allocationFailed();
+
 /// How many of the next wake-ups (`eventfd_write`) fail.
 extern std::atomic<int> failing_wakeups;
 

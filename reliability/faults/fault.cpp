@@ -1,9 +1,11 @@
 #include "fault.h"
 
 #include <fmt/format.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <thread>
 
@@ -56,6 +58,26 @@ void waitUntil(const std::function<bool()>& reached) {
         if (Clock::now() > deadline) throw std::runtime_error("waited in vain");
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+}
+
+ChildsEnd inChild(const std::function<void()>& work) {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDERR_FILENO);
+        work();
+        _exit(0);
+    }
+    close(ends[1]);
+    ChildsEnd end{};
+    std::array<char, 4096> block{};
+    for (ssize_t got = 0; (got = read(ends[0], block.data(), block.size())) > 0;) {
+        end.words.append(block.data(), static_cast<std::size_t>(got));
+    }
+    close(ends[0]);
+    waitpid(child, &end.status, 0);
+    return end;
 }
 
 double destroy(std::unique_ptr<test::Exchange>& host) {

@@ -38,6 +38,14 @@ std::string tally(const std::vector<std::shared_ptr<test::ProbeRequest>>& reques
 /// Waits up to `test::patience` for `reached` without running the loop; throws after that.
 void waitUntil(const std::function<bool()>& reached);
 
+/// How a process ended: what `waitpid` and standard error told.
+struct ChildsEnd {
+    int status;
+    std::string words;
+};
+/// Runs `work` in a child process, which ends behind it with status 0.
+ChildsEnd inChild(const std::function<void()>& work);
+
 /// Destroys the host with its engine; returns the milliseconds it took and keeps the longest.
 double destroy(std::unique_ptr<test::Exchange>& host);
 /// What `destroy` found so far.
@@ -58,6 +66,7 @@ constexpr double destruction_bound_ms = 1000.0;
 Faults serverFaults(const std::string& origin);
 Faults networkFaults(const std::string& origin);
 Faults hostFaults(const std::string& origin);
+Faults memoryFaults();
 Faults processFaults(const std::string& origin);
 Faults destructionsAtEveryPoint(const std::string& origin);
 Faults hostileInput(const std::string& origin);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <future>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -153,25 +154,9 @@ private:
 
 /// What a child process says on standard error before it ends by a signal.
 std::string lastWords(const std::function<void()>& work) {
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0) return "no pipe";
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDERR_FILENO);
-        work();
-        _exit(0);
-    }
-    close(ends[1]);
-    std::string words;
-    std::array<char, 4096> block{};
-    for (ssize_t got = 0; (got = read(ends[0], block.data(), block.size())) > 0;) {
-        words.append(block.data(), static_cast<std::size_t>(got));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    const std::string first = words.substr(0, words.find('\n'));
-    return (WIFSIGNALED(status) ? "the process ends: " : "the process goes on: ") + first;
+    const ChildsEnd end = inChild(work);
+    const std::string first = end.words.substr(0, end.words.find('\n'));
+    return (WIFSIGNALED(end.status) ? "the process ends: " : "the process goes on: ") + first;
 }
 
 std::string thrownFrom(const std::string& origin, const std::string& operation,
@@ -199,10 +184,17 @@ std::string cancelledWithoutMemory(const std::string& origin) {
     const auto count = [&](const auto&) { ++outcomes; };
     auto handle = host.client->start_request(
         test::requestOf("--timeout 0.3 " + origin + "/silence"), {}, count, count);
-    host.settle();
+    std::promise<void> held;  // the engine thread, whose memory is not the question
+    std::promise<void> release;
+    host.engine.queueRequest([&] {
+        held.set_value();
+        release.get_future().wait();
+    });
+    held.get_future().wait();
     failing_allocation = 0;
     handle.cancel();
     failing_allocation = std::numeric_limits<std::size_t>::max();
+    release.set_value();
     waitUntil([&] { return !host.logger.lines("runCallbackHandlerInFsmContext").empty(); });
     host.settle();
     host.loop.poll();

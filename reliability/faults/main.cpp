@@ -47,6 +47,7 @@ int runAll(const std::string& origin, const std::string& word, bool with) {
         {"the server", serverFaults(origin)},
         {"the way to it", networkFaults(origin)},
         {"the host", hostFaults(origin)},
+        {"the memory", memoryFaults()},
         {"the process", processFaults(origin)},
         {"hostile input", hostileInput(origin)},
         {"the end of the engine", destructionsAtEveryPoint(origin)},

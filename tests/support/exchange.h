@@ -65,7 +65,8 @@ public:
     using Runner = std::function<void(const std::function<void()>&)>;
 
     Exchange() : Exchange([](const auto& closure) { closure(); }) {}
-    explicit Exchange(const Runner& runner) : engine(runner, &logger) {}
+    /// Debug lines above `log_level` are off.
+    explicit Exchange(const Runner& runner, int log_level = 8) : logger(log_level), engine(runner, &logger) {}
 
     /// The outcome of one request.
     std::string perform(const zel::http::RequestConfig& config) {

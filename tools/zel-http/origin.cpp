@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 #include <random>
+#include <sstream>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -62,7 +63,8 @@ Response redirect(const Target& target) {
     const auto status = target.query.find("status=");
     response.result(
         status == std::string_view::npos ? 302 : number(target.query.substr(status + 7), 302));
-    std::string location = left > 1 ? "/redirect/" + std::to_string(left - 1) : "/echo";
+    std::string location = target.argument == "mirror" ? "/mirror" : "/echo";
+    if (left > 1) location = "/redirect/" + std::to_string(left - 1);
     if (!target.query.empty()) location.append("?").append(target.query);
     response.set(http::field::location, location);
     response.set("X-Hop", std::to_string(left));
@@ -95,6 +97,10 @@ Response answer(const Request& request, const Target& target) {
         response.set("X-Hop", "end");
         response.body() = request.body();
         response.set(http::field::content_type, request[http::field::content_type]);
+    } else if (target.route == "/mirror") {
+        std::ostringstream text;
+        text << request;
+        response.body() = text.str();
     } else if (target.route == "/status") {
         response.result(number(target.argument, 200));
         response.set(http::field::content_type, "text/html");

@@ -17,9 +17,11 @@ namespace tool {
 ///
 ///     /hello            200 "hello\n"
 ///     /echo             200 with the request's body, its Content-Type, and its method in X-Method
+///     /mirror           200 with the whole request as it came
 ///     /status/N         status N
 ///     /bytes/N          200 with `bodyOf(N)`; ?chunked and ?close leave out the length
 ///     /redirect/N       N redirects with status 302, or as ?status says, then /echo
+///     /redirect/mirror  a redirect to /mirror
 ///     /loop             a redirect to itself
 ///     /private          200 for the user "device" with the password "secret:word", else 401
 ///     /silence          no answer until the client is gone

@@ -3,9 +3,12 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Engine/active_task.h"
 #include "Engine/completion_rules.h"
+#include "Engine/tls_isolation.h"
+#include "Engine/tls_truncation.h"
 #include "Engine/wire_text.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
@@ -58,12 +61,28 @@ void Engine::processCompletedTasks() {
     }
 }
 
+/// Where OpenSSL lacks memory after a read that found nothing, libcurl (7.88) tries again for ever,
+/// and the passes follow each other without a wait.
+void Engine::endBrokenTransfers() {
+    constexpr unsigned long passes_between_looks = 256;
+    if (pass % passes_between_looks != 0) return;
+    std::vector<std::shared_ptr<ActiveTask>> broken;
+    for (const auto& [handle, task] : tasks) {
+        if (hasBrokenTls(handle)) broken.push_back(task);
+    }
+    for (const auto& task : broken) {
+        if (findTask(task->curl) == task) finishTask(task, CURLE_OUT_OF_MEMORY);
+    }
+}
+
 /// The one way to an outcome: of transfers that libcurl has finished, and of those that failed
 /// before they could start.
 void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
     unregisterTask(*task);
     if (const auto request = task->request) {
         edgeCookieCheck(*task);
+        const CURLcode result = resultOf(*task, reported);
+        if (task->ownTlsConfig) tlsIsolation->learn(request->config, result);
         long httpCode = -1;
         const CURLcode ret = curl_easy_getinfo(task->curl, CURLINFO_RESPONSE_CODE, &httpCode);
         ORU_ASSERT(ret == CURLE_OK);
@@ -73,7 +92,7 @@ void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
             retry(request);
         } else {
             task->counted.reset();
-            handOver(*task, resultOf(*task, reported), httpCode);
+            handOver(*task, result, httpCode);
         }
     }
     doCurlCleanup(task);

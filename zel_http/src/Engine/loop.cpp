@@ -67,6 +67,7 @@ void Engine::runTasks() {
     doCurlProcessing();
     applyPendingPauses();
     processCompletedTasks();
+    endBrokenTransfers();
 }
 
 /// The queue of the pass is local: a closure may run a pass of its own.

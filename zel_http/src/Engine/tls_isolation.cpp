@@ -37,9 +37,17 @@ bool keyFitsCertificate(const std::string& certificate, const std::string& key) 
     return fits;
 }
 
+/// Before 8.12 libcurl keeps sessions for the redirects of one transfer alone, and frees a name
+/// twice when memory runs out meanwhile.
+bool keepsSessionsWell() {
+    constexpr unsigned since = 0x080c00;
+    return curl_version_info(CURLVERSION_NOW)->version_num >= since;
+}
+
 }  // namespace
 
 void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
+    if (!keepsSessionsWell()) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     if (!isHttps(config.url)) return;
     // OpenSSL asks for a pass phrase on the terminal otherwise, and every transfer waits.
     setText<CURLOPT_KEYPASSWD>(curl, "");
@@ -81,27 +89,36 @@ void TlsIsolation::refreshAuthorities(CURL* curl, const RequestConfig& config) {
     if (authoritiesDirectory(config)) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     const auto file = authoritiesFile(config);
     if (!file) return;
-    const auto changed = lastChange(*file);
-    if (!changed) return;
+    const Authorities& now = known(*file);
+    if (now.changed) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
+    const auto since = std::max(now.changed, now.doubted);
+    if (!since) return;
     constexpr std::chrono::seconds day{86400};
-    const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *changed);
+    const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *since);
     setLong<CURLOPT_CA_CACHE_TIMEOUT>(curl, static_cast<long>(std::min(age, day).count()));
-    setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
 }
 
-std::optional<TlsIsolation::Clock::time_point> TlsIsolation::lastChange(const std::string& path) {
+const TlsIsolation::Authorities& TlsIsolation::known(const std::string& path) {
     const FileIdentity identity = identityOf(path);
-    const auto known = authorities.find(path);
-    if (known == authorities.end()) {
+    const auto found = authorities.find(path);
+    if (found == authorities.end()) {
         if (authorities.size() == most_remembered) {
             authorities.clear();
             forgotten = Clock::now();
         }
-        authorities[path] = {identity, forgotten};
-        return forgotten;
+        return authorities[path] = {identity, forgotten, {}};
     }
-    if (known->second.identity != identity) known->second = {identity, Clock::now()};
-    return known->second.changed;
+    if (found->second.identity != identity) found->second = {identity, Clock::now(), {}};
+    return found->second;
+}
+
+void TlsIsolation::learn(const RequestConfig& config, CURLcode result) {
+    const bool handshake_failed = result == CURLE_SSL_CONNECT_ERROR ||
+                                  result == CURLE_PEER_FAILED_VERIFICATION ||
+                                  result == CURLE_OUT_OF_MEMORY;
+    if (!handshake_failed) return;
+    const auto found = authorities.find(authoritiesFile(config).value_or(""));
+    if (found != authorities.end()) found->second.doubted = Clock::now();
 }
 
 bool TlsIsolation::keyFits(const std::string& certificate, const std::string& key) {

@@ -21,8 +21,12 @@ namespace zel::http {
 /// private key or what the files contain. Engine thread.
 class TlsIsolation {
 public:
-    /// Comes after `Engine::addTlsConfig`, for an https URL; does nothing for others.
+    /// Comes after `Engine::addTlsConfig`, for an https URL; for others only sessions
+    /// of a redirect's are regarded.
     void apply(CURL* curl, const RequestConfig& config);
+
+    /// Gets what became of such a transfer: after a failed handshake the authorities are read anew.
+    void learn(const RequestConfig& config, CURLcode result);
 
 private:
     /// What tells a file from the one that had its path before: device, inode, size and times; all
@@ -32,6 +36,8 @@ private:
     struct Authorities {
         FileIdentity identity{};
         std::optional<Clock::time_point> changed;
+        /// When a handshake failed that may have filled the store without memory for all of it.
+        std::optional<Clock::time_point> doubted;
     };
     struct KeyCheck {
         FileIdentity certificate{};
@@ -40,7 +46,7 @@ private:
     };
 
     static FileIdentity identityOf(const std::string& path);
-    std::optional<Clock::time_point> lastChange(const std::string& path);
+    const Authorities& known(const std::string& path);
     void refreshAuthorities(CURL* curl, const RequestConfig& config);
     bool keyFits(const std::string& certificate, const std::string& key);
 

@@ -3,6 +3,7 @@
 #include <openssl/ssl.h>
 
 #include <boost/algorithm/string/predicate.hpp>
+#include <cstring>
 
 #include "Engine/tls_policy.h"
 #include "Records/header_line.h"
@@ -38,15 +39,19 @@ bool endsWithConnection(CURL* curl) {
     return length < 0 && status >= 200 && status != 204 && status != 304;
 }
 
+/// The origin's, or that of a proxy; null without TLS.
+SSL* anyConnectionOf(CURL* curl) {
+    curl_tlssessioninfo* session = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
+    const bool open_ssl = session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL;
+    return open_ssl ? static_cast<SSL*>(session->internals) : nullptr;
+}
+
 /// Null for a transfer without TLS, or with that of a proxy alone.
 SSL* connectionOf(CURL* curl) {
     const char* scheme = nullptr;
-    curl_tlssessioninfo* session = nullptr;
     curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
-    curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
-    const bool open_ssl = session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL;
-    const bool https = scheme != nullptr && isHttps(scheme);
-    return open_ssl && https ? static_cast<SSL*>(session->internals) : nullptr;
+    return scheme != nullptr && isHttps(scheme) ? anyConnectionOf(curl) : nullptr;
 }
 
 /// As agreed in the handshake; a status line may say anything.
@@ -58,6 +63,11 @@ bool speaksHttp2(const SSL* connection) {
 }
 
 }  // namespace
+
+bool hasBrokenTls(CURL* curl) {
+    const SSL* connection = anyConnectionOf(curl);
+    return connection != nullptr && std::strcmp(SSL_state_string(connection), "SSLERR") == 0;
+}
 
 void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line) {
     if (isStatusLine(line)) {

@@ -11,4 +11,7 @@ namespace zel::http {
 /// the task whether it must come, and when it does. Engine thread.
 void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line);
 
+/// Whether OpenSSL has given up the transfer's connection. Engine thread.
+bool hasBrokenTls(CURL* curl);
+
 }  // namespace zel::http
