@@ -1,8 +1,13 @@
 // The engine from a host's side: its queue, its life, its wait, and the control of transfers.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <fstream>
 #include <future>
 #include <thread>
@@ -70,13 +75,15 @@ TEST(Queue, ClosuresRunPassesOfTheirOwn) {
                                            [&] { host.engine.runTasks(); }, [&] { host.engine.doCurlProcessing(); }};
     std::atomic<int> ran{0};
     for (const auto& step : steps) {
+        std::promise<void> queued, last;
         host.engine.queueRequest([&] {
+            queued.get_future().wait();
             host.engine.queueRequest([&] { ++ran; });
             step();
         });
         host.engine.queueRequest([&] { ++ran; });
-        std::promise<void> last;
         host.engine.queueRequest([&] { last.set_value(); });
+        queued.set_value();
         ASSERT_EQ(last.get_future().wait_for(patience / 3), std::future_status::ready);
     }
     host.settle();
@@ -124,6 +131,29 @@ TEST(Lifecycle, WithoutAnEngineARequestDoesNothing) {
     EXPECT_THROW(unowned.runRequest(), std::bad_weak_ptr);
     EXPECT_THROW(unowned.tryToCancelRequest(), std::bad_weak_ptr);
     EXPECT_EQ(request->outcomes, 0);
+}
+
+/// A program that the host executes gets neither a connection nor what wakes the engine.
+TEST(Lifecycle, DescriptorsAreNotInherited) {
+    Exchange host;
+    const tool::Origin origin;
+    const std::string url = origin.url("/hello");
+    EXPECT_EQ(host.perform(url), "200 hello");
+    int connections = 0;
+    for (int descriptor = 3; descriptor < 256; ++descriptor) {
+        sockaddr_in peer{};
+        socklen_t length = sizeof peer;
+        std::array<char, 50> target{};
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+        const bool opened = readlink(link.c_str(), target.data(), target.size() - 1) > 0;
+        const bool connection = getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
+                                url.find(":" + std::to_string(ntohs(peer.sin_port)) + "/") != std::string::npos;
+        if (connection) ++connections;
+        if (connection || (opened && std::string(target.data()) == "anon_inode:[eventfd]")) {
+            EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << target.data();
+        }
+    }
+    EXPECT_GE(connections, 1);
 }
 
 TEST(Lifecycle, AFinishedRequestLeavesAnEngineThatGoesAlone) {
@@ -249,8 +279,10 @@ TEST(Control, HeaderLinesComeOneByOneAfterAPause) {
     request->runRequest();
     asked.get_future().wait();
     Gate gate(host.engine);
-    answer.set_value();
-    answered.get_future().wait();
+    host.engine.queueRequest([&] {  // all in one batch
+        answer.set_value();
+        answered.get_future().wait();
+    });
     request->pauseRequest();
     request->resumeRequest();
     request->pauseRequest();

@@ -66,7 +66,7 @@ TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_THROW(host.perform(origin.url("/silence")), std::runtime_error);
     throws = false;
     host.settle();
-    host.loop.poll();  // it may have been answered before its end
+    host.loop.poll();                       // it may have been answered before its end
     EXPECT_EQ(host.client.use_count(), 1);  // nothing of it is left
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
 }

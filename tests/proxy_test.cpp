@@ -22,7 +22,7 @@ TEST(Proxy, StoredSettingItsCredentialsAndTheBypass) {
         EXPECT_EQ(exchange.perform(far), "200 HTTP/2.0 TLSv1.3");
         EXPECT_EQ(exchange.perform(at("https://{good12}/" + tls)), "200 TLSv1.2");
         // Not on the tunnel that stands, whose status would say nothing and cause a retry.
-        const auto once = probe("-d body " + far);
+        const auto once = probe(far);
         once->fallbackProxies = {"http://127.0.0.1:1"};
         EXPECT_EQ(once->runToOutcome(), "200 end");
         EXPECT_TRUE(exchange.logger.lines("Retry with another proxy").empty());
