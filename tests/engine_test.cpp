@@ -75,12 +75,14 @@ TEST(Queue, ClosuresRunPassesOfTheirOwn) {
                                            [&] { host.engine.runTasks(); }, [&] { host.engine.doCurlProcessing(); }};
     std::atomic<int> ran{0};
     for (const auto& step : steps) {
-        std::promise<void> queued, last;
+        std::promise<void> entered, queued, last;
         host.engine.queueRequest([&] {
+            entered.set_value();
             queued.get_future().wait();
             host.engine.queueRequest([&] { ++ran; });
             step();
         });
+        entered.get_future().wait();
         host.engine.queueRequest([&] { ++ran; });
         host.engine.queueRequest([&] { last.set_value(); });
         queued.set_value();

@@ -10,6 +10,8 @@ class Descriptor {
 public:
     Descriptor() = default;
     explicit Descriptor(int value) : value_(value) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
     Descriptor(Descriptor&& other) noexcept : value_(other.release()) {}
     Descriptor& operator=(Descriptor&& other) noexcept;
     ~Descriptor();

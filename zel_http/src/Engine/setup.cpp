@@ -30,13 +30,9 @@ constexpr char no_expect[] = "Expect:";
 /// address space, of which 32-bit targets have none to spare.
 constexpr long receive_buffer = (sizeof(void*) > 4 ? 512 : 64) * 1024L;
 
-/// libcurl looks for an answer between two buffers of an upload. A server that has answered and
-/// closed resets what is sent to it, and the answer is lost: small steps, unless they cost too
-/// much.
-long uploadBuffer(const RequestConfig& config) {
-    constexpr std::size_t large = std::size_t{1024} * 1024;
-    return (config.body.size() < large ? 16 : 64) * 1024L;
-}
+/// libcurl looks for an answer between two buffers of an upload. What is sent to a server that has
+/// answered and closed loses the answer, so the steps are small.
+constexpr long upload_buffer = 32 * 1024L;
 
 bool hasUpload(const RequestConfig& config) {
     const bool takes_body = config.method == Method::POST || config.method == Method::PUT ||
@@ -129,7 +125,7 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     // (7.87 on), and the engine thread has all signals blocked.
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
     setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
-    setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, uploadBuffer(config));
+    setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
     if (hasUpload(config) && losesEarlyAnswers()) {
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
     }
