@@ -196,12 +196,19 @@ private:
                               if (self->response_.keep_alive()) {
                                   self->read();
                               } else {
-                                  beast::error_code ignored;
-                                  beast::get_lowest_layer(self->stream_)
-                                      .socket()
-                                      .shutdown(tcp::socket::shutdown_send, ignored);
+                                  self->end();
                               }
                           });
+    }
+
+    /// In order: over TLS the close_notify tells a body without length from one that was cut.
+    void end() {
+        if constexpr (std::is_same_v<Stream, TlsStream>) {
+            stream_.async_shutdown([self = this->shared_from_this()](beast::error_code) {});
+        } else {
+            beast::error_code ignored;
+            stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
+        }
     }
 
     void waitForClose() {
