@@ -33,6 +33,7 @@ inline constexpr Folding classic_upper = classicFolding('a', 'z');
 /// because a map whose names somebody chose to collide compares each with every other.
 class Fold {
 public:
+    /// To upper case, or to lower.
     explicit Fold(bool upper) {
         const std::locale locale;
         if (locale == std::locale::classic()) {  // nearly always; its facet would cost more
@@ -51,6 +52,7 @@ public:
     Fold& operator=(const Fold&) = delete;
     ~Fold() = default;
 
+    /// The byte in that case.
     char operator()(char c) const { return (*folding_)[static_cast<unsigned char>(c)]; }
 
 private:
