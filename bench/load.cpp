@@ -12,7 +12,7 @@
 #include <fstream>
 #include <utility>
 
-#include "process.h"
+#include "process_usage.h"
 
 namespace bench {
 namespace {
@@ -40,7 +40,7 @@ long sleeps() {
 
 }  // namespace
 
-Load::Instant Load::Instant::now() { return {nanoseconds(), reliability::cpuSeconds()}; }
+Load::Instant Load::Instant::now() { return {nanoseconds(), cpuSeconds()}; }
 
 Load::Load(std::string peer, int argc, char** argv) : peer_(std::move(peer)) {
     CLI::App app("One peer of the benchmarks: does some work and reports what it cost.");
@@ -88,7 +88,7 @@ void Load::startNext() {
 
 void Load::startWaiting() {
     if (work_.waiting == 0) return;
-    before_waiting_kib_ = reliability::memoryKib("RssAnon");
+    before_waiting_kib_ = memoryKib("RssAnon");
     for (std::size_t i = 0; i < work_.waiting; ++i) start_(total_ + i, work_.waiting_url);
 }
 
@@ -97,14 +97,14 @@ void Load::finished(std::size_t id, bool ok) {
     const std::int64_t now = nanoseconds();
     if (completed_++ == 0) {
         first_answer_ = now;
-        first_answer_kib_ = reliability::memoryKib("VmRSS");
+        first_answer_kib_ = memoryKib("VmRSS");
     }
     if (!ok) ++failed_;
     const std::size_t unmeasured = work_.warm_up + settle_;
     if (id >= unmeasured) latencies_.push_back(now - starts_[id]);
     if (completed_ == work_.warm_up) startWaiting();
     if (completed_ == unmeasured) {
-        if (work_.waiting != 0) waiting_kib_ = reliability::memoryKib("RssAnon");
+        if (work_.waiting != 0) waiting_kib_ = memoryKib("RssAnon");
         first_ = Instant::now();
     }
     if (over()) {
@@ -134,12 +134,11 @@ double Load::percentile(double share) {
 int Load::report() {
     if (work_.idle_seconds != 0) {
         sleep(1);  // until the engine rests
-        const double cpu = reliability::cpuSeconds();
+        const double cpu = cpuSeconds();
         const long before = sleeps();
         sleep(work_.idle_seconds);
-        extra_ +=
-            fmt::format(R"(, "idle_s": {}, "idle_cpu_s": {:.6f}, "idle_wakeups": {})",
-                        work_.idle_seconds, reliability::cpuSeconds() - cpu, sleeps() - before);
+        extra_ += fmt::format(R"(, "idle_s": {}, "idle_cpu_s": {:.6f}, "idle_wakeups": {})",
+                              work_.idle_seconds, cpuSeconds() - cpu, sleeps() - before);
     }
     if (work_.waiting != 0) {
         extra_ += fmt::format(R"(, "waiting": {}, "waiting_kib": {})", work_.waiting,
@@ -156,7 +155,7 @@ int Load::report() {
         "\n",
         peer_, work_.requests, failed_, last_.cpu - first_.cpu,
         static_cast<double>(last_.wall - first_.wall) / 1e9, percentile(0.50), percentile(0.99),
-        reliability::memoryKib("VmHWM"), extra_);
+        memoryKib("VmHWM"), extra_);
     static_cast<void>(std::fflush(stdout));
     return failed_ == 0 ? 0 : 1;
 }

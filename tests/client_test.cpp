@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <thread>
 
-#include "scripted_server.h"
+#include "loopback/scripted_server.h"
 #include "support/exchange.h"
 
 namespace test {
 namespace {
 
-using namespace tool;  // the servers
+using namespace loopback;  // the servers
 
 using zel::http::Client;
 using zel::http::ErrorData;
@@ -22,7 +22,8 @@ using Lines = std::vector<std::string>;
 class ClientTest : public testing::Test, public Exchange {
 protected:
     /// Adds "1: 200 hello" to `outcomes` when it comes.
-    Client::RequestId start(const std::string& target, const std::function<void(Client::RequestId)>& then = {}) {
+    Client::RequestId start(const std::string& target,
+                            const std::function<void(Client::RequestId)>& then = {}) {
         const auto keep = [this, then](Client::RequestId id, const auto& data) {
             EXPECT_EQ(oru::this_thread::get_id(), owner);
             outcomes.push_back(std::to_string(id) + ": " + textOf(data));
@@ -40,7 +41,9 @@ protected:
             },
             [this](const ErrorData& data) { outcomes.push_back(textOf(data)); });
     }
-    std::string urlOf(const std::string& target) { return target[0] == '/' ? origin.url(target) : target; }
+    std::string urlOf(const std::string& target) {
+        return target[0] == '/' ? origin.url(target) : target;
+    }
     /// What came by the time a later request has its outcome, at least `count`.
     Lines outcomesAfter(std::size_t count) {
         runUntil([&] { return outcomes.size() >= count; });
@@ -57,7 +60,7 @@ protected:
     }
 
     const unsigned long owner = oru::this_thread::get_id();
-    tool::Origin origin;
+    loopback::Origin origin;
     Lines outcomes;
 };
 
@@ -68,7 +71,8 @@ TEST_F(ClientTest, IdentifiersAndTwoClients) {
     outcomesAfter(2);
     const auto first = std::exchange(client, zel::http::createClient(executor, logger));
     EXPECT_EQ(start("/status/404"), 1U);
-    EXPECT_EQ(outcomesAfter(3), (Lines{"1: 200 hello", "2: <Invalid URL> Unsupported protocol", "1: 404 status 404"}));
+    EXPECT_EQ(outcomesAfter(3), (Lines{"1: 200 hello", "2: <Invalid URL> Unsupported protocol",
+                                       "1: 404 status 404"}));
     EXPECT_EQ(first->allocate_request_id(), 3U);
     for (int i = 0; i < 300; ++i) start(i % 3 == 0 ? "/status/500" : "/bytes/50000?chunked");
     EXPECT_EQ(outcomesAfter(303).size(), 303U);
@@ -93,7 +97,8 @@ TEST_F(ClientTest, CancelBeforeDuringAndAfterTheTransfer) {
     start("/hello");
     EXPECT_EQ(outcomesAfter(1), (Lines{"4: 200 hello"}));
     EXPECT_EQ(logger.lines("Cancelling"),
-              (Lines{"info: HTTP(1) Cancelling", "info: HTTP(2) Cancelling", "info: HTTP(3) Cancelling"}));
+              (Lines{"info: HTTP(1) Cancelling", "info: HTTP(2) Cancelling",
+                     "info: HTTP(3) Cancelling"}));
     EXPECT_TRUE(logger.lines("HTTP(3) <=").empty());
     EXPECT_EQ(client.use_count(), 1);  // nothing holds the client any more
 }
@@ -170,10 +175,13 @@ TEST_F(ClientTest, AForeignThreadIsReportedAndServed) {
 
 TEST_F(ClientTest, EmptyCallbacksStopTheProcess) {
     const auto callback = [](auto&&...) {};
-    EXPECT_DEATH(client->start_request({}, {}, nullptr, Client::ErrorCallback(callback)), "Client.*response_cb");
-    EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(callback), nullptr), "Client.*error_cb");
+    EXPECT_DEATH(client->start_request({}, {}, nullptr, Client::ErrorCallback(callback)),
+                 "Client.*response_cb");
+    EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(callback), nullptr),
+                 "Client.*error_cb");
     const std::function<void(const ErrorData&)> empty;
-    EXPECT_DEATH(static_cast<void>(client->start_request({}, {}, callback, empty)), "Client.*error_cb");
+    EXPECT_DEATH(static_cast<void>(client->start_request({}, {}, callback, empty)),
+                 "Client.*error_cb");
 }
 
 }  // namespace

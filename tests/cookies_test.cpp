@@ -8,7 +8,7 @@
 namespace test {
 namespace {
 
-using tool::RecordingLogger;
+using loopback::RecordingLogger;
 using zel::http::Engine;
 
 /// Gives every handle these cookies before the steps that look at them.
@@ -19,10 +19,11 @@ public:
     CookieEngine& operator=(const CookieEngine&) = delete;
     ~CookieEngine() override { stop(); }
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
-        for (const char* cookie :
-             {"#HttpOnly_a.invalid\tFALSE\t/\tFALSE\t0\thidden\tv", "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
-              ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower", "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
-              "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
+        for (const char* cookie : {"#HttpOnly_a.invalid\tFALSE\t/\tFALSE\t0\thidden\tv",
+                                   "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
+                                   ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
+                                   "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
+                                   "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t"}) {
             curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie);
         }
         before = getCurrentXAuthCookieDomainFromRequest(curl, "http://b.a.invalid/");
@@ -52,12 +53,13 @@ TEST(Cookies, TheHostsOwnAreFoundAndDeletedAndNoOthers) {
     EXPECT_EQ(engine.before, "A.invalid");
     EXPECT_EQ(engine.after, "");
     EXPECT_EQ(engine.elsewhere, "other.invalid");
-    EXPECT_GE(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 3U);  // libcurl 8.14 takes one less
+    EXPECT_GE(logger.lines("deleteCookiesFromRequest: deleting cookie").size(),
+              3U);  // libcurl 8.14 takes one less
     EXPECT_EQ(engine.kept, "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother|");
 }
 
 TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {
-    const tool::Origin origin;
+    const loopback::Origin origin;
     struct Row {
         bool required, check;
         const char* domain;
@@ -68,11 +70,14 @@ TEST(Cookies, XAuthFindingsAreLoggedAndFailNothing) {
     const std::string missing =
         "critical: Request '" + url + "' is missing required X-Auth cookie on outgoing request|";
     const std::string set = "error: Set-Cookie for request: '" + url + "'|";
-    const std::string unexpected = set + "error: Domain in X-Auth 'c.d' does not match expected 'a.b'|";
-    const std::string different = set + "error: Domain in X-Auth 'c.d' is different from previous ''|";
-    for (const Row& row : {Row{true, false, "c.d", "a.b", missing}, Row{false, true, "c.d", "a.b", unexpected},
-                           Row{false, true, "c.d", "x.c.d", ""}, Row{false, true, "", "a.b", ""},
-                           Row{true, true, "c.d", "c.d", missing + different}}) {
+    const std::string unexpected =
+        set + "error: Domain in X-Auth 'c.d' does not match expected 'a.b'|";
+    const std::string different =
+        set + "error: Domain in X-Auth 'c.d' is different from previous ''|";
+    for (const Row& row :
+         {Row{true, false, "c.d", "a.b", missing}, Row{false, true, "c.d", "a.b", unexpected},
+          Row{false, true, "c.d", "x.c.d", ""}, Row{false, true, "", "a.b", ""},
+          Row{true, true, "c.d", "c.d", missing + different}}) {
         Exchange host;
         const auto request = std::make_shared<XAuthRequest>(url);
         request->domain = row.domain;
@@ -105,9 +110,11 @@ TEST(Cookies, LinesAndHosts) {
         const char* domain;
         bool matches;
     };
-    for (const Host& row : {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true}, Host{"b.c", "B.C", true},
-                            Host{"b.c", ".b.c", false}, Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
-        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches) << row.host << row.domain;
+    for (const Host& row :
+         {Host{"a.b.c", "b.c", true}, Host{"a.b.c", ".b.c", true}, Host{"b.c", "B.C", true},
+          Host{"b.c", ".b.c", false}, Host{"b.c", "a.b.c", false}, Host{"a.b.cc", "b.c", false}}) {
+        EXPECT_EQ(zel::http::hostMatches(row.host, row.domain), row.matches)
+            << row.host << row.domain;
     }
 }
 

@@ -12,13 +12,13 @@
 #include <future>
 #include <thread>
 
-#include "scripted_server.h"
+#include "loopback/scripted_server.h"
 #include "support/probe_request.h"
 
 namespace test {
 namespace {
 
-using namespace tool;  // the servers
+using namespace loopback;  // the servers
 
 using zel::http::Engine;
 
@@ -48,7 +48,9 @@ TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
     Exchange host;
     EXPECT_EQ(Engine::getEngine(), &host.engine);
     Gate gate(host.engine);
-    const auto mark = [&](const std::string& name) { return [&, name] { host.logger.add("mark " + name); }; };
+    const auto mark = [&](const std::string& name) {
+        return [&, name] { host.logger.add("mark " + name); };
+    };
     std::thread([&] { host.engine.queueRequest(mark("a")); }).join();
     host.engine.queueRequest([&] {
         host.logger.add("mark b");
@@ -72,7 +74,8 @@ TEST(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
 TEST(Queue, ClosuresRunPassesOfTheirOwn) {
     Exchange host;
     const std::function<void()> steps[] = {[&] { host.engine.processPendingRequests(); },
-                                           [&] { host.engine.runTasks(); }, [&] { host.engine.doCurlProcessing(); }};
+                                           [&] { host.engine.runTasks(); },
+                                           [&] { host.engine.doCurlProcessing(); }};
     std::atomic<int> ran{0};
     for (const auto& step : steps) {
         std::promise<void> entered, queued, last;
@@ -138,7 +141,7 @@ TEST(Lifecycle, WithoutAnEngineARequestDoesNothing) {
 /// A program that the host executes gets neither a connection nor what wakes the engine.
 TEST(Lifecycle, DescriptorsAreNotInherited) {
     Exchange host;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const std::string url = origin.url("/hello");
     EXPECT_EQ(host.perform(url), "200 hello");
     int connections = 0;
@@ -148,8 +151,9 @@ TEST(Lifecycle, DescriptorsAreNotInherited) {
         std::array<char, 50> target{};
         const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
         const bool opened = readlink(link.c_str(), target.data(), target.size() - 1) > 0;
-        const bool connection = getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
-                                url.find(":" + std::to_string(ntohs(peer.sin_port)) + "/") != std::string::npos;
+        const bool connection =
+            getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
+            url.find(":" + std::to_string(ntohs(peer.sin_port)) + "/") != std::string::npos;
         if (connection) ++connections;
         if (connection || (opened && std::string(target.data()) == "anon_inode:[eventfd]")) {
             EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << target.data();
@@ -196,7 +200,7 @@ TEST(Control, CancelledRequestsHearNothing) {
     while (connections == 0) std::this_thread::yield();
     running->tryToCancelRequest();
     running->tryToCancelRequest();
-    const tool::Origin origin;
+    const loopback::Origin origin;
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");  // the sentinel
     EXPECT_EQ(at_once->outcomes + running->outcomes, 0);
     EXPECT_EQ(at_once.use_count() + running.use_count(), 2);
@@ -208,7 +212,7 @@ TEST(Control, CancelledRequestsHearNothing) {
 TEST(Control, PauseHoldsAndResumeGoesOn) {
     constexpr std::size_t length = std::size_t{64} * 1024 * 1024;
     Exchange host;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     std::promise<void> sentinel_done;
     std::promise<std::size_t> body_by_then;
     std::atomic<bool> paused{false};
@@ -217,7 +221,8 @@ TEST(Control, PauseHoldsAndResumeGoesOn) {
         const std::string request = readRequest(socket);
         if (request.rfind("PUT", 0) == 0) {
             sentinel_done.get_future().wait();
-            body_by_then.set_value(request.size() - request.find("\r\n\r\n") - 4 + socket.available());
+            body_by_then.set_value(request.size() - request.find("\r\n\r\n") - 4 +
+                                   socket.available());
             std::string body(1000, '\0');
             boost::asio::read(socket, boost::asio::buffer(body));
             write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
@@ -297,7 +302,7 @@ TEST(Control, HeaderLinesComeOneByOneAfterAPause) {
 }
 
 TEST(Control, RunOnOneThreadPausedAndResumedOnAnother) {
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const Exchange host;
     for (int i = 0; i < 200; ++i) {
         const auto request = probe(origin.url("/hello"));
@@ -314,7 +319,7 @@ TEST(Control, RunOnOneThreadPausedAndResumedOnAnother) {
 /// Pause and resume act on the transfer with the lower handle, which is now and then the second:
 /// what they held of the first before that goes on.
 TEST(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
-    const tool::Origin origin;
+    const loopback::Origin origin;
     Exchange host;
     std::vector<std::shared_ptr<ProbeRequest>> ballast;
     for (int i = 0; i < 10; ++i) {
@@ -342,7 +347,7 @@ TEST(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
 TEST(Control, APauseHoldsTheNextBlock) {
     constexpr std::size_t length = std::size_t{16} * 1024 * 1024;
     Exchange host;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const auto request = probe(origin.url("/bytes/" + std::to_string(length)));
     std::promise<std::size_t> first;
     std::atomic<bool> first_seen{false};
@@ -357,7 +362,7 @@ TEST(Control, APauseHoldsTheNextBlock) {
     EXPECT_EQ(request->received, held);
     request->resumeRequest();
     EXPECT_EQ(request->outcome(), "200 end");
-    EXPECT_EQ(request->body, tool::bodyOf(length));
+    EXPECT_EQ(request->body, loopback::bodyOf(length));
 }
 
 }  // namespace

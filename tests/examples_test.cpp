@@ -7,22 +7,25 @@
 
 #include <string>
 
+#include "loopback/tls_servers.h"
 #include "support/exchange.h"
 #include "support/program.h"
-#include "tls_stage.h"
 
 namespace test {
 namespace {
 
 /// NAME and its arguments.
-std::string example(const std::string& command_line) { return ZEL_HTTP_EXAMPLES "/" + command_line; }
+std::string example(const std::string& command_line) {
+    return ZEL_HTTP_EXAMPLES "/" + command_line;
+}
 
 TEST(Examples, PrintWhatTheyPromise) {
-    const tool::Origin origin;
-    const tool::TlsStage tls;
+    const loopback::Origin origin;
+    const loopback::TlsServers tls;
     const std::string hello = " " + origin.url("/hello");
-    const std::string refused = " http://127.0.0.1:" + std::to_string(tool::closedPort()) + "/";
-    const std::string root = " " + tls.mutual().url("/hello") + " " + tls.certificates().file("root.pem");
+    const std::string refused = " http://127.0.0.1:" + std::to_string(loopback::closedPort()) + "/";
+    const std::string root =
+        " " + tls.mutual().url("/hello") + " " + tls.certificates().file("root.pem");
     const std::string client =
         " " + tls.certificates().file("client.pem") + " " + tls.certificates().file("client.key");
     struct Row {
@@ -62,8 +65,8 @@ TEST(Examples, PrintWhatTheyPromise) {
 
 /// A pipe is a disk that takes nothing until somebody reads it.
 TEST(Examples, DownloadPausesWhileTheDiskIsBehindAndThenCompletes) {
-    const std::string body = tool::bodyOf(20'000'000);
-    const tool::Origin origin;
+    const std::string body = loopback::bodyOf(20'000'000);
+    const loopback::Origin origin;
     const std::string file = testing::TempDir() + "zel-http-download-" + std::to_string(getpid());
     ASSERT_EQ(mkfifo((file + ".part").c_str(), 0600), 0);
     const int disk = open((file + ".part").c_str(), O_RDWR | O_CLOEXEC);
@@ -77,7 +80,9 @@ TEST(Examples, DownloadPausesWhileTheDiskIsBehindAndThenCompletes) {
     }
     EXPECT_TRUE(written == body);
     const std::string output = download.finish();
-    EXPECT_NE(output.find("100 %, 20000000 of 20000000 bytes         \ncomplete\nexit 0"), std::string::npos) << output;
+    EXPECT_NE(output.find("100 %, 20000000 of 20000000 bytes         \ncomplete\nexit 0"),
+              std::string::npos)
+        << output;
     EXPECT_EQ(unlink(file.c_str()), 0);  // renamed
     close(disk);
 }

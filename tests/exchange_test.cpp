@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "scripted_server.h"
+#include "loopback/scripted_server.h"
 #include "support/exchange.h"
 
 namespace test {
 namespace {
 
-using namespace tool;  // the servers
+using namespace loopback;  // the servers
 
 using zel::http::RequestConfig;
 
@@ -19,7 +19,7 @@ struct Row {
 
 TEST(Exchange, OverADecentServer) {
     Exchange exchange;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const std::string large(300000, 'p');
     const std::string limit = "<Protocol failure> ";
     const std::string too_long = limit + "Failed writing received data to disk/application";
@@ -37,7 +37,8 @@ TEST(Exchange, OverADecentServer) {
         {"/redirect/6", limit + "Number of redirects hit maximum amount"},
         {"/redirect/2?status=307 -X PUT -d " + large, "200 300000 bytes hop=2"},
         {"/private", "401 who are you? hop=challenge"},
-        {"/private --basic -X PUT -d " + large + user, "200 welcome, PUT of 300000 bytes hop=challenge"},
+        {"/private --basic -X PUT -d " + large + user,
+         "200 welcome, PUT of 300000 bytes hop=challenge"},
         {"/private" + user, "200 welcome, GET of 0 bytes hop=challenge"},
         {"/private -u device:wrong", "401 who are you? hop=challenge"},
         {"/silence --timeout 0.1", "<Operation timed out> Timeout was reached"},
@@ -52,7 +53,8 @@ TEST(Exchange, OverADecentServer) {
         {"/bytes/40000000", "200 40000000 bytes"},
     };
     for (const Row& row : rows) {
-        EXPECT_EQ(exchange.perform(origin.url(row.request)), row.outcome) << row.request.substr(0, 60);
+        EXPECT_EQ(exchange.perform(origin.url(row.request)), row.outcome)
+            << row.request.substr(0, 60);
     }
 }
 
@@ -75,8 +77,10 @@ TEST(Exchange, OverARawServer) {
         {ok + "Content-Length: 4294967295\r\n\r\nhalf",
          "<Protocol failure> Transferred a partial file"},  // must cost no such memory
         {ok + "Content-Length: 4\r\n\r\nmore than that", "200 more"},
-        {ok + "Transfer-Encoding: chunked\r\nTrailer: T\r\n\r\n2\r\nok\r\n0\r\nT: t\r\n\r\n", "200 ok"},
-        {ok + "Transfer-Encoding: chunked\r\n\r\n0\r\nHTTP/1.1: x\r\n\r\n", "200 "},  // no status line
+        {ok + "Transfer-Encoding: chunked\r\nTrailer: T\r\n\r\n2\r\nok\r\n0\r\nT: t\r\n\r\n",
+         "200 ok"},
+        {ok + "Transfer-Encoding: chunked\r\n\r\n0\r\nHTTP/1.1: x\r\n\r\n",
+         "200 "},  // no status line
         {ok + "Content-Length: 0\r\n" + fields(499) + "\r\n", "200 "},
         {ok + "Content-Length: 0\r\n" + fields(500) + "\r\n", too_many},
         {ok + "Transfer-Encoding: chunked\r\n\r\n0\r\n" + fields(500) + "\r\n", too_many},
@@ -100,12 +104,18 @@ TEST(Exchange, WhatARedirectDeclaresReservesNothing) {
     const std::string page(1000000, 'p');
     ScriptedServer server([&](Socket& socket) {
         const bool second = readRequest(socket).find("/end") != std::string::npos;
-        write(socket, second ? "HTTP/1.1 200 OK\r\n\r\n" + std::string(100, 'e')
-                             : "HTTP/1.1 302 Found\r\nLocation: /end\r\nContent-Length: 1000000\r\n\r\n" + page);
+        write(socket,
+              second ? "HTTP/1.1 200 OK\r\n\r\n" + std::string(100, 'e')
+                     : "HTTP/1.1 302 Found\r\nLocation: /end\r\nContent-Length: 1000000\r\n\r\n" +
+                           page);
     });
     std::size_t reserved = 0;
-    const auto failed = [](auto, const zel::http::ErrorData& error) { ADD_FAILURE() << textOf(error); };
-    const auto keep = [&](auto, const zel::http::ResponseData& data) { reserved = data.body.capacity(); };
+    const auto failed = [](auto, const zel::http::ErrorData& error) {
+        ADD_FAILURE() << textOf(error);
+    };
+    const auto keep = [&](auto, const zel::http::ResponseData& data) {
+        reserved = data.body.capacity();
+    };
     exchange.client->start_request(requestOf(server.url()), {}, keep, failed);
     exchange.runUntil([&] { return reserved != 0; });
     EXPECT_LT(reserved, page.size());
@@ -127,10 +137,13 @@ TEST(Exchange, WithoutAServer) {
     };
     for (const Row& row : rows) {
         EXPECT_EQ(exchange.perform(row.request), row.outcome) << row.request;
-        EXPECT_EQ(exchange.logger.lines("error: HTTPClientCurl error (" + row.request + "): ").size(), 1U);
+        EXPECT_EQ(
+            exchange.logger.lines("error: HTTPClientCurl error (" + row.request + "): ").size(),
+            1U);
     }
     exchange.engine.setProxyConfig("http://no-such-proxy.invalid:1", "", "");
-    EXPECT_EQ(exchange.perform("http://device.invalid/"), "<DNS Lookup failure> Couldn't resolve proxy name");
+    EXPECT_EQ(exchange.perform("http://device.invalid/"),
+              "<DNS Lookup failure> Couldn't resolve proxy name");
 }
 
 /// A server that answers before it has read the body leaves a connection that waits for it.
@@ -159,7 +172,9 @@ TEST(Exchange, RequestsOnTheWire) {
         std::string request;
     };
     const std::string zeros("a\0b\0", 4);
-    const auto length = [](int bytes) { return "Content-Length: " + std::to_string(bytes) + "\r\n"; };
+    const auto length = [](int bytes) {
+        return "Content-Length: " + std::to_string(bytes) + "\r\n";
+    };
     const std::vector<Sent> rows = {
         {"-X GET", "unsent", "GET " + defaults + "\r\n"},
         {"-X GET -H X-A:b:c", "", "GET X-A: b:c\r\n" + defaults + "\r\n"},

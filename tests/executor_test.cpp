@@ -30,8 +30,8 @@ namespace {
 /// How deep tasks of these tests post tasks.
 constexpr int deepest = 2;
 
-/// `Loop` is an executor with its loop: `run` returns when all that was posted has run, and what that posted;
-/// `destroy` leaves no way for a task to run.
+/// `Loop` is an executor with its loop: `run` returns when all that was posted has run, and what
+/// that posted; `destroy` leaves no way for a task to run.
 template <typename Loop>
 class Executor : public testing::Test {
 protected:
@@ -93,8 +93,8 @@ TYPED_TEST_P(Executor, AnExceptionEndsTheProcessOrLeavesTheLoop) {
     }
 }
 
-REGISTER_TYPED_TEST_SUITE_P(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost, DestroysWhatNeverRan,
-                            AnExceptionEndsTheProcessOrLeavesTheLoop);
+REGISTER_TYPED_TEST_SUITE_P(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost,
+                            DestroysWhatNeverRan, AnExceptionEndsTheProcessOrLeavesTheLoop);
 // The empty argument below is for clang, which misses one for the macro's dots otherwise.
 
 struct AsioLoop {
@@ -163,7 +163,8 @@ struct QtLoop {
 INSTANTIATE_TYPED_TEST_SUITE_P(QtExecutor, Executor, QtLoop, );
 #endif
 
-/// As an application that tears everything down in its last callback, and one that opens a dialog in a callback.
+/// As an application that tears everything down in its last callback, and one that opens a dialog
+/// in a callback.
 template <typename Loop>
 class LoopExecutor : public Executor<Loop> {};
 TYPED_TEST_SUITE_P(LoopExecutor);

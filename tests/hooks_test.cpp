@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "scripted_server.h"
+#include "loopback/scripted_server.h"
 #include "support/probe_request.h"
 
 namespace {
@@ -50,7 +50,7 @@ namespace {
 
 TEST(Hooks, TheExecutablesDefinitionsAreCalled) {
     Exchange host;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     EXPECT_EQ(host.perform(origin.url("/hello")), "200 hello");
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
@@ -77,7 +77,7 @@ TEST(Hooks, OneTransferLeavesRoomInAPassForOthers) {
     std::string body = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     for (int i = 0; i < chunks; ++i) body += "1\r\nx\r\n";
     Exchange host;
-    const tool::ScriptedServer server(body + "0\r\n\r\n");
+    const loopback::ScriptedServer server(body + "0\r\n\r\n");
     const auto request = probe(server.url());
     request->on_data = [] { ++blocks_of_pass; };
     EXPECT_EQ(request->runToOutcome(), "200 end");
@@ -90,7 +90,7 @@ TEST(Hooks, OneTransferLeavesRoomInAPassForOthers) {
 /// when the request refuses it on the resume, libcurl reports a success that is none.
 TEST(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
     Exchange host;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     for (const bool refuses : {false, true}) {
         const auto request = probe(origin.url("/bytes/2000?close"));
         if (refuses) request->on_data = [] { throw std::runtime_error("enough"); };
@@ -99,13 +99,16 @@ TEST(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
             request->runRequest();
             request->pauseRequest();
         });
-        for (int i = 0; i < 2; ++i) host.settle();  // the pass of the closure, and the one of what it queues
+        for (int i = 0; i < 2; ++i)
+            host.settle();  // the pass of the closure, and the one of what it queues
         performs_a_pass = 1;
         EXPECT_EQ(request->received, 0U);
         EXPECT_EQ(request->outcomes, 0);
         request->resumeRequest();
         EXPECT_EQ(request->outcome(),
-                  refuses ? "200 <Protocol failure> Failed writing received data to disk/application" : "200 end");
+                  refuses
+                      ? "200 <Protocol failure> Failed writing received data to disk/application"
+                      : "200 end");
         EXPECT_EQ(request->received, 2000U);
     }
 }

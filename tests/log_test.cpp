@@ -10,15 +10,15 @@
 namespace test {
 namespace {
 
-using tool::RecordingLogger;
+using loopback::RecordingLogger;
 using zel::http::LogFilter;
 using zel::http::RequestConfig;
 
 class LogTest : public testing::Test {
 protected:
     /// The client's lines of one exchange that hold `part`.
-    std::vector<std::string> linesOf(int level, const RequestConfig& config, const LogFilter& filter,
-                                     const std::string& part = {}) {
+    std::vector<std::string> linesOf(int level, const RequestConfig& config,
+                                     const LogFilter& filter, const std::string& part = {}) {
         RecordingLogger logger(level);
         Exchange exchange;
         exchange.client = zel::http::createClient(exchange.executor, logger);
@@ -33,7 +33,7 @@ protected:
         return config;
     }
 
-    const tool::Origin origin;
+    const loopback::Origin origin;
 };
 
 using Lines = std::vector<std::string>;
@@ -61,7 +61,8 @@ TEST_F(LogTest, PayloadByStatusAndLevel) {
     for (const Row& row : rows) {
         LogFilter filter;
         filter.payload = row.payload;
-        EXPECT_EQ(linesOf(row.level, echo("{}", row.target), filter).empty(), row.payload == LogFilter::None);
+        EXPECT_EQ(linesOf(row.level, echo("{}", row.target), filter).empty(),
+                  row.payload == LogFilter::None);
         const Lines lines = linesOf(row.level, echo("{}", row.target), filter, " Body");
         EXPECT_EQ(lines, row.bodies) << static_cast<int>(row.payload) << row.target << row.level;
     }
@@ -71,7 +72,9 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
     RequestConfig config = echo("password=1", "/redirect/1?status=307");
     config.user = "user";
     config.password = "secret";
-    config.headers = {{"Content-Type", "application/x-www-form-urlencoded"}, {"TrackingId", "t"}, {"X-Key", "secret"}};
+    config.headers = {{"Content-Type", "application/x-www-form-urlencoded"},
+                      {"TrackingId", "t"},
+                      {"X-Key", "secret"}};
     LogFilter filter;
     filter.url_filter = [](const std::string& url) { return url.substr(0, 7) + "..."; };
     filter.request_body_filter = [](const std::string&) { return "masked"; };
@@ -94,7 +97,8 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
                           "1: HTTP(1) <= 200",
                           "1:  Location: /echo?status=307"};
         std::sort(expected.begin(), expected.end());
-        lines.erase(std::remove_if(lines.begin(), lines.end(), [](const auto& line) { return line[0] == '6'; }),
+        lines.erase(std::remove_if(lines.begin(), lines.end(),
+                                   [](const auto& line) { return line[0] == '6'; }),
                     lines.end());
         std::sort(lines.begin(), lines.end());
         EXPECT_EQ(lines, expected) << level;
@@ -105,14 +109,16 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
     {
         Exchange exchange;
         const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
-        exchange.client->cancel_request(exchange.client->start_request(config, none, unwanted, unwanted));
+        exchange.client->cancel_request(
+            exchange.client->start_request(config, none, unwanted, unwanted));
         EXPECT_TRUE(exchange.logger.lines("HTTP(").empty());
     }
     RequestConfig forged = requestOf("");
     forged.url = "http://h/\r\nHTTP(7) <= 200";
     forged.headers = {{"Warning", "a\x1b[2J\x7f\xC3\xA4"}};
     EXPECT_EQ(linesOf(1, forged, {}),
-              (Lines{R"(1: HTTP(1) => GET http://h/\x0d\x0aHTTP(7) <= 200)", "1:  Warning: a\\x1b[2J\\x7f\xC3\xA4",
+              (Lines{R"(1: HTTP(1) => GET http://h/\x0d\x0aHTTP(7) <= 200)",
+                     "1:  Warning: a\\x1b[2J\\x7f\xC3\xA4",
                      "info: HTTP(1) Error: <Invalid URL> (URL using bad/illegal format or "
                      "missing URL)"}));
 }
@@ -144,7 +150,8 @@ TEST_F(LogTest, BodiesInChunks) {
 }
 
 TEST(Encoding, EveryByteAgainstTheRule) {
-    const std::string kept = "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'()";
+    const std::string kept =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'()";
     for (int byte = 0; byte < 256; ++byte) {
         const std::string text(1, static_cast<char>(byte));
         const std::string escaped = fmt::format("%{:02X}", byte);

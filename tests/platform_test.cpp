@@ -27,7 +27,8 @@ using Handle = oru::AsyncActionHandle<struct Tag>;
 using Function = std::function<void()>;
 using Policy = oru::thread::scheduler_policy;
 
-void runThread(const oru::thread::attributes& attributes, const Function& body, const std::string& name = "contract") {
+void runThread(const oru::thread::attributes& attributes, const Function& body,
+               const std::string& name = "contract") {
     oru::thread thread;
     oru::thread::create_thread(name, attributes, thread.id, new Function(body));
     oru::thread moved = std::move(thread);
@@ -126,7 +127,8 @@ TEST(Handle, FiresOnceCancelsOnceAndMoves) {
     auto owned = std::make_unique<Handle>();
     owned->set_cancel_action([&] { owned.reset(); });  // as captures that own their handle
     owned->cancel();
-    EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}), "this->active_flag");
+    EXPECT_DEATH(Handle::WrappedCallback<Function>(oru::CallbackType::Once, nullptr, [] {}),
+                 "this->active_flag");
 }
 
 /// Knows one letter more than the classic locale.
@@ -181,8 +183,8 @@ TEST(EventLogDeathTest, DiesWithItsText) {
     testing::internal::CaptureStderr();
     eventlog("no harm done\n");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "no harm done\n");
-    EXPECT_EXIT(eventlog_die("%s: gone %d", fmt::make_printf_args("f", 4)), testing::KilledBySignal(SIGABRT),
-                "f: gone 4");
+    EXPECT_EXIT(eventlog_die("%s: gone %d", fmt::make_printf_args("f", 4)),
+                testing::KilledBySignal(SIGABRT), "f: gone 4");
 }
 
 TEST(Stores, CertificatesAndUris) {

@@ -30,9 +30,9 @@ std::string names() {
 TEST(Records, DefaultsAndTheSixArgumentConstructor) {
     const RequestConfig config;
     EXPECT_EQ(config.headers, (HeaderMap{{"Content-Type", "text/xml; charset=utf-8"}}));
-    EXPECT_FALSE(config.read_cookies || config.write_cookies || config.reset_state || config.xauth_required ||
-                 config.xauth_check_domain || config.ca_dir || config.own_cert || config.own_pkey ||
-                 config.verifier_data || config.verifier);
+    EXPECT_FALSE(config.read_cookies || config.write_cookies || config.reset_state ||
+                 config.xauth_required || config.xauth_check_domain || config.ca_dir ||
+                 config.own_cert || config.own_pkey || config.verifier_data || config.verifier);
     EXPECT_FALSE(config.ca_file);
     EXPECT_EQ(config.max_download_size, -1);
     EXPECT_EQ(config.timeout.count(), 0);
@@ -62,7 +62,8 @@ TEST(Records, StatusHelpersAtTheirBorders) {
     std::string valid;
     std::string success;
     std::string auth;
-    for (const unsigned status : {0U, 99U, 100U, 399U, 400U, 401U, 402U, 403U, 407U, 408U, 599U, 600U}) {
+    for (const unsigned status :
+         {0U, 99U, 100U, 399U, 400U, 401U, 402U, 403U, 407U, 408U, 599U, 600U}) {
         valid += protocol::valid_status(static_cast<long>(status)) ? 'v' : '-';
         success += protocol::success_status(status) ? 's' : '-';
         auth += protocol::auth_failure(status) ? 'a' : '-';
@@ -79,7 +80,8 @@ TEST(Records, RenderingIsExactAndHidesSecrets) {
     config.url = "http://h/p";
     config.user = config.password = "secret";
     config.auth_method = AuthMethod::BASIC;
-    config.reset_state = config.tls_partial_chain = config.read_cookies = config.write_cookies = true;
+    config.reset_state = config.tls_partial_chain = config.read_cookies = config.write_cookies =
+        true;
     config.ca_dir = "/ca";
     config.own_cert = "c.pem";
     config.own_pkey = "k.pem";
@@ -128,14 +130,17 @@ TEST(Rules, HeaderLines) {
     };
     for (const auto& [line, result] : rows) {
         const auto header = splitHeaderLine(line);
-        EXPECT_EQ(header ? "[" + std::string(header->name) + "][" + std::string(header->value) + "]" : "none", result);
+        EXPECT_EQ(header ? "[" + std::string(header->name) + "][" + std::string(header->value) + "]"
+                         : "none",
+                  result);
     }
 }
 
 TEST(Rules, StatusLinesAndWhatLooksLikeThem) {
     EXPECT_TRUE(isStatusLine("HTTP/1.1 200 A: B\r\n"));
     EXPECT_TRUE(isStatusLine("HTTP/2 200 \r\n"));
-    for (const char* line : {"HTTP/1.1: 200 OK\r\n", "HTTP/1.1:x\r\n", "X-HTTP/1.1 200\r\n", "\r\n", ""}) {
+    for (const char* line :
+         {"HTTP/1.1: 200 OK\r\n", "HTTP/1.1:x\r\n", "X-HTTP/1.1 200\r\n", "\r\n", ""}) {
         EXPECT_FALSE(isStatusLine(line)) << line;
     }
 }

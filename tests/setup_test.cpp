@@ -32,8 +32,8 @@ bool test::passes(CURL* easy, const curl_easyoption& option, long number, void* 
     if (option.id == CURLOPT_ERRORBUFFER) recorded += "end";
     if (recorded.find("end") != std::string::npos) return true;
     const bool is_long = option.type == CURLOT_LONG || option.type == CURLOT_VALUES;
-    recorded +=
-        std::string(option.name) + "=" + (is_long ? std::to_string(number) : shown(easy, option, pointer)) + " ";
+    recorded += std::string(option.name) + "=" +
+                (is_long ? std::to_string(number) : shown(easy, option, pointer)) + " ";
     return true;
 }
 
@@ -45,9 +45,10 @@ using zel::http::RequestConfig;
 
 TEST(Setup, OptionsInTheirOrder) {
     const std::string url = "http://127.0.0.1:1/";
-    const std::string first = "VERBOSE=0 PROTOCOLS=3 URL=" + url +
-                              " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
-                              "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 ";
+    const std::string first =
+        "VERBOSE=0 PROTOCOLS=3 URL=" + url +
+        " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
+        "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 ";
     const std::string list = "HTTPHEADER=list ";
     const std::string put =
         "READFUNCTION=putReadFunc UPLOAD=1 READDATA=handle INFILESIZE=4 "
@@ -70,14 +71,17 @@ TEST(Setup, OptionsInTheirOrder) {
         {"-X DELETE", "CUSTOMREQUEST=DELETE " + list, {}},
         {"-X PATCH -d ab", "CUSTOMREQUEST=PATCH POSTFIELDSIZE=2 COPYPOSTFIELDS=ab " + list, {}},
         {"--timeout 1.5 --max-size 0 -u u:p --basic",
-         "NOSIGNAL=1 TIMEOUT_MS=1500 MAXFILESIZE=0 USERNAME=u PASSWORD=p HTTPAUTH=" + basic + " " + list,
+         "NOSIGNAL=1 TIMEOUT_MS=1500 MAXFILESIZE=0 USERNAME=u PASSWORD=p HTTPAUTH=" + basic + " " +
+             list,
          {}},
         {"-u u:p", "USERNAME=u PASSWORD=p HTTPAUTH=" + any + " " + list, {}},
         {"", list, [](auto& c) { c.password = "p"; }},
-        {"", "NOSIGNAL=1 TIMEOUT_MS=1 " + list, [](auto& c) { c.timeout = std::chrono::milliseconds(-5); }},
+        {"", "NOSIGNAL=1 TIMEOUT_MS=1 " + list,
+         [](auto& c) { c.timeout = std::chrono::milliseconds(-5); }},
         {"", "NOSIGNAL=1 TIMEOUT_MS=" + most + " " + list,
          [](auto& c) { c.timeout = std::chrono::milliseconds::max(); }},
-        {"", list + "COOKIESESSION=1 FRESH_CONNECT=1 DNS_CACHE_TIMEOUT=0 ", [](auto& c) { c.reset_state = true; }},
+        {"", list + "COOKIESESSION=1 FRESH_CONNECT=1 DNS_CACHE_TIMEOUT=0 ",
+         [](auto& c) { c.reset_state = true; }},
     };
     Exchange exchange;
     for (const Row& row : rows) {

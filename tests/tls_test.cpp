@@ -9,7 +9,7 @@
 
 #include "Engine/redirect_rule.h"
 #include "certificate/certificate.h"
-#include "scripted_server.h"
+#include "loopback/scripted_server.h"
 #include "support/interposed_setopt.h"
 #include "support/painted_stack.h"
 #include "support/probe_request.h"
@@ -19,8 +19,9 @@ namespace {
 
 std::atomic<bool> without_isolation{false};
 
-const std::set<int> isolating = {CURLOPT_SSL_OPTIONS,  CURLOPT_FRESH_CONNECT,    CURLOPT_FORBID_REUSE,
-                                 CURLOPT_HTTP_VERSION, CURLOPT_CA_CACHE_TIMEOUT, CURLOPT_SSL_SESSIONID_CACHE};
+const std::set<int> isolating = {CURLOPT_SSL_OPTIONS,      CURLOPT_FRESH_CONNECT,
+                                 CURLOPT_FORBID_REUSE,     CURLOPT_HTTP_VERSION,
+                                 CURLOPT_CA_CACHE_TIMEOUT, CURLOPT_SSL_SESSIONID_CACHE};
 std::atomic<int> tls_options{0};
 
 std::atomic<int> verified{0};
@@ -35,12 +36,14 @@ int reject(int, X509_STORE_CTX*) { return 0; }
 /// Knows the one certificate that signs itself, and lets nobody in who shows it.
 int rejectSelfSigned(int verdict, X509_STORE_CTX* context) {
     const X509* certificate = X509_STORE_CTX_get_current_cert(context);
-    const bool self = X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
+    const bool self =
+        X509_NAME_cmp(X509_get_subject_name(certificate), X509_get_issuer_name(certificate)) == 0;
     return self && X509_STORE_CTX_get_error_depth(context) == 0 ? 0 : verdict;
 }
 int keepVerdict(int verdict, X509_STORE_CTX* context) {
     ++verified;
-    auto* ssl = static_cast<SSL*>(X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    auto* ssl = static_cast<SSL*>(
+        X509_STORE_CTX_get_ex_data(context, SSL_get_ex_data_X509_STORE_CTX_idx()));
     const void* data = SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), certificate::sslctx_data_index());
     seen_data = data == nullptr ? "none" : static_cast<const char*>(data);
     return verdict;
@@ -64,7 +67,9 @@ const std::string refused = "<Protocol failure> SSL peer certificate or SSH remo
 const std::string bad_hook = "<Protocol failure> A libcurl function was given a bad argument";
 
 /// "200", or the whole text of anything else.
-std::string brief(const std::string& outcome) { return outcome.rfind("200", 0) == 0 ? "200" : outcome; }
+std::string brief(const std::string& outcome) {
+    return outcome.rfind("200", 0) == 0 ? "200" : outcome;
+}
 
 RequestConfig policy(const std::string& line, Verifier verifier = nullptr) {
     RequestConfig config = requestOf(at(line));
@@ -107,7 +112,8 @@ TEST(Tls, PoliciesAgainstCertificates) {
         {"https://{expired}/" + root, keepVerdict, refused},
         {"https://{wrong_name}/" + root, accept, refused},
         {"https://{good}/" + intermediate, keepVerdict, refused},
-        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict, "200 HTTP/1.1 TLSv1.3"},
+        {"https://{good}/" + intermediate + " --partial-chain", keepVerdict,
+         "200 HTTP/1.1 TLSv1.3"},
         {"https://{good}/" + intermediate + " --partial-chain", reject, refused},
     };
     Exchange exchange;
@@ -128,7 +134,8 @@ TEST(Tls, PoliciesAgainstCertificates) {
     EXPECT_EQ(exchange.logger.lines("certificate has expired").size(), 2U);
     // A key that does not fit fails as such, and an encrypted one asks nobody for its pass phrase.
     for (const char* key : {"good.key", "client_encrypted.key"}) {
-        EXPECT_EQ(exchange.perform(at("https://{mutual}/ --cert {dir}/client.pem --key {dir}/") + key + at(root)),
+        EXPECT_EQ(exchange.perform(at("https://{mutual}/ --cert {dir}/client.pem --key {dir}/") +
+                                   key + at(root)),
                   "<Protocol failure> Problem with the local SSL certificate")
             << key;
     }
@@ -156,12 +163,16 @@ TEST(Tls, NoPolicyServesAnother) {
         RequestConfig second;
     };
     const Row rows[] = {
-        {"kept alive, then a verifier", policy("https://{good}/" + root), policy("https://{good}/" + root, reject)},
-        {"lenient verifier, then none", policy("https://{good}/" + other, accept), policy("https://{good}/" + other)},
-        {"two verifiers", policy("https://{good}/" + other, accept), policy("https://{good}/" + other, reject)},
+        {"kept alive, then a verifier", policy("https://{good}/" + root),
+         policy("https://{good}/" + root, reject)},
+        {"lenient verifier, then none", policy("https://{good}/" + other, accept),
+         policy("https://{good}/" + other)},
+        {"two verifiers", policy("https://{good}/" + other, accept),
+         policy("https://{good}/" + other, reject)},
         {"partial chains, then none", policy("https://{good}/ --partial-chain" + intermediate),
          policy("https://{good}/" + intermediate)},
-        {"a lenient verifier in use over HTTP/2", policy("https://{good}/slow/nginx.conf" + other, accept),
+        {"a lenient verifier in use over HTTP/2",
+         policy("https://{good}/slow/nginx.conf" + other, accept),
          policy("https://{good}/" + other)},
         {"a redirect to a connection of none", policy("https://{self_signed}/" + both),
          policy("https://{good}/to-self" + both, rejectSelfSigned)},
@@ -191,9 +202,11 @@ TEST(Tls, NoPolicyServesAnother) {
     without_isolation = false;
     // Nor does a TLS session, which libcurl resumes between transfers from 8.12 on.
     Exchange exchange;
-    for (const auto& own : {policy("https://{good12}/reused" + root, keepVerdict),
-                            policy("https://{good12}/reused --partial-chain" + intermediate),
-                            policy("https://{good12}/reused --cert {dir}/client.pem --key {dir}/client.key" + root)}) {
+    for (const auto& own :
+         {policy("https://{good12}/reused" + root, keepVerdict),
+          policy("https://{good12}/reused --partial-chain" + intermediate),
+          policy("https://{good12}/reused --cert {dir}/client.pem --key {dir}/client.key" +
+                 root)}) {
         for (int i = 0; i < 2; ++i) EXPECT_EQ(exchange.perform(own), "200 .");
     }
 }
@@ -219,17 +232,20 @@ TEST(Tls, AnEndWithoutItsWordIsATruncation) {
     context.use_private_key_file(serverFile("good.key"), boost::asio::ssl::context::pem);
     std::string fields;
     bool orderly = false;
-    const tool::ScriptedServer server([&](tool::Socket& socket) {
+    const loopback::ScriptedServer server([&](loopback::Socket& socket) {
         boost::system::error_code ignored;
-        boost::asio::ssl::stream<tool::Socket&> tls(socket, context);
+        boost::asio::ssl::stream<loopback::Socket&> tls(socket, context);
         std::string request;
         tls.handshake(boost::asio::ssl::stream_base::server, ignored);
         boost::asio::read_until(tls, boost::asio::dynamic_buffer(request), "\r\n\r\n", ignored);
-        boost::asio::write(tls, boost::asio::buffer("HTTP/1.1 200 OK\r\n" + fields + "\r\nbody"), ignored);
+        boost::asio::write(tls, boost::asio::buffer("HTTP/1.1 200 OK\r\n" + fields + "\r\nbody"),
+                           ignored);
         if (orderly) tls.shutdown(ignored);
     });
     Exchange exchange;
-    const auto outcome = [&] { return exchange.perform(at("--ca-file {dir}/root.pem https://") + server.authority()); };
+    const auto outcome = [&] {
+        return exchange.perform(at("--ca-file {dir}/root.pem https://") + server.authority());
+    };
     EXPECT_NE(outcome().substr(0, 4), "200 ");
     orderly = true;
     EXPECT_EQ(outcome(), "200 body");
@@ -251,7 +267,7 @@ TEST(Tls, ADerivedEnginesOwnStepStands) {
             curl_easy_setopt(curl, CURLOPT_SSL_OPTIONS, 0L);
         }
     };
-    tool::RecordingLogger logger;
+    loopback::RecordingLogger logger;
     const OwnStep engine([](const auto& closure) { closure(); }, &logger);
     tls_options = 0;
     EXPECT_EQ(probe(at("https://{good}/"))->runToOutcome(), "200 end");
@@ -268,7 +284,8 @@ TEST(Tls, HandshakeLeavesThreeQuartersOfTheStack) {
     Exchange exchange;
     PaintedStack stack;
     exchange.engine.queueRequest([&] { stack.paint(); });
-    EXPECT_EQ(exchange.perform(at("https://{good}/ --ca-file {dir}/bundle.pem")), "200 HTTP/2.0 TLSv1.3");
+    EXPECT_EQ(exchange.perform(at("https://{good}/ --ca-file {dir}/bundle.pem")),
+              "200 HTTP/2.0 TLSv1.3");
     std::size_t used = 0;
     exchange.engine.queueRequest([&] { used = stack.used(); });
     exchange.settle();
@@ -278,21 +295,31 @@ TEST(Tls, HandshakeLeavesThreeQuartersOfTheStack) {
 /// The server tells what came along: nothing that belongs to the first origin alone.
 TEST(Tls, NothingFollowsToAnotherOrigin) {
     Exchange exchange;
-    EXPECT_EQ(exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
-                                  "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
-              "200 client NONE");
+    EXPECT_EQ(
+        exchange.perform(at("https://{mutual}/away --ca-file {dir}/root.pem -u me:secret --basic "
+                            "--cert {dir}/client.pem --key {dir}/client.key -H Cookie:a=b")),
+        "200 client NONE");
     const std::string seen = "GET /seen client=NONE auth=- cookie=-\n";
     const std::string log = logWith(seen, "nginx.access");
     EXPECT_NE(log.find(seen), std::string::npos) << log;
     // What leads away, and what does not.
     const std::pair<const char*, bool> rows[] = {
-        {"Location: /path\r\n", false},         {"location: https://a.b/\r\n", false}, {"Location:/a b\n", false},
-        {"LOCATION: //A.B:443/x\n", false},     {"Location: HTTPS://u@a.b/", false},   {"Location: c", false},
-        {"Location: http://a.b/\n", true},      {"Location: https://a.b:444/", true},  {"Location: //c/", true},
-        {"Location: https://b.a.b/\r\n", true}, {"Location: https:/c/\n", true},       {"Location: https://[c/", true},
+        {"Location: /path\r\n", false},
+        {"location: https://a.b/\r\n", false},
+        {"Location:/a b\n", false},
+        {"LOCATION: //A.B:443/x\n", false},
+        {"Location: HTTPS://u@a.b/", false},
+        {"Location: c", false},
+        {"Location: http://a.b/\n", true},
+        {"Location: https://a.b:444/", true},
+        {"Location: //c/", true},
+        {"Location: https://b.a.b/\r\n", true},
+        {"Location: https:/c/\n", true},
+        {"Location: https://[c/", true},
     };
     for (const auto& [line, leaves] : rows) {
-        EXPECT_EQ(zel::http::leavesOrigin("https://a.b/start", zel::http::locationOf(line)), leaves) << line;
+        EXPECT_EQ(zel::http::leavesOrigin("https://a.b/start", zel::http::locationOf(line)), leaves)
+            << line;
     }
 }
 

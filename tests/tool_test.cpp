@@ -11,15 +11,15 @@
 #include <iterator>
 #include <thread>
 
-#include "origin.h"
-#include "scripted_server.h"
+#include "loopback/origin.h"
+#include "loopback/scripted_server.h"
 #include "support/exchange.h"
 #include "support/program.h"
 
 namespace test {
 namespace {
 
-using namespace tool;  // the servers
+using namespace loopback;  // the servers
 
 struct Tool : Program {
     explicit Tool(const std::string& arguments) : Program(ZEL_HTTP_TOOL_PATH " " + arguments) {}
@@ -27,12 +27,12 @@ struct Tool : Program {
 
 struct ToolOnTerminal : Program {
     explicit ToolOnTerminal(const std::string& arguments, const std::string& environment = "")
-        : Program("env TERM=xterm " + environment + " script -qec '" ZEL_HTTP_TOOL_PATH " " + arguments +
-                  "' /dev/null </dev/null") {}
+        : Program("env TERM=xterm " + environment + " script -qec '" ZEL_HTTP_TOOL_PATH " " +
+                  arguments + "' /dev/null </dev/null") {}
 };
 
 TEST(Tool, OutcomesAndExitStatus) {
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const std::string hello = " " + origin.url("/hello");
     const std::string echo = " " + origin.url("/echo");
     struct Row {
@@ -66,21 +66,25 @@ TEST(Tool, OutcomesAndExitStatus) {
         {"-o /dev/full" + hello, "cannot write /dev/full (No space left on device)", 1},
         {"--json -o /dev/full" + hello, R"("error":{"failure":"cannot write /dev/full")", 1},
         {"--json -o /dev/null " + origin.url("/private"), R"("status":401,"headers":{)", 1},
-        {"--max-size 9 -o /dev/null " + origin.url("/bytes/10?chunked"), "(larger than --max-size)", 1},
+        {"--max-size 9 -o /dev/null " + origin.url("/bytes/10?chunked"), "(larger than --max-size)",
+         1},
         {"-i -o -" + hello, "zel-http: -o: the body alone goes to standard output", 2},
         {"--repeat 2" + hello + " >/dev/full", "", 1},
         {"-q -o -" + hello + " | tr a-z A-Z", "HELLO\nexit", 0},
-        {"-O /tmp" + hello + hello + "?again", "zel-http: -O: two URLs would be saved as /tmp/hello", 2},
+        {"-O /tmp" + hello + hello + "?again",
+         "zel-http: -O: two URLs would be saved as /tmp/hello", 2},
         {"-O /tmp " + origin.url("/"), "names no file", 2},
         {"--repeat 2 -o /tmp/x" + hello, "zel-http: --repeat: drops the bodies", 2},
         {"--repeat 20 --parallel 3" + hello, "20 requests in ", 0},
         {"--timings" + hello, "ms; new connection to 127.0.0.1:", 0},
         {"--json" + hello, R"("status":200,"headers":{")", 0},
-        {"--json" + hello, R"("body_bytes":6,"body":"hello\n","http_version":"1.1","remote":"127.0.0.1:)", 0},
+        {"--json" + hello,
+         R"("body_bytes":6,"body":"hello\n","http_version":"1.1","remote":"127.0.0.1:)", 0},
         {"--json -d @/bin/true" + echo, R"("body_base64":"f0VMR)", 0},
         {"--json ''", R"("error":{"failure":"<Invalid URL>","message":)", 1},
         {"--manual", ".SH EXAMPLES\n", 0},
-        {"--completion bash | bash -c '. /dev/stdin; COMP_WORDS=(zel-http --re); COMP_CWORD=1; _zel_http; "
+        {"--completion bash | bash -c '. /dev/stdin; COMP_WORDS=(zel-http --re); COMP_CWORD=1; "
+         "_zel_http; "
          "echo ${COMPREPLY[@]}'",
          "--request --reset-state --repeat\n", 0},
         {"--brew", "zel-http: ", 2},
@@ -89,8 +93,9 @@ TEST(Tool, OutcomesAndExitStatus) {
     for (const Row& row : rows) {
         const std::string output = Tool(row.arguments).finish();
         EXPECT_NE(output.find(row.shown), std::string::npos) << row.arguments << ":\n" << output;
-        EXPECT_NE(output.find("exit " + std::to_string(row.status)), std::string::npos) << row.arguments << ":\n"
-                                                                                        << output;
+        EXPECT_NE(output.find("exit " + std::to_string(row.status)), std::string::npos)
+            << row.arguments << ":\n"
+            << output;
     }
 }
 
@@ -105,7 +110,8 @@ public:
     /// The names of the files, sorted.
     std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path_)) names.push_back(entry.path().filename());
+        for (const auto& entry : std::filesystem::directory_iterator(path_))
+            names.push_back(entry.path().filename());
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -121,29 +127,30 @@ private:
 
 TEST(Tool, ADownloadAppearsWhenItIsWhole) {
     const Folder folder;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     ScriptedServer cut([](Socket& socket) {
         readRequest(socket);
         write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf ");
     });
     // Larger than what may wait in memory, so that the transfer pauses on the way.
-    const std::string output = Tool("-O " + folder.path() + " " + origin.url("/bytes/30000000") + " " +
-                                    origin.url("/status/404") + " " + cut.url() + "/cut")
+    const std::string output = Tool("-O " + folder.path() + " " + origin.url("/bytes/30000000") +
+                                    " " + origin.url("/status/404") + " " + cut.url() + "/cut")
                                    .finish();
     EXPECT_EQ(folder.files(), std::vector<std::string>{"30000000"}) << output;
-    EXPECT_TRUE(folder.read("30000000") == tool::bodyOf(30000000));
+    EXPECT_TRUE(folder.read("30000000") == loopback::bodyOf(30000000));
     EXPECT_NE(output.find("/status/404  not saved\n"), std::string::npos) << output;
     EXPECT_NE(output.find("<Protocol failure>"), std::string::npos) << output;
     EXPECT_NE(output.find("exit 1"), std::string::npos) << output;
 
-    // What is there stays: behind a link when there is no body, its mode and names, before what is appended.
+    // What is there stays: behind a link when there is no body, its mode and names, before what is
+    // appended.
     namespace fs = std::filesystem;
     const fs::path file = folder.path() + "/30000000";
     const std::string link = folder.path() + "/link";
     const std::string log = folder.path() + "/log";
     fs::create_symlink("30000000", link);
     Tool("-o " + link + " " + origin.url("/status/404")).finish();
-    EXPECT_TRUE(folder.read("30000000") == tool::bodyOf(30000000));
+    EXPECT_TRUE(folder.read("30000000") == loopback::bodyOf(30000000));
     fs::permissions(file, fs::perms::owner_all);
     Tool("-o " + link + " " + origin.url("/hello")).finish();
     EXPECT_EQ(folder.read("30000000"), "hello\n");
@@ -159,7 +166,7 @@ TEST(Tool, ADownloadAppearsWhenItIsWhole) {
 
 TEST(Tool, TwoDownloadsToOneFileDoNotMix) {
     const Folder folder;
-    const tool::Origin origin;
+    const loopback::Origin origin;
     std::promise<void> arrived;
     std::promise<void> proceed;
     ScriptedServer slow([&](Socket& socket) {
@@ -181,9 +188,10 @@ TEST(Tool, TwoDownloadsToOneFileDoNotMix) {
 }
 
 TEST(Tool, OnATerminal) {
-    const tool::Origin origin;
+    const loopback::Origin origin;
     const std::string binary = ToolOnTerminal("-q " + origin.url("/bytes/100")).finish();
-    EXPECT_EQ(binary, "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\r\nexit 1");
+    EXPECT_EQ(binary,
+              "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\r\nexit 1");
     const std::string hello = "-v 1 " + origin.url("/hello");
     EXPECT_TRUE(ToolOnTerminal(hello, "NO_COLOR=").prints("\x1b["));
     EXPECT_FALSE(ToolOnTerminal(hello, "NO_COLOR=1").prints("\x1b["));
@@ -192,7 +200,8 @@ TEST(Tool, OnATerminal) {
         write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 5368709120\r\n\r\nfirst");
         waitForClose(socket);
     });
-    EXPECT_TRUE(ToolOnTerminal("--timeout 2 -o /dev/null " + large.url()).prints(" 0 % of 5120.0 MiB"));
+    EXPECT_TRUE(
+        ToolOnTerminal("--timeout 2 -o /dev/null " + large.url()).prints(" 0 % of 5120.0 MiB"));
 }
 
 TEST(Tool, SignalsCancelAndEndCleanly) {
@@ -215,7 +224,8 @@ TEST(Tool, SignalsCancelAndEndCleanly) {
         Tool running(arguments + silent.url());
         while (!arrived) std::this_thread::yield();
         running.interrupt(signal);
-        EXPECT_EQ(running.finish(), std::string("zel-http: interrupted, 1 cancelled\nexit ") + status);
+        EXPECT_EQ(running.finish(),
+                  std::string("zel-http: interrupted, 1 cancelled\nexit ") + status);
         EXPECT_EQ(folder.files(), std::vector<std::string>());
     }
 }

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "command_line.h"
-#include "origin.h"
+#include "loopback/origin.h"
+#include "loopback/recording_logger.h"
 #include "oru/asio_executor.h"
-#include "recording_logger.h"
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
 
@@ -35,20 +35,22 @@ inline zel::http::RequestConfig requestOf(const std::string& line) {
     std::istringstream text(line);
     const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
     std::vector<const char*> arguments(words.size() + 1, "zel-http");
-    std::transform(words.begin(), words.end(), arguments.begin() + 1, [](const auto& word) { return word.c_str(); });
+    std::transform(words.begin(), words.end(), arguments.begin() + 1,
+                   [](const auto& word) { return word.c_str(); });
     tool::CommandLine parsed;
     const auto refused = tool::parse(static_cast<int>(arguments.size()), arguments.data(), parsed);
     if (refused) throw std::invalid_argument(refused->text);
     if (parsed.requests.empty()) parsed.requests.emplace_back();
-    if (line.find("-H Content-Type") == std::string::npos) parsed.requests[0].headers.erase("Content-Type");
+    if (line.find("-H Content-Type") == std::string::npos)
+        parsed.requests[0].headers.erase("Content-Type");
     return parsed.requests[0];
 }
 
 /// "200 text", with " hop=H" for a response with X-Hop; long bodies as their length.
 inline std::string textOf(const zel::http::ResponseData& data) {
     std::string text = std::to_string(data.status) + " ";
-    text +=
-        data.body.size() > 60 ? std::to_string(data.body.size()) + " bytes" : data.body.substr(0, data.body.find('\n'));
+    text += data.body.size() > 60 ? std::to_string(data.body.size()) + " bytes"
+                                  : data.body.substr(0, data.body.find('\n'));
     const auto hop = data.headers.find("x-hop");
     return hop == data.headers.end() ? text : text + " hop=" + hop->second;
 }
@@ -66,7 +68,8 @@ public:
 
     Exchange() : Exchange([](const auto& closure) { closure(); }) {}
     /// Debug lines above `log_level` are off.
-    explicit Exchange(const Runner& runner, int log_level = 8) : logger(log_level), engine(runner, &logger) {}
+    explicit Exchange(const Runner& runner, int log_level = 8)
+        : logger(log_level), engine(runner, &logger) {}
 
     /// The outcome of one request.
     std::string perform(const zel::http::RequestConfig& config) {
@@ -94,10 +97,11 @@ public:
         }
     }
 
-    tool::RecordingLogger logger;
+    loopback::RecordingLogger logger;
     zel::http::LogFilter filter;
     boost::asio::io_context loop;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{loop.get_executor()};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
+        loop.get_executor()};
     oru::asio_executor executor{loop};
     zel::http::Engine engine;
     std::shared_ptr<zel::http::Client> client = zel::http::createClient(executor, logger);

@@ -6,8 +6,8 @@
 
 namespace test {
 
-/// How much of its stack a thread uses: paints what is free, and looks later how much of the paint is left. Both on
-/// that thread.
+/// How much of its stack a thread uses: paints what is free, and looks later how much of the paint
+/// is left. Both on that thread.
 class PaintedStack {
 public:
     __attribute__((noinline)) void paint() {
@@ -18,7 +18,8 @@ public:
         pthread_attr_destroy(&attributes);
         lowest_ = static_cast<volatile unsigned char*>(lowest);
         constexpr std::size_t this_frame = 1024;
-        const volatile void* free = static_cast<unsigned char*>(__builtin_frame_address(0)) - this_frame;
+        const volatile void* free =
+            static_cast<unsigned char*>(__builtin_frame_address(0)) - this_frame;
         for (auto* byte = lowest_; byte < free; ++byte) *byte = paint_;
     }
     /// In bytes, from the top of the stack, with what the C library keeps there.

@@ -36,7 +36,9 @@ public:
 
     /// The outcome once it is there: "200 end" or "404 <Error code in HTTP Response> HTTP
     /// code=404".
-    std::string outcome() { return done_.wait_for(patience) == std::future_status::ready ? done_.get() : "none came"; }
+    std::string outcome() {
+        return done_.wait_for(patience) == std::future_status::ready ? done_.get() : "none came";
+    }
     std::string runToOutcome() {
         runRequest();
         return outcome();
@@ -57,6 +59,8 @@ private:
     std::shared_future<std::string> done_ = promise_.get_future().share();
 };
 
-inline std::shared_ptr<ProbeRequest> probe(const std::string& line) { return std::make_shared<ProbeRequest>(line); }
+inline std::shared_ptr<ProbeRequest> probe(const std::string& line) {
+    return std::make_shared<ProbeRequest>(line);
+}
 
 }  // namespace test

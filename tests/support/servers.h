@@ -16,9 +16,12 @@ inline std::string contentOf(const std::string& path) {
 }
 
 /// The directory of the servers that `servers/start` started: certificates and logs.
-inline std::string serverFile(const std::string& name) { return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name; }
+inline std::string serverFile(const std::string& name) {
+    return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name;
+}
 
-/// A server's log once `line` stands there; it comes after the answer, in squid's when a tunnel ends.
+/// A server's log once `line` stands there; it comes after the answer, in squid's when a tunnel
+/// ends.
 inline std::string logWith(const std::string& line, const std::string& file) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     std::string log;

@@ -12,17 +12,19 @@
 #include <utility>
 #include <vector>
 
-#include "origin.h"
-#include "recording_logger.h"
-#include "scripted_server.h"
+#include "loopback/origin.h"
+#include "loopback/recording_logger.h"
+#include "loopback/scripted_server.h"
+#include "loopback/tls_servers.h"
 #include "session.h"
 #include "text.h"
-#include "tls_stage.h"
 
 namespace tool {
 namespace {
 
 using namespace std::chrono_literals;
+using loopback::closedPort;
+using loopback::Origin;
 using zel::http::AuthMethod;
 using zel::http::ErrorData;
 using zel::http::Method;
@@ -234,9 +236,9 @@ private:
     }
 
     Origin origin_;
-    ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
-    TlsStage tls_;
-    RecordingLogger masked_log_{9};
+    loopback::ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
+    loopback::TlsServers tls_;
+    loopback::RecordingLogger masked_log_{9};
     Session session_;
     std::shared_ptr<zel::http::Client> masking_client_;
     std::vector<Scenario> scenarios_;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+namespace loopback {
+
+/// Certificates for one run, PEM files in a directory of their own that goes with this object: an
+/// authority "root", the servers "local" (for localhost and 127.0.0.1) and "elsewhere", and a
+/// "client". Each NAME.pem has its NAME.key beside it. Throws when OpenSSL or the file system
+/// fails.
+class Certificates {
+public:
+    Certificates();
+    Certificates(const Certificates&) = delete;
+    Certificates& operator=(const Certificates&) = delete;
+    ~Certificates();
+
+    std::string file(const std::string& name) const { return directory_ + "/" + name; }
+
+private:
+    std::string directory_;
+};
+
+}  // namespace loopback

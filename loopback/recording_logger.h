@@ -1,0 +1,57 @@
+#pragma once
+
+#include <algorithm>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "logging/logger.h"
+
+namespace loopback {
+
+/// Keeps its lines as "critical: text", "error: text", "info: text" or "N: text" for debug level N.
+class RecordingLogger final : public logging::Logger {
+public:
+    /// Debug lines above `level` are off.
+    explicit RecordingLogger(int level = 8) : level_(level) {}
+
+    void critical(fmt::string_view format, fmt::printf_args args) override {
+        add("critical: " + fmt::vsprintf(format, args));
+    }
+    void error(fmt::string_view format, fmt::printf_args args) override {
+        add("error: " + fmt::vsprintf(format, args));
+    }
+    void debug(int level, fmt::string_view format, fmt::printf_args args) override {
+        if (isDebugEnabled(level)) add(std::to_string(level) + ": " + fmt::vsprintf(format, args));
+    }
+    bool isDebugEnabled(int level) const override { return level <= level_; }
+    logging::detail::StreamProxy infoStream() override {
+        return logging::detail::StreamProxy([this](const auto& line) { add("info: " + line); });
+    }
+    logging::detail::StreamProxy debugStream(int level) override {
+        if (!isDebugEnabled(level)) return {};
+        return logging::detail::StreamProxy(
+            [this, level](const auto& line) { add(std::to_string(level) + ": " + line); });
+    }
+
+    void add(std::string line) {
+        const std::lock_guard lock(mutex_);
+        lines_.push_back(std::move(line));
+    }
+    /// The lines that contain `part`.
+    std::vector<std::string> lines(const std::string& part = {}) const {
+        const std::lock_guard lock(mutex_);
+        std::vector<std::string> found;
+        std::copy_if(lines_.begin(), lines_.end(), std::back_inserter(found),
+                     [&](const auto& line) { return line.find(part) != std::string::npos; });
+        return found;
+    }
+
+private:
+    const int level_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+}  // namespace loopback

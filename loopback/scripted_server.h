@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio.hpp>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace loopback {
+
+using Socket = boost::asio::ip::tcp::socket;
+
+/// Reads up to the empty line and then `body` bytes; less when the client is gone.
+inline std::string readRequest(Socket& socket, std::size_t body = 0) {
+    std::string text;
+    boost::system::error_code gone;
+    const auto buffer = boost::asio::dynamic_buffer(text);
+    const std::size_t head = boost::asio::read_until(socket, buffer, "\r\n\r\n", gone);
+    if (text.size() < head + body) {
+        boost::asio::read(socket, buffer, boost::asio::transfer_exactly(head + body - text.size()),
+                          gone);
+    }
+    return text;
+}
+
+/// False when the client is gone.
+inline bool write(Socket& socket, const std::string& bytes) {
+    boost::system::error_code gone;
+    boost::asio::write(socket, boost::asio::buffer(bytes), gone);
+    return !gone;
+}
+
+inline void waitForClose(Socket& socket) {
+    boost::system::error_code gone;
+    std::string rest;
+    boost::asio::read(socket, boost::asio::dynamic_buffer(rest), gone);
+}
+
+/// A raw TCP server on loopback, for what no decent server sends: runs a script for each
+/// connection, one after the other, and closes the connection behind it. Ready when constructed.
+class ScriptedServer {
+public:
+    explicit ScriptedServer(std::function<void(Socket&)> script)
+        : script_(std::move(script)), thread_([this] { serve(); }) {}
+    /// Reads one request with `body` bytes, answers `reply` and closes. The request is in `kept`
+    /// once the server is destroyed.
+    explicit ScriptedServer(const std::string& reply, std::size_t body = 0,
+                            std::string* kept = nullptr)
+        : ScriptedServer([=](Socket& socket) {
+              const std::string request = readRequest(socket, body);
+              if (kept != nullptr) *kept = request;
+              write(socket, reply);
+          }) {}
+    ScriptedServer(const ScriptedServer&) = delete;
+    ScriptedServer& operator=(const ScriptedServer&) = delete;
+    ~ScriptedServer() {
+        stopping_ = true;
+        Socket(loop_).connect(acceptor_.local_endpoint());
+        thread_.join();
+    }
+
+    std::string authority() const {
+        return "127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port());
+    }
+    std::string url(const std::string& target = "/") const {
+        return "http://" + authority() + target;
+    }
+
+private:
+    void serve() {
+        while (true) {
+            Socket socket = acceptor_.accept();
+            if (stopping_) return;
+            script_(socket);
+        }
+    }
+
+    std::function<void(Socket&)> script_;
+    boost::asio::io_context loop_;
+    boost::asio::ip::tcp::acceptor acceptor_{loop_, {boost::asio::ip::address_v4::loopback(), 0}};
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+}  // namespace loopback
