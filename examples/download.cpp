@@ -73,6 +73,7 @@ public:
     // The disk's thread calls these: the engine's outcomes go there, behind the last block.
 
     void notifyDataEnd() override {
+        paused_ = false;  // the last block may have asked for a pause
         file_.close();
         outcome_.set_value(file_ ? "" : "the disk does not take it");
     }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <boost/asio.hpp>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -53,8 +54,13 @@ public:
           }) {}
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
+    /// Ends the connection that is being served.
     ~ScriptedServer() {
         stopping_ = true;
+        {
+            const std::lock_guard lock(mutex_);
+            if (served_ != nullptr) shutdown(served_->native_handle(), SHUT_RDWR);
+        }
         Socket(loop_).connect(acceptor_.local_endpoint());
         thread_.join();
     }
@@ -71,14 +77,22 @@ private:
         while (true) {
             Socket socket = acceptor_.accept();
             if (stopping_) return;
+            setServed(&socket);
             script_(socket);
+            setServed(nullptr);
         }
+    }
+    void setServed(Socket* socket) {
+        const std::lock_guard lock(mutex_);
+        served_ = socket;
     }
 
     std::function<void(Socket&)> script_;
     boost::asio::io_context loop_;
     boost::asio::ip::tcp::acceptor acceptor_{loop_, {boost::asio::ip::address_v4::loopback(), 0}};
     std::atomic<bool> stopping_{false};
+    std::mutex mutex_;
+    Socket* served_ = nullptr;  // guarded by mutex_
     std::thread thread_;
 };
 

@@ -1,25 +1,18 @@
 // The client's promise: exactly one outcome for each request, unless it was cancelled first.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <thread>
 
-#include "loopback/scripted_server.h"
-#include "support/exchange.h"
+#include "support/engine_test.h"
 
 namespace test {
 namespace {
 
-using namespace loopback;  // the servers
-
 using zel::http::Client;
-using zel::http::ErrorData;
-using zel::http::ResponseData;
 using Handle = oru::AsyncActionHandle<zel::http::ZelHttpClientTag>;
 using Lines = std::vector<std::string>;
 
-class ClientTest : public testing::Test, public Exchange {
+class ClientTest : public EngineTest {
 protected:
     /// Adds "1: 200 hello" to `outcomes` when it comes.
     Client::RequestId start(const std::string& target,
@@ -29,78 +22,62 @@ protected:
             outcomes.push_back(std::to_string(id) + ": " + textOf(data));
             if (then) then(id);
         };
-        return client->start_request(requestOf(urlOf(target)), {}, keep, keep);
+        return client->start_request(Get(origin(target)), {}, keep, keep);
     }
     /// Adds "200 hello" when it comes.
-    Handle startHandle(const std::string& target, const std::function<void()>& then = {}) {
-        return client->start_request(
-            requestOf(urlOf(target)), {},
-            [this, then](const ResponseData& data) {
-                outcomes.push_back(textOf(data));
-                if (then) then();
-            },
-            [this](const ErrorData& data) { outcomes.push_back(textOf(data)); });
-    }
-    std::string urlOf(const std::string& target) {
-        return target[0] == '/' ? origin.url(target) : target;
+    Handle startHandle(
+        const std::string& target, const std::function<void()>& then = [] {}) {
+        const auto keep = [this, then](const auto& data) {
+            outcomes.push_back(textOf(data));
+            then();
+        };
+        return client->start_request(Get(origin(target)), {}, keep, keep);
     }
     /// What came by the time a later request has its outcome, at least `count`.
     Lines outcomesAfter(std::size_t count) {
-        runUntil([&] { return outcomes.size() >= count; });
+        runUntil("outcomes", [&] { return outcomes.size() >= count; });
         const auto own = std::exchange(client, zel::http::createClient(executor, logger));
-        perform(origin.url("/hello"));
+        outcomeOf(origin("/hello"));
         client = own;
         return outcomes;
     }
-    /// Returns once the outcome of `count` requests has been posted to the loop, which stands
-    /// still.
+    /// Returns once the outcomes of `count` requests are posted to the loop, which stands still.
     void waitForPosted(std::size_t count) {
-        while (logger.lines("runCallbackHandler").size() < count) std::this_thread::yield();
+        waitFor("outcomes", [&] { return logger.lines("runCallbackHandler").size() >= count; });
         settle();
     }
 
     const unsigned long owner = oru::this_thread::get_id();
-    loopback::Origin origin;
     Lines outcomes;
 };
 
 TEST_F(ClientTest, IdentifiersAndTwoClients) {
     EXPECT_EQ(start("/hello"), 1U);
     outcomesAfter(1);
-    EXPECT_EQ(start("ftp://h/"), 2U);
+    EXPECT_EQ(start(":99999/"), 2U);
     outcomesAfter(2);
     const auto first = std::exchange(client, zel::http::createClient(executor, logger));
     EXPECT_EQ(start("/status/404"), 1U);
-    EXPECT_EQ(outcomesAfter(3), (Lines{"1: 200 hello", "2: <Invalid URL> Unsupported protocol",
-                                       "1: 404 status 404"}));
+    const std::string bad = "<Invalid URL> URL using bad/illegal format or missing URL";
+    EXPECT_EQ(outcomesAfter(3), (Lines{"1: 200 hello", "2: " + bad, "1: 404 status 404"}));
     EXPECT_EQ(first->allocate_request_id(), 3U);
     for (int i = 0; i < 300; ++i) start(i % 3 == 0 ? "/status/500" : "/bytes/50000?chunked");
     EXPECT_EQ(outcomesAfter(303).size(), 303U);
 }
 
 TEST_F(ClientTest, CancelBeforeDuringAndAfterTheTransfer) {
-    std::atomic<bool> arrived{false};
-    ScriptedServer silent([&](Socket& socket) {
-        readRequest(socket);
-        arrived = true;
-        waitForClose(socket);
-    });
     client->cancel_request(start("/hello"));  // 1: before
-    const auto during = start(silent.url());
+    const auto during = start("/silence");
     const auto posted = start("/hello");
-    while (!arrived) std::this_thread::yield();
-    client->cancel_request(during);
     waitForPosted(1);
-    client->cancel_request(posted);
-    client->cancel_request(posted);  // again, and what never was
-    client->cancel_request(99);
+    // Also again, and what never was.
+    for (const auto id : {during, posted, posted, 99U}) client->cancel_request(id);
     start("/hello");
     EXPECT_EQ(outcomesAfter(1), (Lines{"4: 200 hello"}));
     EXPECT_EQ(logger.lines("Cancelling"),
               (Lines{"info: HTTP(1) Cancelling", "info: HTTP(2) Cancelling",
                      "info: HTTP(3) Cancelling"}));
     EXPECT_TRUE(logger.lines("HTTP(3) <=").empty());
-    EXPECT_EQ(client.use_count(), 1);  // nothing holds the client any more
 }
 
 TEST_F(ClientTest, CallbacksMayCancelThemselvesAndStartOthers) {
@@ -121,7 +98,7 @@ TEST_F(ClientTest, ALogFilterMayCancelItsOwnRequest) {
         return headers;
     };
     const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
-    client->start_request(requestOf(origin.url("/hello")), filter, unwanted, unwanted);
+    client->start_request(Get(origin("/hello")), filter, unwanted, unwanted);
     start("/status/204");
     EXPECT_EQ(outcomesAfter(1), (Lines{"2: 204 "}));
     EXPECT_EQ(logger.lines("Cancelling"), (Lines{"info: HTTP(1) Cancelling"}));
@@ -157,8 +134,7 @@ TEST_F(ClientTest, HandlesCancelWhenDroppedAndOnlyThen) {
 TEST_F(ClientTest, TheLastPointerDroppedInFlightStillDelivers) {
     const std::weak_ptr<Client> gone = client;
     start("/hello");
-    client.reset();
-    EXPECT_FALSE(gone.expired());
+    client = zel::http::createClient(executor, logger);
     EXPECT_EQ(outcomesAfter(1), (Lines{"1: 200 hello"}));
     settle();
     EXPECT_TRUE(gone.expired());
@@ -175,11 +151,11 @@ TEST_F(ClientTest, AForeignThreadIsReportedAndServed) {
 
 TEST_F(ClientTest, EmptyCallbacksStopTheProcess) {
     const auto callback = [](auto&&...) {};
-    EXPECT_DEATH(client->start_request({}, {}, nullptr, Client::ErrorCallback(callback)),
-                 "Client.*response_cb");
-    EXPECT_DEATH(client->start_request({}, {}, Client::ResponseCallback(callback), nullptr),
-                 "Client.*error_cb");
-    const std::function<void(const ErrorData&)> empty;
+    const Client::ResponseCallback on_response = callback;
+    const Client::ErrorCallback on_error = callback;
+    EXPECT_DEATH(client->start_request({}, {}, nullptr, on_error), "Client.*response_cb");
+    EXPECT_DEATH(client->start_request({}, {}, on_response, nullptr), "Client.*error_cb");
+    const std::function<void(const zel::http::ErrorData&)> empty;
     EXPECT_DEATH(static_cast<void>(client->start_request({}, {}, callback, empty)),
                  "Client.*error_cb");
 }

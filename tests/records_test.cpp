@@ -1,13 +1,15 @@
 // Records and rules: plain values in, plain values out.
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <vector>
 
+#include "Engine/redirect_rule.h"
 #include "Engine/wait_rule.h"
 #include "Records/header_line.h"
 #include "zel_http/client.h"
+#include "zel_http/encoding.h"
 
 namespace zel::http {
 namespace {
@@ -27,27 +29,6 @@ std::string names() {
     return all;
 }
 
-TEST(Records, DefaultsAndTheSixArgumentConstructor) {
-    const RequestConfig config;
-    EXPECT_EQ(config.headers, (HeaderMap{{"Content-Type", "text/xml; charset=utf-8"}}));
-    EXPECT_FALSE(config.read_cookies || config.write_cookies || config.reset_state ||
-                 config.xauth_required || config.xauth_check_domain || config.ca_dir ||
-                 config.own_cert || config.own_pkey || config.verifier_data || config.verifier);
-    EXPECT_FALSE(config.ca_file);
-    EXPECT_EQ(config.max_download_size, -1);
-    EXPECT_EQ(config.timeout.count(), 0);
-    EXPECT_EQ(LogFilter().payload, LogFilter::Full);
-    EXPECT_EQ(Client::NoRequestId, 0U);
-    const RequestConfig six(Method::PUT, "http://a/", {}, "b", std::chrono::milliseconds(5), "");
-    EXPECT_TRUE(six.headers.empty());
-    EXPECT_EQ(six.ca_file, "");
-    EXPECT_EQ(six.timeout.count(), 5);
-    EXPECT_EQ(printed(six),
-              "HTTP: Outgoing => PUT http://a/\nAuthMethod : ANY\n"
-              "Flags      : tls-verify, enable-cookies\nCA file    : (empty)\n"
-              "BODY       : 1 bytes\n--\n");
-}
-
 TEST(Records, PrintedNames) {
     const std::string common =
         "|<Invalid URL>|<DNS Lookup failure>|<Protocol failure>|<Operation timed out>|"
@@ -59,29 +40,26 @@ TEST(Records, PrintedNames) {
 }
 
 TEST(Records, StatusHelpersAtTheirBorders) {
-    std::string valid;
-    std::string success;
-    std::string auth;
+    std::string classes;
     for (const unsigned status :
-         {0U, 99U, 100U, 399U, 400U, 401U, 402U, 403U, 407U, 408U, 599U, 600U}) {
-        valid += protocol::valid_status(static_cast<long>(status)) ? 'v' : '-';
-        success += protocol::success_status(status) ? 's' : '-';
-        auth += protocol::auth_failure(status) ? 'a' : '-';
+         {99U, 100U, 399U, 400U, 401U, 402U, 403U, 407U, 408U, 599U, 600U}) {
+        classes += protocol::valid_status(static_cast<long>(status)) ? 'v' : '-';
+        classes += protocol::success_status(status) ? 's' : '-';
+        classes += protocol::auth_failure(status) ? 'a' : '-';
     }
-    EXPECT_EQ(valid, "--vvvvvvvvv-");
-    EXPECT_EQ(success, "--ss--------");
-    EXPECT_EQ(auth, "-----a-aa---");
+    EXPECT_EQ(classes, "---vs-vs-v--v-av--v-av-av--v-----");
     EXPECT_FALSE(protocol::valid_status(-1));
 }
 
 TEST(Records, RenderingIsExactAndHidesSecrets) {
     RequestConfig config;
+    EXPECT_EQ(config.headers, (HeaderMap{{"Content-Type", "text/xml; charset=utf-8"}}));
     config.method = static_cast<Method>(9);
     config.url = "http://h/p";
     config.user = config.password = "secret";
     config.auth_method = AuthMethod::BASIC;
-    config.reset_state = config.tls_partial_chain = config.read_cookies = config.write_cookies =
-        true;
+    config.reset_state = config.tls_partial_chain = true;
+    config.read_cookies = config.write_cookies = true;
     config.ca_dir = "/ca";
     config.own_cert = "c.pem";
     config.own_pkey = "k.pem";
@@ -98,12 +76,13 @@ TEST(Records, RenderingIsExactAndHidesSecrets) {
               "read-cookies, write-cookies\n"
               "CA dir     : /ca\nOwn cert   : c.pem\nOwn pkey   : k.pem\n"
               "Verifier   : On\n    w/data : (empty)\nBODY       : 1048576 bytes\n--\n");
-    RequestConfig bare;
-    bare.tls_verify = bare.enable_cookies = false;
-    bare.verifier_data = "d";
-    EXPECT_EQ(printed(bare),
-              "HTTP: Outgoing => GET \nAuthMethod : ANY\nFlags      : \n    w/data : d\n"
-              "BODY       : 0 bytes\n--\n");
+    RequestConfig six(Method::PUT, "http://a/", {}, "b", std::chrono::milliseconds(5), "");
+    EXPECT_EQ(six.timeout.count(), 5);
+    six.tls_verify = six.enable_cookies = false;
+    six.verifier_data = "d";
+    EXPECT_EQ(printed(six),
+              "HTTP: Outgoing => PUT http://a/\nAuthMethod : ANY\nFlags      : \n"
+              "CA file    : (empty)\n    w/data : d\nBODY       : 1 bytes\n--\n");
 }
 
 TEST(Records, HeaderMapIgnoresCaseAndKeepsTheFirst) {
@@ -117,32 +96,39 @@ TEST(Records, HeaderMapIgnoresCaseAndKeepsTheFirst) {
 
 TEST(Rules, HeaderLines) {
     const std::pair<const char*, const char*> rows[] = {
-        {"Content-Type: text/html\r\n", "[Content-Type][text/html]"},
-        {"X-Empty:\r\n", "[X-Empty][]"},
-        {"  Name\t :\v\f a:b \t\r\n", "[Name][a:b]"},
+        {"Content-Type: text/html\r\n", "Content-Type|text/html"},
+        {"X-Empty:\r\n", "X-Empty|"},
+        {"  Name\t :\v\f a:b \t\r\n", "Name|a:b"},
         {": value\r\n", "none"},
         {"  : value\r\n", "none"},
         {"HTTP/1.1 200 OK\r\n", "none"},
-        {"\r\n", "none"},
         {"", "none"},
         {"Name: value\n", "none"},
         {"Name: value\r", "none"},
     };
-    for (const auto& [line, result] : rows) {
+    for (const auto& [line, expected] : rows) {
         const auto header = splitHeaderLine(line);
-        EXPECT_EQ(header ? "[" + std::string(header->name) + "][" + std::string(header->value) + "]"
-                         : "none",
-                  result);
+        EXPECT_EQ(header ? std::string(header->name) + "|" + std::string(header->value) : "none",
+                  expected);
+    }
+    EXPECT_TRUE(isStatusLine("HTTP/1.1 200 A: B\r\n") && isStatusLine("HTTP/2 200 \r\n"));
+    for (const char* line : {"HTTP/1.1: 200 OK\r\n", "HTTP/1.1:x\r\n", "X-HTTP/1.1 200\r\n", ""}) {
+        EXPECT_FALSE(isStatusLine(line)) << line;
     }
 }
 
-TEST(Rules, StatusLinesAndWhatLooksLikeThem) {
-    EXPECT_TRUE(isStatusLine("HTTP/1.1 200 A: B\r\n"));
-    EXPECT_TRUE(isStatusLine("HTTP/2 200 \r\n"));
+TEST(Rules, WhatLeadsToAnotherOrigin) {
     for (const char* line :
-         {"HTTP/1.1: 200 OK\r\n", "HTTP/1.1:x\r\n", "X-HTTP/1.1 200\r\n", "\r\n", ""}) {
-        EXPECT_FALSE(isStatusLine(line)) << line;
+         {"Location: /path\r\n", "location: https://a.b/\r\n", "Location:/a b\n", "Location: c",
+          "LOCATION: //A.B:443/x\n", "Location: HTTPS://u@a.b/"}) {
+        EXPECT_FALSE(leavesOrigin("https://a.b/start", locationOf(line))) << line;
     }
+    for (const char* line :
+         {"Location: http://a.b/\n", "Location: https://a.b:444/", "Location: //c/",
+          "Location: https://b.a.b/\r\n", "Location: https://a.b@c/", "Location: https://[c/"}) {
+        EXPECT_TRUE(leavesOrigin("https://a.b/start", locationOf(line))) << line;
+    }
+    EXPECT_EQ(locationOf("X-Location: /path\r\n"), "");
 }
 
 TEST(Rules, Wait) {
@@ -153,6 +139,24 @@ TEST(Rules, Wait) {
         EXPECT_EQ(wait.tv_sec, seconds) << milliseconds;
         EXPECT_EQ(wait.tv_usec, microseconds) << milliseconds;
     }
+}
+
+TEST(Encoding, EveryByteAgainstTheRule) {
+    const std::string kept =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_.!~*'()";
+    for (int byte = 0; byte < 256; ++byte) {
+        const std::string text(1, static_cast<char>(byte));
+        const std::string escaped = fmt::format("%{:02X}", byte);
+        const bool stays = kept.find(text) != std::string::npos;
+        const bool delimits = std::string(";,/?:@&=+$#").find(text) != std::string::npos;
+        EXPECT_EQ(encodeURIComponent(text), stays ? text : escaped);
+        EXPECT_EQ(encodeURI(text), stays || delimits ? text : escaped);
+    }
+    QueryEncoder query;
+    query.addParameter("", "");
+    query.addParameter("q&", "x y");
+    query.addParameter("n", -5);
+    EXPECT_EQ(query.getQueryString(), "=&q%26=x%20y&n=-5");
 }
 
 }  // namespace

@@ -18,7 +18,6 @@
 #include "support/null_logger.h"
 #include "support/painted_stack.h"
 #include "support/process.h"
-#include "support/server_process.h"
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
 #include "zel_http/engine_hooks.h"
@@ -92,7 +91,7 @@ void measureIdle() {
 
 void measureWaiting(const std::string& scheme, const std::string& origin,
                     const std::string& authorities) {
-    const DescriptorLimit enough(std::min<rlim_t>(DescriptorLimit::highest(), 4 * waiting));
+    const DescriptorLimit enough(std::min<rlim_t>(DescriptorLimit::highest, 4 * waiting));
     Host host(authorities);
     host.onEngine([] { return 0; });
     const OwnMemory idle = OwnMemory::now();

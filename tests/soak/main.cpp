@@ -15,7 +15,6 @@
 #include "loopback/tls_servers.h"
 #include "support/null_logger.h"
 #include "support/process.h"
-#include "support/server_process.h"
 #include "zel_http/engine.h"
 
 namespace test {

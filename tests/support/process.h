@@ -3,43 +3,50 @@
 #include <sys/resource.h>
 
 #include <cstddef>
+#include <cstdio>
+#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
-/// What a process can tell of itself, and its limit of descriptors.
 namespace test {
 
 /// How many descriptors and threads this process has.
-struct Holdings {
-    std::size_t descriptors;
-    std::size_t threads;
+std::pair<std::size_t, std::size_t> descriptorsAndThreads();
 
-    static Holdings now();
-    /// "2 threads, 5 descriptors".
-    std::string text() const;
-    bool operator==(const Holdings& other) const {
-        return descriptors == other.descriptors && threads == other.threads;
-    }
-};
-
-/// A field of /proc/self/status in KiB: "VmRSS", "VmHWM".
-long memoryKib(const std::string& field);
-
-/// Seconds of CPU that this process has used.
-double cpuSeconds();
-
-/// Sets the soft limit of descriptors while it lives.
+/// Sets the soft limit of descriptors, up to the hard one, while it lives.
 class DescriptorLimit {
 public:
+    static constexpr rlim_t highest = RLIM_INFINITY;
     explicit DescriptorLimit(rlim_t soft);
     DescriptorLimit(const DescriptorLimit&) = delete;
     DescriptorLimit& operator=(const DescriptorLimit&) = delete;
     ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
 
-    /// The hard limit.
-    static rlim_t highest();
-
 private:
     rlimit before_{};
+};
+
+/// Servers in a process of their own, so that what is counted here is the client's alone.
+class ServerProcess {
+public:
+    /// Tells the parent where the servers listen, and returns when they are no longer needed.
+    using Ready = std::function<void(const std::vector<std::string>& addresses)>;
+
+    /// Forks, so construct it before this process has threads. `serve` runs in the child, with as
+    /// many descriptors as it may have: it constructs the servers, calls `Ready` and returns.
+    explicit ServerProcess(const std::function<void(const Ready&)>& serve);
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+    /// Ends the child.
+    ~ServerProcess();
+
+    const std::vector<std::string>& addresses() const { return addresses_; }
+
+private:
+    pid_t child_ = -1;
+    FILE* lifeline_ = nullptr;
+    std::vector<std::string> addresses_;
 };
 
 }  // namespace test

@@ -1,46 +1,41 @@
 #pragma once
 
-#include <chrono>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
-#include "support/exchange.h"
+#include "support/engine_test.h"
 
 namespace test {
 
-inline std::string contentOf(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-/// The directory of the servers that `servers/start` started: certificates and logs.
+/// A file of the servers that `servers/start` started: certificates and logs.
 inline std::string serverFile(const std::string& name) {
     return std::string(ZEL_HTTP_TEST_SERVERS) + "/" + name;
 }
 
-/// A server's log once `line` stands there; it comes after the answer, in squid's when a tunnel
-/// ends.
-inline std::string logWith(const std::string& line, const std::string& file) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    std::string log;
-    while (log.find(line) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        log = contentOf(serverFile(file));
-    }
-    return log;
+inline std::string contentOf(const std::string& name) {
+    std::ifstream file(serverFile(name));
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Replaces "{name}" by the address of that server, or by the directory for "{dir}".
-inline std::string at(std::string line) {
-    std::istringstream addresses(contentOf(serverFile("addresses")));
-    for (std::string name, value; addresses >> name >> value;) {
-        name = "{" + name + "}";
-        for (auto place = line.find(name); place != std::string::npos; place = line.find(name)) {
-            line.replace(place, name.size(), value);
-        }
+/// A server's log once `line` stands there, which may be after the answer.
+inline std::string logWith(const std::string& line, const std::string& file) {
+    const auto there = [&] { return contentOf(file).find(line) != std::string::npos; };
+    waitFor(line + " in " + file, there);
+    return contentOf(file);
+}
+
+/// Replaces "{name}", if any, by the address of that server.
+inline std::string at(std::string text) {
+    const auto begin = text.find('{');
+    if (begin == std::string::npos) return text;
+    const std::string name = text.substr(begin + 1, text.find('}') - begin - 1);
+    std::ifstream addresses(serverFile("addresses"));
+    std::string found;
+    std::string address;
+    while (found != name && addresses >> found >> address) {
     }
-    return line;
+    return text.replace(begin, name.size() + 2, address);
 }
 
 }  // namespace test

@@ -1,0 +1,295 @@
+// A host that runs outcomes when and where it likes, throws, logs to a full disk, and destroys the
+// engine at any time; and texts of a caller that must not put on the wire what was not asked for.
+
+#include <new>
+#include <random>
+#include <thread>
+
+#include "loopback/tls_servers.h"
+#include "support/engine_test.h"
+
+namespace test {
+namespace {
+
+using Host = EngineTest;
+using HostDeathTest = EngineTest;
+
+/// On another thread, and backwards when the engine is gone by then.
+TEST_F(Host, RunsOutcomesLater) {
+    for (const bool gone : {false, true}) {
+        std::mutex mutex;
+        std::vector<std::function<void()>> kept;
+        startEngine([&](const auto& closure) {
+            const std::lock_guard lock(mutex);
+            kept.push_back(closure);
+        });
+        std::vector<std::shared_ptr<HostRequest>> requests(50);
+        for (auto& request : requests) {
+            request = hostRequest(origin("/hello"));
+            request->runRequest();
+        }
+        waitFor("all outcomes", [&] {
+            const std::lock_guard lock(mutex);
+            return kept.size() == requests.size();
+        });
+        if (gone) engine.reset();
+        if (gone) std::reverse(kept.begin(), kept.end());
+        std::thread([&] {
+            for (const auto& closure : std::exchange(kept, {})) closure();
+        }).join();
+        for (const auto& request : requests) EXPECT_EQ(request->outcomes, 1);
+    }
+}
+
+/// A request that throws out of the named operation.
+class ThrowingRequest : public HostRequest {
+public:
+    ThrowingRequest(std::string operation, std::function<void()> fault)
+        : HostRequest(Get(origin("/bytes/100000"))),
+          operation_(std::move(operation)),
+          fault_(std::move(fault)) {
+        config.xauth_check_domain = true;
+    }
+    void notifyHeader(const char* /*line*/, unsigned /*length*/) override { at("header"); }
+    void notifySize(unsigned /*size*/) override { at("size"); }
+    void notifyDataReceived(const char* /*data*/, unsigned /*length*/) override { at("data"); }
+    std::string xauthCookieDomain() const override { return at("domain"), ""; }
+    void notifyDataEnd() override { at("end"); }
+
+private:
+    void at(const char* operation) const {
+        if (operation_ == operation) fault_();
+    }
+
+    std::string operation_;
+    std::function<void()> fault_;
+};
+
+/// Of its operations that libcurl calls; one of a request's exceptions is its way to end.
+TEST_F(Host, ThrowsAndFailsThatRequestOnly) {
+    struct Row {
+        const char* operation;
+        std::function<void()> fault;
+        std::size_t reported;
+    };
+    const Row rows[] = {{"header", [] { throw 7; }, 1},
+                        {"size", [] { throw std::logic_error("no"); }, 2},
+                        {"data", [] { throw std::bad_alloc(); }, 3},
+                        {"data", [] { throw std::range_error("enough"); }, 3}};
+    for (const auto& [operation, fault, reported] : rows) {
+        const auto request = std::make_shared<ThrowingRequest>(operation, fault);
+        expectOutcome(request->runToOutcome(),
+                      "200 <Protocol failure> Failed writing received data to disk/application");
+        EXPECT_EQ(logger.lines("error: Engine::").size(), reported) << operation;
+    }
+}
+
+class FullDisk final : public logging::Logger {
+public:
+    void critical(fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
+    void error(fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
+    void debug(int /*level*/, fmt::string_view /*format*/, fmt::printf_args /*args*/) override {
+        fail();
+    }
+    bool isDebugEnabled(int /*level*/) const override { return true; }
+    logging::detail::StreamProxy infoStream() override { fail(); }
+    logging::detail::StreamProxy debugStream(int /*level*/) override { fail(); }
+
+private:
+    [[noreturn]] static void fail() { throw std::runtime_error("the disk is full"); }
+};
+
+TEST_F(HostDeathTest, WhatLeavesTheEngineThreadEndsTheProcessByName) {
+    const std::string named = "Thread 'CurlEngine' ended by an exception: ";
+    for (const char* operation : {"domain", "end"}) {
+        const auto request = std::make_shared<ThrowingRequest>(
+            operation, [] { throw std::runtime_error("host's fault"); });
+        EXPECT_DEATH(request->runToOutcome(), named + "host's fault") << operation;
+    }
+    FullDisk full;
+    const auto log = [&] {
+        startEngine(atOnce, &full);
+        waitFor("the end of the process", [] { return false; });
+    };
+    EXPECT_DEATH(log(), named + "the disk is full");
+}
+
+/// The caller gets what a client's logger throws, then the executor; nothing of the request is
+/// left.
+TEST_F(Host, GetsWhatTheLoggerOfAClientThrows) {
+    FullDisk full;
+    const auto throwing = zel::http::createClient(executor, full);
+    int outcomes = 0;
+    const auto count = [&](auto, const auto&) { ++outcomes; };
+    const auto start = [&](const zel::http::LogFilter& filter) {
+        throwing->start_request(Get(origin("/hello")), filter, count, count);
+    };
+    EXPECT_THROW(start({}), std::runtime_error);
+    EXPECT_THROW(runUntil("the outcome", [] { return false; }), std::runtime_error);
+    zel::http::LogFilter none;
+    none.payload = zel::http::LogFilter::None;
+    start(none);
+    runUntil("the second outcome", [&] { return outcomes == 1; });
+}
+
+/// Every wait ends at once.
+TEST_F(Host, HasAQueueWithoutEnd) {
+    std::function<void()> again = [&, running = engine.get()] { running->queueRequest(again); };
+    engine->queueRequest(again);
+    EXPECT_EQ(outcomeOf(Get(origin("/silence")).within(300)),
+              "<Operation timed out> Timeout was reached");
+    EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
+    engine.reset();
+}
+
+/// In a handshake, in an upload that nobody reads, and while an answer is due.
+TEST_F(Host, DestroysTheEngineWhileTheServerIsSilent) {
+    for (const char* scheme : {"https://", "http://"}) {
+        for (const std::size_t upload : {0U, 8000000U}) {
+            Flag there;
+            const ScriptedServer server([&](Socket& socket) {
+                there.set();
+                waitForClose(socket);
+            });
+            startEngine();
+            const auto request = hostRequest(
+                Get(scheme + server.authority()).sends(Method::PUT, std::string(upload, 'u')));
+            request->runRequest();
+            there.await("the server");
+            engine.reset();
+            EXPECT_EQ(request->outcomes, 0);
+            EXPECT_EQ(request.use_count(), 1);
+        }
+    }
+}
+
+/// Engines destroyed over and over, each with requests wherever they happen to be.
+TEST_F(Host, DestroysTheEngineAThousandTimes) {
+    std::minstd_rand random;
+    RecordingLogger none(-1);
+    for (int round = 0; round < 1000; ++round) {
+        startEngine(atOnce, &none);
+        std::vector<std::shared_ptr<HostRequest>> requests;
+        for (const char* target : {"/silence", "/bytes/100000", "/hello"}) {
+            requests.push_back(hostRequest(origin(target)));
+            requests.back()->runRequest();
+            for (auto spin = random() % 4; spin > 0; --spin) std::this_thread::yield();
+        }
+        if (random() % 2 == 0) requests[1]->pauseRequest();
+        if (random() % 4 == 0) settle();
+        engine.reset();
+        for (const auto& request : requests) {
+            ASSERT_LE(request->outcomes, 1);
+            ASSERT_EQ(request.use_count(), 1);
+        }
+    }
+}
+
+const std::string line = "\r\nX-Evil: 1";
+const std::string with_nul("u\0evil", 6);
+const std::string bad_url = "<Invalid URL> URL using bad/illegal format or missing URL";
+
+struct Text {
+    const char* name;
+    std::function<void(Get&)> change;
+    std::string outcome;
+    std::size_t reported;
+};
+
+class HostileText : public EngineTest, public testing::WithParamInterface<Text> {};
+
+/// An origin's user in a redirect and a proxy's are texts of others, too.
+TEST_P(HostileText, PutsNothingElseOnTheWire) {
+    std::string seen;
+    std::size_t requests = 0;
+    const std::string challenge = "401 No\r\nWWW-Authenticate: Digest realm=\"r\", nonce=\"n\"\r\n";
+    std::string text;
+    zel::http::LogFilter none;
+    none.payload = zel::http::LogFilter::None;
+    {
+        const ScriptedServer server([&](Socket& socket) {
+            while (true) {
+                const std::string request = readRequest(socket);
+                if (request.empty()) return;
+                seen += request;
+                ++requests;
+                const bool answered = request.find("Authorization: Digest") != std::string::npos;
+                write(socket, "HTTP/1.1 " + (answered ? "200 OK\r\n" : challenge) +
+                                  "Content-Length: 0\r\n\r\n");
+            }
+        });
+        Get config(server.url());
+        // Some before and some behind what is left out, in whatever order.
+        for (int i = 0; i < 8; ++i) config.header("X-Asked-" + std::to_string(i), "v");
+        GetParam().change(config);
+        text = outcomeOf(config, none);  // its lines show header fields
+        engine.reset();
+    }
+    expectOutcome(text, GetParam().outcome);
+    EXPECT_EQ(seen.find("evil"), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("X-Evil"), std::string::npos) << seen;
+    EXPECT_EQ(logger.lines("left out").size(), GetParam().reported);
+    for (int i = 0; i < 8; ++i) {
+        std::size_t count = 0;
+        const std::string asked = "X-Asked-" + std::to_string(i) + ": v\r\n";
+        for (auto at = seen.find(asked); at != std::string::npos; at = seen.find(asked, at + 1)) {
+            ++count;
+        }
+        EXPECT_EQ(count, requests) << i;
+    }
+}
+
+std::function<void(Get&)> header(const std::string& name, const std::string& value) {
+    return [=](Get& config) { config.header(name, value); };
+}
+std::function<void(Get&)> login(const std::string& user, const std::string& password) {
+    return [=](Get& config) { config.login(user, password); };
+}
+std::function<void(Get&)> url(const std::string& rest) {
+    return [=](Get& config) { config.url += rest; };
+}
+const std::string huge(100000, 'h');
+
+const Text texts[] = {
+    {"a line in a header", header("X-Asked", "secret" + line), "401 ", 1},
+    {"a request in a header", header("X-A", "\r\n\r\nGET /evil HTTP/1.1\r\n\r\n"), "401 ", 1},
+    {"a bare LF in a header", header("X-A", "a\nX-Evil: 1"), "401 ", 1},
+    {"a line in a name", header("X-A: a" + line, "b"), "401 ", 1},
+    {"NUL in a name", header(with_nul, "b"), "401 ", 1},
+    {"NUL in a header", header("X-A", with_nul), "401 ", 1},
+    {"a name that continues a line", header(" X-Evil", "b"), "401 ", 1},
+    {"a name that continues it with a tab", header("\tX-Evil", "b"), "401 ", 1},
+    {"a long header", header("X-A", huge), "401 ", 0},
+    {"a line in the user", login("u" + line, "secret"), "401 ", 1},
+    {"a line in the password", login("u", "secret" + line), "401 ", 1},
+    {"NUL in the user", login(with_nul, "secret"), "401 ", 1},
+    {"a long user", login(huge, "secret"), "200 ", 0},
+    {"a line in the path", url(" HTTP/1.1" + line), bad_url, 0},
+    {"NUL in the URL", url(with_nul), bad_url, 0},
+    {"a line in the user of the URL", [](Get& config) { config.url.insert(7, "u%0D%0AX-Evil:1@"); },
+     "401 ", 0},
+    {"a long path", url(huge), "401 ", 0},
+};
+INSTANTIATE_TEST_SUITE_P(Caller, HostileText, testing::ValuesIn(texts), nameOf<Text>);
+
+TEST_F(Host, HasALineInTheUserOfTheProxy) {
+    std::string seen;
+    const ScriptedServer proxy([&](Socket& socket) { seen = readRequest(socket); });
+    engine->setProxyConfig(proxy.url(), "u" + line, "secret");
+    outcomeOf("http://device.example/");
+    engine->setProxyConfig("", "", "");
+    EXPECT_NE(seen, "");
+    EXPECT_EQ(seen.find("uthorization"), std::string::npos) << seen;
+    EXPECT_EQ(logger.lines("contains CR, LF or NUL").size(), 1U);
+}
+
+/// Cut at its NUL, the path would name the very authority that the server needs.
+TEST_F(Host, HasNulInThePathOfItsAuthorities) {
+    const TlsServers tls;
+    const std::string path = tls.certificates().file("root.pem") + std::string("\0x", 2);
+    expectOutcome(outcomeOf(Get(tls.local().url("/hello")).trusting(path)),
+                  "<Protocol failure> SSL peer certificate or SSH remote key was not OK");
+}
+
+}  // namespace
+}  // namespace test

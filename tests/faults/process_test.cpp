@@ -1,0 +1,171 @@
+// Descriptors that run out, that are too many for `select`, and that somebody else closes.
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/eventfd.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "support/engine_test.h"
+
+namespace {
+
+/// How many of the next wake-ups fail.
+std::atomic<int> failing_wakeups{0};
+
+}  // namespace
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int eventfd_write(int descriptor, eventfd_t value) {
+    static const auto next =
+        reinterpret_cast<decltype(&eventfd_write)>(dlsym(RTLD_NEXT, "eventfd_write"));
+    if (failing_wakeups > 0 && failing_wakeups-- > 0) return -1;
+    return next(descriptor, value);
+}
+
+namespace test {
+namespace {
+
+constexpr std::size_t crowd = 2000;
+
+class Process : public EngineTest {
+protected:
+    void TearDown() override {
+        for (const int descriptor : low_) close(descriptor);
+        EngineTest::TearDown();
+    }
+    /// Takes all descriptors below `FD_SETSIZE`.
+    void takeLowDescriptors() {
+        many_ = std::make_unique<DescriptorLimit>(rlim_t{2} * FD_SETSIZE + crowd);
+        while (low_.empty() || low_.back() < FD_SETSIZE) {
+            low_.push_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        }
+    }
+    /// From now on the engine waits with `poll`: its own descriptor is too high for `select`.
+    void restartWithPoll() {
+        engine.reset();
+        takeLowDescriptors();
+        startEngine();
+    }
+    /// Performs as many requests at once, attached in one pass. "all answered", say.
+    std::string crowdOutcome(const std::string& url) {
+        std::size_t answered = 0;
+        std::size_t refused = 0;
+        std::vector<int> outcomes(crowd, 0);
+        whileEngineIsHeld([&] {
+            for (std::size_t i = 0; i < crowd; ++i) {
+                const auto keep = [&, i](auto, const auto& data) {
+                    const std::string text = textOf(data);
+                    ++outcomes[i];
+                    if (text.rfind("200", 0) == 0) ++answered;
+                    if (text.rfind("<Failed to establish connection>", 0) == 0) ++refused;
+                };
+                client->start_request(Get(url), {}, keep, keep);
+            }
+        });
+        runUntil("all outcomes", [&] { return answered + refused == crowd; });
+        EXPECT_EQ(outcomes, std::vector<int>(crowd, 1));
+        return refused == 0 ? "all answered" : "some answered, the others refused";
+    }
+
+private:
+    std::unique_ptr<DescriptorLimit> many_;
+    std::vector<int> low_;
+};
+
+TEST_F(Process, HasNoDescriptorLeft) {
+    const DescriptorLimit none(3);
+    expectOutcome(outcomeOf(origin("/hello")),
+                  "<Failed to establish connection> Couldn't connect to server");
+}
+
+TEST_F(Process, Has1024DescriptorsFor2000Requests) {
+    const DescriptorLimit usual(FD_SETSIZE);
+    expectOutcome(crowdOutcome(origin("/hello")), "some answered, the others refused");
+}
+
+/// In flight together, which the origin makes sure of; without and with a high one of the engine.
+TEST_F(Process, Has2000RequestsInFlightBeyondSelect) {
+    takeLowDescriptors();
+    expectOutcome(crowdOutcome(origin("/together/2000")), "all answered");
+    engine.reset();
+    startEngine();
+    expectOutcome(crowdOutcome(origin("/together/2000")), "all answered");
+}
+
+TEST_F(Process, FailsToWakeTheEngineOnce) {
+    std::shared_ptr<HostRequest> request;
+    failing_wakeups = 1;
+    while (failing_wakeups > 0) {  // an engine that is not waiting needs no wake-up
+        request = hostRequest(origin("/hello"));
+        request->runRequest();
+        waitFor("the failure", [&] { return failing_wakeups == 0 || request->outcomes > 0; });
+    }
+    EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");  // wakes the engine for both
+    EXPECT_EQ(request->outcome(), "200 end");
+}
+
+class Wait : public Process, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override {
+        Process::SetUp();
+        if (GetParam()) restartWithPoll();
+    }
+    /// Closes the lowest descriptor that is `wanted` between two waits: nothing wakes one that is
+    /// under way.
+    void closeBehind(const std::function<bool(int)>& wanted) {
+        whileEngineIsHeld([&] {
+            int descriptor = 3;
+            while (!wanted(descriptor)) ++descriptor;
+            close(descriptor);
+        });
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Loop, Wait, testing::Bool(),
+                         [](const auto& row) { return row.param ? "Poll" : "Select"; });
+
+TEST_P(Wait, MakesNoPassesWithoutWork) {
+    const std::size_t before = passes();
+    outcomeOf(Get(origin("/silence")).within(200));
+    EXPECT_LT(passes() - before, 30U);
+}
+
+TEST_P(Wait, OutlivesItsSocket) {
+    Flag arrived;
+    const ScriptedServer server([&](Socket& socket) {
+        readRequest(socket);
+        arrived.set();
+        waitForClose(socket);
+    });
+    const auto request = hostRequest(Get(server.url()).within(1000));
+    request->runRequest();
+    arrived.await("the request");
+    const std::size_t before = passes();
+    closeBehind([&](int descriptor) {
+        sockaddr_in peer{};
+        socklen_t length = sizeof peer;
+        return getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
+               "127.0.0.1:" + std::to_string(ntohs(peer.sin_port)) == server.authority();
+    });
+    expectOutcome(request->outcome(), "0 <Protocol failure> Failed sending data to the peer");
+    EXPECT_LT(passes() - before, 300U);
+}
+
+/// Nothing can wake it any more, so it looks at its queue now and then, and can be destroyed.
+TEST_P(Wait, OutlivesWhatWakesIt) {
+    closeBehind([](int descriptor) {
+        char target[50] = "";
+        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+        return readlink(link.c_str(), target, sizeof target - 1) > 0 &&
+               std::string(target) == "anon_inode:[eventfd]";
+    });
+    const auto begun = std::chrono::steady_clock::now();
+    const std::size_t before = passes();
+    waitFor("passes", [&] { return passes() > before + 10; });
+    EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(90));
+    engine.reset();
+}
+
+}  // namespace
+}  // namespace test

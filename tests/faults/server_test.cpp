@@ -1,0 +1,236 @@
+// Servers and proxies that die, stall and cheat, answers that no decent server sends, and name
+// look-ups that hang.
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "support/servers.h"
+
+namespace {
+
+/// Look-ups of "hangs.test" return once this is false, without a result.
+std::atomic<bool> hanging{false};
+std::atomic<int> hung{0};
+
+}  // namespace
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
+                           addrinfo** result) {
+    static const auto next =
+        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    if (name == nullptr || std::string(name) != "hangs.test") {
+        return next(name, service, hints, result);
+    }
+    ++hung;
+    test::waitFor("the end of the look-up", [] { return !hanging; });
+    return EAI_AGAIN;
+}
+
+namespace test {
+namespace {
+
+using Script = std::function<void(Socket&)>;
+
+const std::string ok = "HTTP/1.1 200 OK\r\n";
+const std::string half_header = ok + "Content-Type: text/pl";
+const std::string half_body = ok + "Content-Length: 100\r\n\r\nhalf";
+const std::string empty = "Content-Length: 0\r\n";
+const std::string chunked = "Transfer-Encoding: chunked\r\n";
+
+const std::string protocol = "<Protocol failure> ";
+const std::string reset_text = protocol + "Failure when receiving data from the peer";
+const std::string partial = protocol + "Transferred a partial file";
+const std::string nothing = protocol + "Server returned nothing (no headers, no data)";
+const std::string timed_out = "<Operation timed out> Timeout was reached";
+const std::string not_http = "<Invalid URL> Unsupported protocol";
+const std::string too_many = protocol + "Weird server reply";
+const std::string broken_tls = protocol + "SSL connect error";
+
+void close(Socket& /*socket*/) {}
+void stall(Socket& socket) { waitForClose(socket); }
+void reset(Socket& socket) {
+    socket.set_option(boost::asio::socket_base::linger(true, 0));
+    socket.close();
+}
+
+Script says(const std::string& reply, const Script& then = close) {
+    return [=](Socket& socket) {
+        readRequest(socket);
+        write(socket, reply);
+        then(socket);
+    };
+}
+/// Opens a tunnel, and reads and answers one request in it.
+Script tunnel(const std::string& reply) { return says("HTTP/1.1 200 OK\r\n\r\n", says(reply)); }
+
+void byteByByte(Socket& socket) {
+    readRequest(socket);
+    socket.set_option(boost::asio::ip::tcp::no_delay(true));
+    for (const char byte : ok + "Content-Length: 5\r\nX-Slow: yes\r\n\r\nhello") {
+        write(socket, {byte});
+        usleep(500);
+    }
+}
+
+std::string fields(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "X-" + std::to_string(i) + ": v\r\n";
+    return text;
+}
+
+struct Row {
+    const char* name;
+    Script script;
+    std::string outcome;
+};
+
+class Server : public EngineTest, public testing::WithParamInterface<Row> {};
+
+TEST_P(Server, HasOneOutcome) {
+    const auto& [name, script, outcome] = GetParam();
+    const ScriptedServer server(script);
+    const bool tls = outcome == broken_tls || std::string(name).rfind("TLS", 0) == 0;
+    const Get request((tls ? "https://" : "http://") + server.authority() + "/");
+    expectOutcome(outcomeOf(Get(request).within(outcome == timed_out ? 300 : 0)), outcome);
+}
+
+const Row faults[] = {
+    {"closed before the answer", says(""), nothing},
+    {"closed in the header", says(half_header), partial},
+    {"closed in the body", says(half_body), partial},
+    {"reset before the answer", says("", reset), reset_text},
+    {"reset in the header", says(half_header, reset), reset_text},
+    {"reset in the body", says(half_body, reset), reset_text},
+    {"silent before the answer", says("", stall), timed_out},
+    {"silent in the header", says(half_header, stall), timed_out},
+    {"silent in the body", says(half_body, stall), timed_out},
+    {"silent in the TLS handshake", stall, timed_out},
+    {"TLS asked of HTTP", [](Socket& socket) { write(socket, ok); }, broken_tls},
+    {"answers byte by byte", byteByByte, "200 hello"},
+};
+INSTANTIATE_TEST_SUITE_P(Faulty, Server, testing::ValuesIn(faults), nameOf<Row>);
+
+const Row answers[] = {
+    {"redirect to nowhere", says("HTTP/1.1 302 Found\r\nContent-Length: 4\r\n\r\nhere"),
+     "302 here"},
+    {"status 600", says("HTTP/1.1 600 Odd\r\n" + empty + "\r\n"), protocol + "HTTP code=0"},
+    {"status 99", says("HTTP/1.1 99 Odd\r\n" + empty + "\r\n"), not_http},
+    {"garbage", says("garbage\r\n\r\n"), not_http},
+    // Must cost no such memory.
+    {"declares 4 GiB", says(ok + "Content-Length: 4294967295\r\n\r\nhalf"), partial},
+    {"declares less", says(ok + "Content-Length: 4\r\n\r\nmore than that"), "200 more"},
+    {"trailer", says(ok + chunked + "\r\n2\r\nok\r\n0\r\nX-Hop: t\r\n\r\n"), "200 ok hop=t"},
+    {"field like a status line", says(ok + chunked + "\r\n0\r\nHTTP/1.1: x\r\n\r\n"), "200 "},
+    {"500 fields", says(ok + empty + fields(499) + "\r\n"), "200 "},
+    {"501 fields", says(ok + empty + fields(500) + "\r\n"), too_many},
+    {"501 with trailers", says(ok + chunked + "\r\n0\r\n" + fields(500) + "\r\n"), too_many},
+    {"270 KB of fields",
+     says(ok + "X-A: " + std::string(90000, 'a') + "\r\nX-B: " + std::string(90000, 'b') +
+          "\r\nX-C: " + std::string(90000, 'c') + "\r\n\r\n"),
+     too_many},
+    {"100 first", says("HTTP/1.1 100 Continue\r\n\r\n" + ok + "Content-Length: 2\r\n\r\nok"),
+     "200 ok"},
+    {"field twice", says(ok + "X-Hop: a\r\nx-HOP: b\r\n: c\r\n" + empty + "\r\n"), "200  hop=a"},
+    {"bare line ends", says("HTTP/1.1 200 OK\nX-Hop: bare\n\nok"), "200 ok"},
+};
+INSTANTIATE_TEST_SUITE_P(Odd, Server, testing::ValuesIn(answers), nameOf<Row>);
+
+class Proxy : public EngineTest, public testing::WithParamInterface<Row> {};
+
+TEST_P(Proxy, HasOneOutcome) {
+    const ScriptedServer proxy(GetParam().script);
+    engine->setProxyConfig(proxy.url(), "", "");
+    expectOutcome(outcomeOf("http://device.example/"), GetParam().outcome);
+    engine->setProxyConfig("", "", "");
+}
+
+const Row proxies[] = {{"closes behind CONNECT", says(""), reset_text},
+                       {"closes before the answer", tunnel(""), nothing},
+                       {"closes in the body", tunnel(half_body), partial}};
+INSTANTIATE_TEST_SUITE_P(Faulty, Proxy, testing::ValuesIn(proxies), nameOf<Row>);
+
+using FaultyServer = EngineTest;
+
+TEST_F(FaultyServer, IsResetWhileItIsSent8MB) {
+    const ScriptedServer server(says("", reset));
+    const auto request = Get(server.url()).sends(Method::PUT, std::string(8000000, 'u'));
+    expectOutcome(outcomeOf(request).substr(0, protocol.size()), protocol);
+}
+
+TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
+    const ScriptedServer server(says(ok + "Content-Length: 5\r\n\r\nfirst", says("")));
+    for (int i = 0; i < 6; ++i) {
+        const Method method = i < 3 ? Method::GET : Method::POST;
+        EXPECT_EQ(outcomeOf(Get(server.url()).sends(method, "once")), "200 first");
+    }
+}
+
+/// A listener with no room left in its queue.
+TEST_F(FaultyServer, NeverAnswersAConnection) {
+    boost::asio::io_context context;
+    boost::asio::ip::tcp::acceptor full(context, {boost::asio::ip::address_v4::loopback(), 0},
+                                        false);
+    full.listen(0);
+    const auto endpoint = full.local_endpoint();
+    std::vector<Socket> filling;
+    for (int i = 0; i < 3; ++i) {
+        filling.emplace_back(context, boost::asio::ip::tcp::v4());
+        filling.back().native_non_blocking(true);
+        static_cast<void>(connect(filling.back().native_handle(), endpoint.data(),
+                                  static_cast<socklen_t>(endpoint.size())));
+    }
+    const std::string url = "http://127.0.0.1:" + std::to_string(endpoint.port()) + "/";
+    expectOutcome(outcomeOf(Get(url).within(300)), timed_out);
+}
+
+TEST_F(FaultyServer, NginxIsKilledInABodyOverHttp2) {
+    const auto shell = [](const std::string& command) { return std::system(command.c_str()); };
+    ASSERT_EQ(shell(ZEL_HTTP_TEST_SCRIPTS "/start " ZEL_HTTP_TEST_SERVERS), 0);
+    std::ofstream(serverFile("large")) << std::string(1000000, 'l');
+    const auto request =
+        hostRequest(Get(at("https://{good}/slow/large")).trusting(serverFile("root.pem")));
+    request->runRequest();
+    waitFor("the body", [&] { return request->received > 0; });
+    // Stopped first, so that it does not replace the workers.
+    const std::string pid = "$(cat " + serverFile("nginx.pid") + ")";
+    shell("kill -STOP " + pid + "; pkill -KILL -P " + pid + "; kill -KILL " + pid);
+    expectOutcome(request->outcome(), "200 " + partial);
+    shell(ZEL_HTTP_TEST_SCRIPTS "/stop " ZEL_HTTP_TEST_SERVERS);
+}
+
+class LookUp : public EngineTest {
+protected:
+    /// Others go on while the request waits for the name.
+    std::shared_ptr<HostRequest> start(int limit) {
+        hanging = true;
+        hung = 0;
+        const auto request = hostRequest(Get("http://hangs.test/").within(limit));
+        request->runRequest();
+        waitFor("the look-up", [&] { return hung > 0; });
+        EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
+        return request;
+    }
+    void TearDown() override {
+        hanging = false;
+        EngineTest::TearDown();
+    }
+};
+
+TEST_F(LookUp, ThatHangsEndsAtTheLimit) { expectOutcome(start(500)->outcome(), "0 " + timed_out); }
+
+TEST_F(LookUp, ThatHangsEndsByACancelOrWithTheEngine) {
+    for (const bool cancel : {true, false}) {
+        const auto request = start(0);
+        if (cancel) request->tryToCancelRequest();
+        if (!cancel) engine.reset();
+        waitFor("the end", [&] { return request.use_count() == 1; });
+        EXPECT_EQ(request->outcomes, 0);
+    }
+}
+
+}  // namespace
+}  // namespace test

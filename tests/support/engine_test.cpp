@@ -1,0 +1,155 @@
+#include "support/engine_test.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+namespace test {
+namespace {
+
+std::string origin_url;
+
+}  // namespace
+
+void waitFor(const std::string& event, const std::function<bool()>& reached) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!reached()) {
+        const bool late = std::chrono::steady_clock::now() > deadline;
+        if (late) throw std::runtime_error("waited in vain for " + event);
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
+std::string origin(const std::string& target) { return origin_url + target; }
+
+std::string textOf(const zel::http::ResponseData& response) {
+    std::string text = response.body.substr(0, response.body.find('\n'));
+    if (const std::size_t size = response.body.size(); size > 60) {
+        text = std::to_string(size) + (response.body == bodyOf(size) ? " bytes" : " other bytes");
+    }
+    const auto hop = response.headers.find("x-hop");
+    if (hop != response.headers.end()) text += " hop=" + hop->second;
+    return std::to_string(response.status) + " " + text;
+}
+
+std::string textOf(const zel::http::ErrorData& error) {
+    std::ostringstream text;
+    text << error.failure << ' ' << error.message;
+    return text.str();
+}
+
+void HostRequest::notifyDataReceived(const char* data, unsigned length) {
+    body.append(data, length);
+    received += length;
+    if (on_data) on_data();
+}
+
+void HostRequest::notifyFailure(zel::http::Failure failure, const char* text) {
+    std::ostringstream line;
+    line << failure << ' ' << text;
+    finish(line.str());
+}
+
+void HostRequest::finish(const std::string& text) {
+    if (outcomes == 0) outcome_ = std::to_string(getResponseCode()) + " " + text;
+    ++outcomes;
+}
+
+std::string HostRequest::outcome() const {
+    waitFor("the outcome of a host's request", [this] { return outcomes > 0; });
+    return outcome_;
+}
+
+std::string HostRequest::runToOutcome() {
+    runRequest();
+    return outcome();
+}
+
+std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config) {
+    return std::make_shared<HostRequest>(config);
+}
+
+std::shared_ptr<HostRequest> hostRequest(const std::string& url) { return hostRequest(Get(url)); }
+
+void EngineTest::SetUp() {
+    before_ = descriptorsAndThreads();
+    startEngine();
+}
+
+void EngineTest::TearDown() {
+    if (engine) {
+        EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello") << "by the engine afterwards";
+        settle();
+        loop.poll();
+        EXPECT_EQ(client.use_count(), 1);
+    }
+    engine.reset();
+    waitFor("the end of all threads and descriptors",
+            [this] { return descriptorsAndThreads() == before_; });
+    for (const auto& line : logger.lines("secret")) ADD_FAILURE() << "logged: " << line;
+}
+
+void EngineTest::startEngine(const Runner& runner, logging::Logger* log) {
+    engine.reset();
+    engine = std::make_unique<zel::http::Engine>(runner, log == nullptr ? &logger : log);
+}
+
+std::string EngineTest::outcomeOf(const RequestConfig& config, const zel::http::LogFilter& filter) {
+    std::string outcome;
+    const auto keep = [&](auto, const auto& data) { outcome = textOf(data); };
+    client->start_request(config, filter, keep, keep);
+    runUntil("the outcome of " + config.url.substr(0, 60), [&] { return !outcome.empty(); });
+    return outcome;
+}
+
+void EngineTest::expectOutcome(const std::string& actual, const std::string& expected) {
+    RecordProperty("outcome", actual);
+    EXPECT_EQ(actual, expected);
+}
+
+void EngineTest::runUntil(const std::string& event, const std::function<bool()>& reached) {
+    waitFor(event, [&] {
+        if (reached()) return true;
+        loop.run_one_for(std::chrono::milliseconds(100));
+        return reached();
+    });
+}
+
+void EngineTest::settle() {
+    for (int pass = 0; pass < 2; ++pass) {
+        Flag reached;
+        engine->queueRequest([&] { reached.set(); });
+        reached.await("the engine thread");
+    }
+}
+
+void EngineTest::whileEngineIsHeld(const std::function<void()>& work) {
+    Flag held;
+    Flag released;
+    engine->queueRequest([&] {
+        held.set();
+        released.await("the test");
+    });
+    held.await("the engine thread");
+    work();
+    released.set();
+    settle();
+}
+
+}  // namespace test
+
+/// The origin's process is made first: it is a fork, and tests have threads.
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    // Proxies of the environment have no way to servers on loopback.
+    setenv("no_proxy", "*", 1);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // clients of the servers here may be gone
+    const test::ServerProcess servers([](const test::ServerProcess::Ready& ready) {
+        const test::Origin served;
+        ready({served.url("")});
+    });
+    test::origin_url = servers.addresses().at(0);
+    return RUN_ALL_TESTS();
+}

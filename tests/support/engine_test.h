@@ -1,0 +1,140 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <cctype>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "loopback/origin.h"
+#include "loopback/recording_logger.h"
+#include "loopback/scripted_server.h"
+#include "oru/asio_executor.h"
+#include "support/process.h"
+#include "support/request.h"
+#include "zel_http/client.h"
+#include "zel_http/engine.h"
+#include "zel_http/request.h"
+
+namespace test {
+
+using namespace loopback;  // the servers
+
+/// Throws when `reached` stays false for 30 s, the bound of every wait; `event` did not come then.
+void waitFor(const std::string& event, const std::function<bool()>& reached);
+
+/// One thread sets it, others wait for it.
+class Flag {
+public:
+    void set() { set_ = true; }
+    bool isSet() const { return set_; }
+    void await(const std::string& event) const {
+        waitFor(event, [this] { return isSet(); });
+    }
+
+private:
+    std::atomic<bool> set_{false};
+};
+
+/// The URL of a resource of an origin in a process of its own, which lives as long as the tests.
+std::string origin(const std::string& target);
+
+/// "200 text", with " hop=H" for a response with X-Hop; a long body as its length, and as "other
+/// bytes" unless it is `bodyOf` of that length.
+std::string textOf(const zel::http::ResponseData& response);
+/// "<Operation timed out> Timeout was reached".
+std::string textOf(const zel::http::ErrorData& error);
+
+/// A host's own request: keeps what it is told, and its outcome as a text.
+class HostRequest : public zel::http::Request {
+public:
+    explicit HostRequest(const RequestConfig& asked) : Request(asked) {}
+
+    void notifyDataReceived(const char* data, unsigned length) override;
+    void notifyHeader(const char* /*line*/, unsigned /*length*/) override { ++header_lines; }
+    void notifyDataEnd() override { finish("end"); }
+    void notifyFailure(zel::http::Failure failure, const char* text) override;
+    void start() override {}
+
+    /// "200 end", or "404 <Error code in HTTP Response> HTTP code=404", once it is there.
+    std::string outcome() const;
+    std::string runToOutcome();
+
+    /// Runs after each block of the body.
+    std::function<void()> on_data;
+    std::string body;
+    std::atomic<std::size_t> received{0};
+    std::atomic<int> header_lines{0};
+    std::atomic<int> outcomes{0};
+
+private:
+    void finish(const std::string& text);
+
+    std::string outcome_;
+};
+
+std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config);
+std::shared_ptr<HostRequest> hostRequest(const std::string& url);
+
+/// The name of a row of a table, as the test runner takes it.
+template <typename Row>
+std::string nameOf(const testing::TestParamInfo<Row>& row) {
+    std::string name = row.param.name;
+    const auto other = [](unsigned char c) { return std::isalnum(c) == 0; };
+    std::replace_if(name.begin(), name.end(), other, '_');
+    return name;
+}
+
+using Runner = std::function<void(const std::function<void()>&)>;
+inline void atOnce(const std::function<void()>& closure) { closure(); }
+
+/// An engine whose outcomes run at once on its thread, and a client on the test's thread. Each test
+/// ends with a look at what must hold whatever it did: the engine serves, nothing holds the client,
+/// no thread or descriptor is left, and "secret" stands in no log line.
+class EngineTest : public testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /// Replaces the engine.
+    void startEngine(const Runner& runner = atOnce, logging::Logger* log = nullptr);
+    template <typename Derived>
+    Derived& startDerived() {
+        engine.reset();
+        auto derived = std::make_unique<Derived>(atOnce, &logger);
+        Derived& started = *derived;
+        engine = std::move(derived);
+        return started;
+    }
+    /// Performs a request of the client.
+    std::string outcomeOf(const RequestConfig& config, const zel::http::LogFilter& filter = {});
+    std::string outcomeOf(const std::string& url) { return outcomeOf(Get(url)); }
+    /// What came of a fault, for the table of `./dev faults` too.
+    static void expectOutcome(const std::string& actual, const std::string& expected);
+    /// Runs the client's executor until then.
+    void runUntil(const std::string& event, const std::function<bool()>& reached);
+    /// Returns when the engine thread has run all that was queued before, and a pass after it.
+    void settle();
+    /// Runs `work` while the engine thread is held: what it queues comes in one pass.
+    void whileEngineIsHeld(const std::function<void()>& work);
+    /// How many passes the engine has made.
+    std::size_t passes() const { return logger.lines("processPendingRequests").size(); }
+
+    RecordingLogger logger;
+    boost::asio::io_context loop;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_guard{
+        loop.get_executor()};
+    oru::asio_executor executor{loop};
+    std::unique_ptr<zel::http::Engine> engine;
+    std::shared_ptr<zel::http::Client> client = zel::http::createClient(executor, logger);
+
+private:
+    std::pair<std::size_t, std::size_t> before_;
+};
+
+}  // namespace test
