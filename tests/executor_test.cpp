@@ -179,15 +179,15 @@ TYPED_TEST(Executor, RunsTasksInANestedLoopAndGoesInOneOfItsOwn) {
         const auto token = std::make_shared<int>(0);
         this->post([&] {
             order += 'a';
+            this->post([&] {
+                order += 'b';
+                this->loop.stop();
+            });
             this->loop.run();
             order += 'c';
             this->post([&order, token] { order += 'd'; });
             this->loop.executor.reset();
             EXPECT_EQ(token.use_count(), 1);
-            this->loop.stop();
-        });
-        this->post([&] {
-            order += 'b';
             this->loop.stop();
         });
         this->loop.run();
