@@ -40,8 +40,8 @@ public:
 
     /// `fsmRunner` is called on the engine thread with one closure for each outcome. It may run the
     /// closure at once, or copy it and run it later on any thread. The closure uses `logger`, not
-    /// the engine; `logger` must not be null and must outlive both. Throws `std::system_error` when
-    /// the system refuses the engine thread; then there is no engine.
+    /// the engine; `logger` must not be null and must outlive the engine and all closures. Throws
+    /// `std::system_error` when the system refuses the engine thread; then there is no engine.
     Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
            logging::Logger* logger);
 
@@ -229,7 +229,7 @@ private:
     std::string proxyUrl;
     std::string proxyUser;
     std::string proxyPassword;
-    // Engine thread only; the host's once that has been joined.
+    // Engine thread only; the destroying thread's once that has been joined.
     std::map<void*, std::shared_ptr<ActiveTask>> tasks;
     // Constant after construction.
     logging::Logger* logger;

@@ -73,9 +73,9 @@ struct ZEL_HTTP_API RequestConfig {
     /// "User-Agent" is given here the library sends its own. An empty value sends nothing and
     /// removes a default header of that name. A name or value with CR, LF or NUL is left out and
     /// reported in the log. Redirects: up to 5 are followed. Lines named Authorization and Cookie,
-    /// and `user`, stay with the first host; every other header here is sent to each host on the
-    /// way, also from https to http. `DELETE` and `PATCH` repeat on a 301, 302 and 303, `PATCH`
-    /// then without its body.
+    /// and `user`, stay with the first host; every other header here is sent to each host
+    /// that they lead to, also from https to http. `DELETE` and `PATCH` repeat on a 301, 302 and
+    /// 303, `PATCH` then without its body.
     HeaderMap headers;
     /// Credentials are sent only when this is not empty. When it or `password` contains CR, LF or
     /// NUL, both are left out and reported in the log.
@@ -124,9 +124,10 @@ struct ZEL_HTTP_API RequestConfig {
     /// cached name look-up is reused.
     bool reset_state = false;
     /// Log a critical line when there is no X-Auth cookie to send and, with `xauth_check_domain`,
-    /// an error line when the response sets one of another domain. The request does not fail.
+    /// an error line when `Request::xauthCookieDomain` then has another domain. The request does
+    /// not fail.
     bool xauth_required = false;
-    /// Log an error line when the domain of the response's X-Auth cookie does not occur in
+    /// Log an error line when the response's `Request::xauthCookieDomain` does not occur in
     /// `xauth_expected_domain`. The request does not fail.
     bool xauth_check_domain = false;
     /// The domain of the X-Auth cookie to send; the engine writes it into its copy just before the

@@ -121,7 +121,8 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     CURL* curl = task.curl;
     const RequestConfig& config = task.request->config;
     setPointer<CURLOPT_ERRORBUFFER>(curl, task.reason.data());
-    // Without it, removing a transfer waits for a name look-up that hangs (libcurl 7.87 on).
+    // Without it, removing a transfer waits for its name look-up, which may hang. (From libcurl
+    // 7.87 on.)
     setLong<CURLOPT_QUICK_EXIT>(curl, 1);
     // Without it libcurl replaces the process's handler of SIGPIPE and restores it, several times
     // in a transfer, in a race with the host's threads. Nothing needs the handler: libcurl's writes

@@ -67,7 +67,7 @@ void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
     }
     setLong<CURLOPT_SSL_OPTIONS>(curl, options);
-    // A resumed session is not verified again (libcurl 8.14 resumes between transfers).
+    // A resumed session is not verified again (libcurl resumes between transfers from 8.12 on).
     if (config.verifier || partial_chain || own_certificate) {
         setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     }
@@ -85,7 +85,7 @@ void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
 }
 
 /// libcurl caches a file's store for a day. Once the file has changed, only stores and sessions
-/// made since then may be used: stores that are younger than the change.
+/// made since then may be used: the cache's time limit becomes the time since the change.
 void TlsIsolation::refreshAuthorities(CURL* curl, const RequestConfig& config) {
     // A file in a directory can change without changing the directory's times.
     if (authoritiesDirectory(config)) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
