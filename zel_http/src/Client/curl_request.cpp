@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::size_t header_buckets = 10;
 
-/// The most memory that is reserved for a body because of its declared length alone. Once half as
-/// much has arrived, the length is trusted.
+/// The most memory that is reserved for a body because of its declared length alone, before that
+/// much has arrived.
 constexpr std::size_t trusted_size = std::size_t{16} * 1024 * 1024;
 
 ClientFailure convert_failure(Failure failure) {
