@@ -113,7 +113,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
         std::string_view lines(data, bytes);
         while (!lines.empty()) {
             const std::size_t newline = lines.find('\n');
-            const std::size_t end = newline == lines.npos ? lines.size() : newline + 1;
+            const std::size_t end = newline == std::string_view::npos ? lines.size() : newline + 1;
             const std::string_view line = lines.substr(0, end);
             takeHeaderLine(task, line);
             lines.remove_prefix(line.size());
