@@ -26,8 +26,7 @@ class ZEL_HTTP_API Client {
 public:
     using RequestId = std::uint32_t;  ///< identifies one request of one client
     /// @{
-    /// Receives the outcome, which is valid during the call only. An exception propagates out of
-    /// the executor's task.
+    /// Receives the outcome, valid during the call only. An exception leaves the executor's task.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
     /// @}

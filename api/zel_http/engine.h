@@ -32,8 +32,7 @@ class TlsIsolation;
 ///
 /// The host constructs it before any request starts and destroys it, on a thread of its own, after
 /// the last client is done and before it leaves `main`. Destroying it while other threads use it,
-/// or calling `exit` while it runs, is undefined. A second engine at the same time stops the
-/// process.
+/// or `exit` while it runs, is undefined. A second engine at a time stops the process.
 class ZEL_HTTP_API Engine {
 public:
     class ActiveTask;
@@ -71,7 +70,7 @@ public:
     /// @{
     /// Start, cancel, pause and resume a request's transfer; `Request`'s own operations call these.
     /// Any thread; queue the work and return. The queue shares the ownership of the request until
-    /// the work has run.
+    /// then.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
@@ -96,8 +95,7 @@ public:
     void addProxyConfig(void* curl, const std::string& proxy);
 
     /// @{
-    /// `thread_loop` is the engine thread's function, the others are the steps of a pass of its
-    /// loop. Engine thread.
+    /// The engine thread's function, and the steps of one pass of its loop. Engine thread.
     void thread_loop();
     void runTasks();
     void flagTermination();
@@ -157,8 +155,7 @@ protected:
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
     /// @}
-    /// Notifies `request` of its outcome. Runs in the FSM context, perhaps after the engine is
-    /// destroyed.
+    /// Notifies `request` of its outcome. Runs in the FSM context, even after the engine is gone.
     static void runCallbackHandlerInFsmContext(logging::Logger* logger,
                                                std::shared_ptr<Request> request, CURLcode result,
                                                long httpCode, const std::string& reason);
@@ -235,8 +232,7 @@ private:
     logging::Logger* logger;
     // Guarded by queueMutex: a wake-up has been or is being written and is not read yet.
     bool wakeupUnread = false;
-    // Engine thread only, as `tasks`: the number of open sockets at or above `FD_SETSIZE`, which
-    // `select` cannot take.
+    // Engine thread only, as `tasks`: how many open sockets are too high for `select`.
     std::size_t highSockets = 0;
     // Engine thread only, as `tasks` and with the same entries: requests and their easy handles, in
     // an order that finds a request's handles without a walk over `tasks`.

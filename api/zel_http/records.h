@@ -130,8 +130,7 @@ struct ZEL_HTTP_API RequestConfig {
     /// Log an error line when the response's `Request::xauthCookieDomain` does not occur in
     /// `xauth_expected_domain`. The request does not fail.
     bool xauth_check_domain = false;
-    /// The domain of the X-Auth cookie to send; the engine writes it into its copy just before the
-    /// transfer.
+    /// The domain of the X-Auth cookie to send; written by the engine, in its own copy.
     std::string xauth_previous_domain;
     std::string xauth_expected_domain;  ///< see `xauth_check_domain`
 

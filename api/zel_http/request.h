@@ -52,9 +52,8 @@ public:
 
     /// A block of the body. Throwing fails the transfer.
     virtual void notifyDataReceived(const char* data, unsigned length) = 0;
-    /// One header line as received, line end included; also status lines and the empty line that
-    /// ends a header block. Comes for every response to the request, redirects and authentication
-    /// included.
+    /// One header line as received, line end included; also the status line and the empty line that
+    /// ends the block. Comes for every response, redirects and authentication included.
     virtual void notifyHeader(const char* line, unsigned length);
     /// The transfer ended with a status from 100 to 399.
     virtual void notifyDataEnd() = 0;
@@ -85,8 +84,8 @@ public:
     unsigned getResponseCode() const { return responseCode; }  ///< as set
 
     /// @{
-    /// What `Engine::allowsPayloadLogging` returns for its transfer; the library itself does not
-    /// use it.
+    /// What `Engine::allowsPayloadLogging` returns for its transfer; not used by the library
+    /// itself.
     void setAllowPayloadLogging(bool allow) { allowPayloadLogging = allow; }
     bool allowsPayloadLogging() const { return allowPayloadLogging; }
     /// @}

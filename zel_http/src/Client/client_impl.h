@@ -39,8 +39,7 @@ private:
         LogFilter log_filter;
     };
 
-    /// The value of `owner_thread` until the first call binds one: all bits set, which names no
-    /// thread.
+    /// `owner_thread` until the first call binds one: all bits set, which names no thread.
     static constexpr auto unbound = static_cast<unsigned long>(-1);
 
     void check_thread();

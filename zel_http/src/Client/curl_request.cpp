@@ -15,8 +15,7 @@ namespace {
 
 constexpr std::size_t header_buckets = 10;
 
-/// The most memory that is reserved for a body because of its declared length alone, before that
-/// much has arrived.
+/// The most memory reserved for a body on its declared length alone, before so much has arrived.
 constexpr std::size_t trusted_size = std::size_t{16} * 1024 * 1024;
 
 ClientFailure convert_failure(Failure failure) {
@@ -37,8 +36,7 @@ ClientFailure convert_failure(Failure failure) {
     eventlog_die("%s: Unexpected switch-case fallthrough", fmt::make_printf_args(function));
 }
 
-/// Makes the task that delivers an outcome. Copies of the task share the record, so that a body is
-/// not copied.
+/// Makes the task that delivers an outcome. Its copies share the record: bodies are not copied.
 template <typename Record>
 std::function<void()> deliverTo(std::shared_ptr<ClientImpl> client, Client::RequestId id,
                                 Record record,
@@ -88,8 +86,7 @@ void ClientImpl::CurlRequest::notifyDataReceived(const char* data, unsigned leng
     throw std::runtime_error("Download exceeded allocated size");
 }
 
-/// Appends to the body. Reserves a declared length in advance, so that the string need not double
-/// and copy as it grows.
+/// Appends to the body. Reserves a declared length once, so that growing does not copy the body.
 void ClientImpl::CurlRequest::append(const char* data, std::size_t length) {
     if (body.capacity() - body.size() < length && declared_size > body.capacity()) {
         try {

@@ -49,8 +49,7 @@ public:
     curl_slist* headerList = nullptr;
     /// How many bytes of the body an upload has read.
     std::uint32_t readPosition = 0;
-    /// Reset before the outcome is handed over, so that the notified request no longer counts the
-    /// transfer.
+    /// Reset before the outcome is handed over: the notified request no longer counts the transfer.
     std::optional<CountedTransfer> counted;
     /// `Engine::addTlsConfig` itself has run, not an override of it.
     bool ownTlsConfig = false;
@@ -59,7 +58,7 @@ public:
     bool inHeaderBlock = false;
     /// The current response's body is chunked, and so marks its own end.
     bool chunked = false;
-    /// The TLS connection whose close_notify must end the current body and has not come yet; else
+    /// The TLS connection whose close_notify must end the current body and is still missing, or
     /// null.
     const void* endAwaited = nullptr;
     /// Cancelled: header lines and blocks that libcurl still delivers are discarded.
@@ -67,8 +66,7 @@ public:
     /// Header fields and bytes received so far, over all responses of the transfer and trailers.
     std::size_t headerFields = 0;
     std::size_t headerBytes = 0;
-    /// The pass of the loop in which the last block of the body came, and the number of blocks in
-    /// it.
+    /// The pass of the loop in which the last block of the body came, and the blocks in that pass.
     unsigned long pass = 0;
     std::size_t blocksInPass = 0;
     /// A failure that libcurl does not report: one of the set-up, or of a callback that libcurl

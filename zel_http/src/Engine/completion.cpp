@@ -63,9 +63,8 @@ void Engine::processCompletedTasks() {
     }
 }
 
-/// Ends transfers whose TLS connection OpenSSL has given up because memory ran out. libcurl (7.88)
-/// retries such a read for ever, and passes follow each other without a wait, so that a check in
-/// every 256th suffices.
+/// Ends transfers whose TLS connection OpenSSL has given up because memory ran out: libcurl (7.88)
+/// retries the read for ever, in passes without a wait, so that checking every 256th suffices.
 void Engine::endBrokenTransfers() {
     constexpr unsigned long passes_between_checks = 256;
     if (pass % passes_between_checks != 0) return;

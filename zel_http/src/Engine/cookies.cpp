@@ -28,8 +28,7 @@ CURLcode fetchCookies(CURL* curl, CookieList& cookies) {
     return result;
 }
 
-/// The fields of a line of the list; for a line that is no cookie, writes an error line and returns
-/// nothing.
+/// The fields of a line of the list; nothing, and an error line, for a malformed one.
 std::optional<CookieLine> parse(const char* line, const char* operation, logging::Logger& logger) {
     auto cookie = splitCookieLine(line);
     if (!cookie) {
@@ -95,8 +94,7 @@ void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
     }
     if (!deleted) return;
     // The expired line alone is not enough: libcurl 7.88 drops such a cookie only when the next one
-    // is added, and 8.14 keeps the cookie that the line should replace. So all are dropped and the
-    // others added again.
+    // is added, 8.14 keeps the one that it should replace. So all are dropped and the others added.
     setText<CURLOPT_COOKIELIST>(curl, "ALL");
     for (const char* line : kept) setText<CURLOPT_COOKIELIST>(curl, line);
 }

@@ -1,6 +1,5 @@
-// The loop of the engine thread. One pass runs what is queued, waits, drives libcurl, and processes
-// what finished. `queueRequest`, `enqueue` and `trace` run on any thread, everything else on the
-// engine thread.
+// The loop of the engine thread. A pass runs what is queued, waits, drives libcurl, and processes
+// what finished. `queueRequest`, `enqueue` and `trace` run on any thread, all else on the engine's.
 
 #include <sys/eventfd.h>
 #include <sys/select.h>
@@ -21,8 +20,7 @@
 namespace zel::http {
 namespace {
 
-/// Prevents a busy loop when a wait fails at once, for instance on a descriptor that somebody else
-/// has closed.
+/// Prevents a busy loop when a wait fails at once, as on a descriptor that somebody else closed.
 void pauseAfterFailedWait() { usleep(10'000); }
 
 int milliseconds(timeval timeout) {
@@ -131,8 +129,7 @@ bool Engine::waitWithPoll(timeval timeout) {
     int ready = 0;
     const CURLMcode result =
         curl_multi_poll(multiHandle, &wakeup, 1, milliseconds(timeout), &ready);
-    // `curl_multi_poll` counts a closed descriptor as ready. Without transfers it can only be the
-    // eventfd.
+    // A closed descriptor counts as ready. Without transfers it can only be the eventfd.
     const bool closed = ready > 0 && wakeup.revents == 0 && tasks.empty();
     if (result != CURLM_OK || closed) pauseAfterFailedWait();
     return (wakeup.revents & CURL_WAIT_POLLIN) != 0;

@@ -23,8 +23,7 @@ inline std::string originOf(CURLU* url) {
     return origin;
 }
 
-/// The value of a Location line as libcurl recognizes it, whatever its line end; empty for other
-/// lines.
+/// The value of a Location line as libcurl recognizes it, with any line end; empty for other lines.
 inline std::string locationOf(std::string_view line) {
     constexpr std::string_view name = "Location:";
     if (!boost::algorithm::istarts_with(line, name)) return {};

@@ -1,5 +1,4 @@
-// The base of every request. Its control operations hand the request to the engine, if there is
-// one.
+// The base of every request: its control operations queue work with the engine, if there is one.
 
 #include "zel_http/request.h"
 

@@ -121,8 +121,7 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     CURL* curl = task.curl;
     const RequestConfig& config = task.request->config;
     setPointer<CURLOPT_ERRORBUFFER>(curl, task.reason.data());
-    // Without it, removing a transfer waits for its name look-up, which may hang. (From libcurl
-    // 7.87 on.)
+    // Without it, removing a transfer waits for its name look-up (libcurl 7.87 on).
     setLong<CURLOPT_QUICK_EXIT>(curl, 1);
     // Without it libcurl replaces the process's handler of SIGPIPE and restores it, several times
     // in a transfer, in a race with the host's threads. Nothing needs the handler: libcurl's writes
@@ -166,8 +165,7 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
         std::abort();
     }
-    // libcurl refuses a pause before the transfer has a connection; `applyPendingPauses` repeats
-    // it.
+    // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
 }
 

@@ -100,8 +100,7 @@ void Engine::resumeTask(std::shared_ptr<Request> request) {
     curl_easy_pause(task->curl, CURLPAUSE_CONT);
 }
 
-/// Whether the request is paused and its pause acts on this transfer, which `getActiveTask` then
-/// returns.
+/// Whether the request is paused and this is the transfer that its pause acts on.
 bool Engine::isPaused(const ActiveTask& task) {
     return task.request->paused && getActiveTask(task.request).get() == &task;
 }

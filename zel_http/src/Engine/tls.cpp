@@ -1,7 +1,6 @@
 // TLS: verification, authorities, client certificate, and the hooks, two functions that libcurl
-// calls with OpenSSL's context. tls_isolation.cpp keeps connections of one policy from being reused
-// under another. Engine thread; the hooks run inside libcurl's processing, once for each new
-// connection.
+// calls with OpenSSL's context. tls_isolation.cpp keeps connections of one policy from use under
+// another. Engine thread; the hooks run inside libcurl's processing, once for each connection.
 
 #include "zel_http/tls.h"
 
@@ -71,8 +70,7 @@ void Engine::addTlsConfig(void* curl, std::shared_ptr<Request> request) {
     }
 }
 
-// A logger's exception must not pass through libcurl, which calls the hooks; it abandons the
-// connection.
+// libcurl calls the hooks: a logger's exception must not pass, but abandons the connection.
 CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* config) try {
     logging::getLogger("HttpClient").debug(8, verifier_signature, {});
     if (sslContext == nullptr) return refuse("%s: Missing SSL_CTX", verifier_signature);

@@ -49,8 +49,7 @@ bool hasUsableSessionCache() {
 void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
     if (!hasUsableSessionCache()) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     if (!isHttps(config.url)) return;
-    // Without it OpenSSL asks for the pass phrase of an encrypted key on the terminal and blocks
-    // the engine thread.
+    // Without it OpenSSL asks on the terminal for the key's pass phrase: the engine thread blocks.
     setText<CURLOPT_KEYPASSWD>(curl, "");
     const bool partial_chain = config.tls_verify && config.tls_partial_chain;
     const bool own_certificate = hasClientCertificate(config);

@@ -25,8 +25,7 @@ public:
     /// redirected to https; it gets only what protects its TLS sessions.
     void apply(CURL* curl, const RequestConfig& config);
 
-    /// Called with the transfer's result: after a failed handshake the authorities file is read
-    /// again.
+    /// Called with the result: after a failed handshake the authorities file is read again.
     void noteResult(const RequestConfig& config, CURLcode result);
 
 private:

@@ -31,8 +31,7 @@ bool isChunked(std::string_view line) {
            boost::algorithm::icontains(line, "chunked");
 }
 
-/// Whether the current response has a body without declared length, which the end of the connection
-/// ends.
+/// Whether the current response has a body of undeclared length, ended by the connection's end.
 bool endsWithConnection(CURL* curl) {
     long status = 0;
     curl_off_t length = 0;

@@ -15,8 +15,8 @@ enum class CallbackType : int { Repeating = 0, Once = 1 };
 /// Owns an action under way and the right to hear of its outcome. Dropping the handle disarms its
 /// callbacks and runs the cancel action once. `Tag` only tells handles of different services apart.
 ///
-/// Move-only: a moved-from handle is inert, and assigning over a handle first drops what it held.
-/// The handle, its callbacks and its destruction belong to one thread; nothing here is locked.
+/// Move-only: a moved-from handle is inert, and assigning to a handle drops what it held. The
+/// handle, its callbacks and its destruction belong to one thread; nothing here is locked.
 template <typename Tag>
 class AsyncActionHandle {
 public:
