@@ -24,33 +24,33 @@ struct ZelHttpClientTag {};
 /// reported in the log and proceeds all the same.
 class ZEL_HTTP_API Client {
 public:
-    using RequestId = std::uint32_t;  ///< names one request of one client
+    using RequestId = std::uint32_t;  ///< identifies one request of one client
     /// @{
-    /// Gets an outcome, valid during the call; an exception leaves the executor's task.
+    /// Receives the outcome, valid during the call only. An exception leaves the executor's task.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
     /// @}
 
-    /// Names no request and is never handed out.
+    /// Identifies no request; never returned.
     static const RequestId NoRequestId;
 
     virtual ~Client() = default;
 
-    /// Starts a request. Later exactly one callback runs, once, with the returned identifier,
-    /// unless the request is cancelled first. Both callbacks must be set: the process stops by
-    /// assertion otherwise. Without an engine in the process the request stays pending until it is
-    /// cancelled. When it throws for want of memory nothing has been started; when a function of
-    /// `filter` or the logger throws, the request is under way all the same.
+    /// Starts a request. Exactly one of the callbacks runs later, once, with the returned
+    /// identifier, unless the request is cancelled first. Both must be set, or the process stops by
+    /// assertion. Without an engine in the process the request stays pending until it is cancelled.
+    /// When memory runs out it throws and nothing has been started; when a function of `filter` or
+    /// the logger throws, the request is running nevertheless.
     virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
                                     const ResponseCallback& response_cb,
                                     const ErrorCallback& error_cb) = 0;
 
-    /// Drops a request: after this no callback for `id` runs. An identifier that is unknown,
-    /// delivered or cancelled is ignored. Does not fail for want of memory: then the transfer may
-    /// go on to its end, unheard.
+    /// Cancels a request: no callback for `id` runs from here on. An identifier that is unknown,
+    /// delivered or cancelled is ignored. Succeeds when memory runs out, too; the transfer may then
+    /// run to its end, and its outcome is discarded.
     virtual void cancel_request(RequestId id) = 0;
 
-    /// A fresh identifier of this client.
+    /// Returns an identifier that no pending request of this client has.
     virtual RequestId allocate_request_id() = 0;
 
     /// Starts a request and returns its handle. At most one of the callbacks runs, once, and only
@@ -65,7 +65,7 @@ public:
 protected:
     Client() = default;
     /// @{
-    /// For implementations.
+    /// For derived classes.
     Client(const Client&) = default;
     Client& operator=(const Client&) = default;
     /// @}

@@ -11,12 +11,13 @@
 /// Percent-encodes every byte but ASCII letters, digits and "-_.!~*'()".
 ZEL_HTTP_API std::string encodeURIComponent(const std::string& text);
 
-/// As above, and also leaves ";,/?:@&=+$#". An escape that is there is escaped again.
+/// As above, but leaves ";,/?:@&=+$#" as they are, too. An existing escape is encoded again: `%20`
+/// becomes `%2520`.
 ZEL_HTTP_API std::string encodeURI(const std::string& text);
 
 namespace zel::http {
 
-/// Builds a query string, pair by pair: nothing is left out or merged.
+/// Builds a query string, pair by pair; keeps their order and duplicates.
 class ZEL_HTTP_API QueryEncoder {
 public:
     /// @{
@@ -24,7 +25,8 @@ public:
     void addParameter(const std::string& name, const std::string& value);
     void addParameter(const std::string& name, int value);
     /// @}
-    /// Other numbers would be cut to an `int`: write them as text.
+    /// Deleted: other arithmetic types would be converted to `int` and could lose their value. Pass
+    /// them as text.
     template <typename Number, typename = std::enable_if_t<std::is_arithmetic_v<Number>>>
     void addParameter(const std::string& name, Number value) = delete;
 

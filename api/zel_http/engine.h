@@ -31,16 +31,16 @@ class TlsIsolation;
 /// "CurlEngine" on which every libcurl call of the library is made.
 ///
 /// The host constructs it before any request starts and destroys it, on a thread of its own, after
-/// the last client is done and before it leaves `main`: destroying it while threads still use it,
-/// or `exit` while it runs, ends badly. A second engine at the same time stops the process.
+/// the last client is done and before it leaves `main`. Destroying it while other threads use it,
+/// or `exit` while it runs, is undefined. A second engine at a time stops the process.
 class ZEL_HTTP_API Engine {
 public:
     class ActiveTask;
 
-    /// `fsmRunner` receives, on the engine thread, one closure for each outcome and runs it where
-    /// and when the host likes, at once included; to run it later it must copy it. The closure does
-    /// not need the engine, only `logger`, which must not be null and must outlive both. Throws
-    /// `std::system_error` when the system has no thread left; then there is no engine.
+    /// `fsmRunner` is called on the engine thread with one closure for each outcome. It may run the
+    /// closure at once, or copy it and run it later on any thread. The closure uses `logger`, not
+    /// the engine; `logger` must not be null and must outlive the engine and all closures. Throws
+    /// `std::system_error` when the system refuses the engine thread; then there is no engine.
     Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
            logging::Logger* logger);
 
@@ -48,7 +48,7 @@ public:
     virtual ~Engine();
 
     /// Sets the TLS options of a transfer to `request`'s URL on the easy handle `curl`. Engine
-    /// thread. A derived engine may replace it; its destructor then calls `stop` first.
+    /// thread. A derived engine may override it; its destructor must then call `stop` first.
     virtual void addTlsConfig(void* curl, std::shared_ptr<Request> request);
 
     Engine(const Engine&) = delete;
@@ -61,15 +61,16 @@ public:
     static bool hasEngine();  ///< any thread
 
     /// Runs a copy of `fn` on the engine thread, after all that was queued before. Any thread;
-    /// returns at once. What is queued behind a termination is destroyed unrun.
+    /// returns at once. Closures queued after a termination are destroyed without being run.
     void queueRequest(const std::function<void()>& fn);
     /// Asks the engine thread to stop once it has run what is queued. Any thread; does not wait.
     /// An engine that has stopped stays stopped.
     void requestTermination();
 
     /// @{
-    /// Control of a transfer; `Request`'s own operations call it. Any thread; queues its work and
-    /// returns. The queue holds the request until then.
+    /// Start, cancel, pause and resume a request's transfer; `Request`'s own operations call these.
+    /// Any thread; queue the work and return. The queue shares the ownership of the request until
+    /// then.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
@@ -77,10 +78,10 @@ public:
     /// @}
 
     /// Sets the proxy of every transfer that starts from now on; an empty `url` turns it off.
-    /// `user` and `password` are sent percent-encoded, and are left out and reported in the log
-    /// when they contain CR, LF or NUL. localhost and 127.0.0.1 bypass it. Any thread. Transfers
-    /// without a proxy of their own follow the environment (`http_proxy`, `no_proxy`) as every
-    /// libcurl program does.
+    /// libcurl gets `user` and `password` percent-encoded; both are left out and reported in the
+    /// log when one contains CR, LF or NUL. localhost and 127.0.0.1 bypass the proxy. Any thread.
+    /// Transfers without a proxy of their own follow the environment (`http_proxy`, `no_proxy`) as
+    /// every libcurl program does.
     void setProxyConfig(const std::string& url, const std::string& user,
                         const std::string& password);
     /// @{
@@ -94,7 +95,7 @@ public:
     void addProxyConfig(void* curl, const std::string& proxy);
 
     /// @{
-    /// The engine thread's body and the steps of a pass. Engine thread.
+    /// The engine thread's function, and the steps of one pass of its loop. Engine thread.
     void thread_loop();
     void runTasks();
     void flagTermination();
@@ -103,8 +104,8 @@ public:
     /// @}
 
     /// @{
-    /// What libcurl calls while it drives a transfer; `handle` is the easy handle. Engine thread.
-    /// Nothing is thrown through libcurl: a failed callback fails its transfer.
+    /// Callbacks of libcurl while it drives a transfer; `handle` is the easy handle. Engine thread.
+    /// No exception passes through libcurl: a callback that fails ends its transfer.
     static std::size_t writeFunction(char* data, std::size_t size, std::size_t count,
                                      void* handle) noexcept;
     static std::size_t writeHeader(char* data, std::size_t size, std::size_t count,
@@ -113,11 +114,12 @@ public:
                                    void* handle) noexcept;
     static int putSeekFunc(void* handle, curl_off_t offset, int origin) noexcept;
     /// @}
-    /// Not installed by the set-up: reports to the request at most every 3 seconds of transfer
-    /// time.
+    /// A `CURLOPT_XFERINFOFUNCTION` that the engine itself does not install. Calls the request's
+    /// `reportDownloadProgress` at most once in 3 seconds of transfer time.
     static int downloadProgress(void* handle, curl_off_t downloadTotal, curl_off_t downloadNow,
                                 curl_off_t uploadTotal, curl_off_t uploadNow) noexcept;
-    /// The request's `allowsPayloadLogging`; true for a handle without one.
+    /// Returns `allowsPayloadLogging` of the handle's request; true for a handle that the engine
+    /// does not drive.
     static bool allowsPayloadLogging(void* handle) noexcept;
 
 protected:
@@ -138,7 +140,8 @@ protected:
     /// @}
 
     /// @{
-    /// setup.cpp: from a request to a configured easy handle, through `proxy` unless it is empty.
+    /// setup.cpp: creates and configures a request's easy handle. `proxy`, unless empty, is used
+    /// instead of the stored proxy.
     void addTask(std::shared_ptr<Request> request);
     void addTask(std::shared_ptr<Request> request, const std::string& proxy);
     void addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request,
@@ -148,17 +151,17 @@ protected:
     /// @}
 
     /// @{
-    /// completion.cpp: from a finished transfer to its outcome.
+    /// completion.cpp: turns a finished transfer into its outcome.
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
     /// @}
-    /// Runs in the FSM context, perhaps after the engine is gone.
+    /// Notifies `request` of its outcome. Runs in the FSM context, even after the engine is gone.
     static void runCallbackHandlerInFsmContext(logging::Logger* logger,
                                                std::shared_ptr<Request> request, CURLcode result,
                                                long httpCode, const std::string& reason);
 
     /// @{
-    /// cookies.cpp: the X-Auth cookie and the clean state.
+    /// cookies.cpp: checks of the X-Auth cookie, deletion of cookies for `reset_state`.
     std::string getCurrentXAuthCookieDomainFromRequest(void* curl, const std::string& url);
     void deleteCookiesFromRequest(void* curl, const std::string& url);
     void edgeCookieCheck(const ActiveTask& task);
@@ -223,27 +226,28 @@ private:
     std::string proxyUrl;
     std::string proxyUser;
     std::string proxyPassword;
-    // Engine thread only; the host's once that has been joined.
+    // Engine thread only; the destroying thread's once that has been joined.
     std::map<void*, std::shared_ptr<ActiveTask>> tasks;
     // Constant after construction.
     logging::Logger* logger;
     // Guarded by queueMutex: a wake-up has been or is being written and is not read yet.
     bool wakeupUnread = false;
-    // Engine thread only, as `tasks`: how many sockets `select` cannot take.
+    // Engine thread only, as `tasks`: how many open sockets are too high for `select`.
     std::size_t highSockets = 0;
-    // Engine thread only, as `tasks` and with the same entries: requests with their easy handles.
+    // Engine thread only, as `tasks` and with the same entries: requests and their easy handles, in
+    // an order that finds a request's handles without a walk over `tasks`.
     std::set<std::pair<const Request*, void*>> handlesOfRequests;
-    // Engine thread only: the most tasks at a time so far.
+    // Engine thread only: the highest size of `tasks` so far.
     std::size_t peakTasks = 0;
-    // Engine thread only: how many passes there were, and the handles of tasks whose share of this
-    // one is used up.
+    // Engine thread only: the number of the current pass, and the easy handles that have used up
+    // their share of body blocks in it.
     unsigned long pass = 0;
     std::set<void*> usedShares;
-    // Engine thread only: handles of paused tasks whose pause libcurl has not accepted yet.
+    // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
     // Engine thread only.
     std::unique_ptr<TlsIsolation> tlsIsolation;
-    // Written once by the engine thread; 0 while no such thread runs.
+    // Written by the engine thread; 0 while it does not run.
     std::atomic<unsigned long> engineThreadId{0};
 };
 

@@ -9,8 +9,8 @@ namespace zel::http {
 
 /// Header names and values. Names hash and compare without regard to case and keep the spelling in
 /// which they were first inserted. Inserting a name that is present changes nothing. The iteration
-/// order is the map's own. Letters are those of the global locale, which must not change while a
-/// map lives; a Turkish one keeps "Warning" and "WARNING" apart.
+/// order is unspecified. Case follows the global locale, which must not change while a map lives;
+/// in a Turkish one "Warning" and "WARNING" are different names.
 using HeaderMap = std::unordered_map<std::string, std::string, oru::containers::lc_hash,
                                      oru::containers::lc_equals>;
 

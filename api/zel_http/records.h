@@ -25,12 +25,12 @@ enum class Method : std::int32_t {
     GET_SYNC = 5,  ///< transferred as `GET`
 };
 
-/// How user and password are offered to the server: once it has answered 401, not before, and a
-/// body is sent both times. A server that answers an unknown caller with anything else, a 404 say,
-/// never sees them; it needs an Authorization line in `RequestConfig::headers`.
+/// How user and password are sent. libcurl sends them only after a 401, so that a body is sent
+/// twice. A server that answers an unknown caller with another status, such as 404, never gets
+/// them; it needs an Authorization line in `RequestConfig::headers`.
 enum class AuthMethod : std::int32_t {
     BASIC = 0,
-    ANY = 1,  ///< whatever the server offers, the strongest first
+    ANY = 1,  ///< the strongest method that the server offers
 };
 
 /// Why a transfer failed, as the engine tells a `Request`.
@@ -73,17 +73,17 @@ struct ZEL_HTTP_API RequestConfig {
     /// "User-Agent" is given here the library sends its own. An empty value sends nothing and
     /// removes a default header of that name. A name or value with CR, LF or NUL is left out and
     /// reported in the log. Redirects: up to 5 are followed. Lines named Authorization and Cookie,
-    /// and `user`, stay with the first host; every other header here is sent to each host on the
-    /// way, also from https to http. `DELETE` and `PATCH` repeat on a 301, 302 and 303, `PATCH`
-    /// then without its body.
+    /// and `user`, stay with the first host; every other header here is sent to each host
+    /// that they lead to, also from https to http. `DELETE` and `PATCH` repeat on a 301, 302 and
+    /// 303, `PATCH` then without its body.
     HeaderMap headers;
-    /// Authentication is offered only when this is not empty. With CR, LF or NUL in one of them
-    /// both are left out and reported in the log.
+    /// Credentials are sent only when this is not empty. When it or `password` contains CR, LF or
+    /// NUL, both are left out and reported in the log.
     std::string user;
     std::string password;                      ///< goes with `user`
     AuthMethod auth_method = AuthMethod::ANY;  ///< goes with `user`
-    /// Any bytes. Sent for `POST`, `PUT` and `PATCH`. On a kept-alive connection that the server
-    /// closes unanswered the request is sent again, `POST` included.
+    /// Any bytes. Sent for `POST`, `PUT` and `PATCH`. When the server closes a kept-alive
+    /// connection without an answer, libcurl sends the request again, `POST` included.
     std::string body;
 
     /// Verify the server's certificate chain and host name; not whether it has been revoked. This
@@ -98,8 +98,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// Accept a chain that ends at any trusted certificate, not only at a root.
     bool tls_partial_chain = false;
     /// The client's own certificate and private key for mutual TLS, PEM files. Used only when both
-    /// are given and readable. A redirect to another origin goes on without them. Files that are
-    /// replaced count for new connections; the open ones go on with what they were made with.
+    /// are given and readable. A redirect to another origin is followed without them. Replaced
+    /// files apply to new connections; open connections stay as they are.
     std::optional<std::string> own_cert;
     std::optional<std::string> own_pkey;  ///< goes with `own_cert`
     /// An OpenSSL verify callback (pre-verification result, store context; non-zero accepts), run
@@ -115,25 +115,28 @@ struct ZEL_HTTP_API RequestConfig {
     std::optional<std::string> verifier_data;
 
     /// @{
-    /// Carried along and shown in the log; no transfer setting depends on it.
+    /// Shown in the log; the transfer does not depend on it.
     bool enable_cookies = true;
     bool read_cookies = false;
     bool write_cookies = false;
     /// @}
-    /// Start clean: new cookie session, no reused connection, no cached name look-up.
+    /// Start clean: the host's cookies are deleted, the cookie session is new, no connection and no
+    /// cached name look-up is reused.
     bool reset_state = false;
-    /// Expect an X-Auth cookie on the request, and the same domain in it afterwards. A fault is
-    /// logged; nothing fails.
+    /// Log a critical line when there is no X-Auth cookie to send and, with `xauth_check_domain`,
+    /// an error line when `Request::xauthCookieDomain` then has another domain. The request does
+    /// not fail.
     bool xauth_required = false;
-    /// Expect the response's X-Auth domain to occur in `xauth_expected_domain`. A fault is logged.
+    /// Log an error line when the response's `Request::xauthCookieDomain` does not occur in
+    /// `xauth_expected_domain`. The request does not fail.
     bool xauth_check_domain = false;
-    /// Written by the engine, in its own copy, just before the transfer.
+    /// The domain of the X-Auth cookie to send; written by the engine, in its own copy.
     std::string xauth_previous_domain;
-    std::string xauth_expected_domain;  ///< what `xauth_check_domain` looks into
+    std::string xauth_expected_domain;  ///< see `xauth_check_domain`
 
-    /// The most body bytes accepted, -1 for no limit. A longer body fails the request; with 0 any
-    /// body does that has a byte. With libcurl 7.88 a 302's or 401's page on the way that
-    /// declares more fails it too. A host's own `Request`: docs/failures.md.
+    /// The longest body accepted, in bytes; -1 for no limit, 0 for empty bodies only. A longer body
+    /// fails the request. With libcurl 7.88 so does an intermediate response, such as a 302 or 401,
+    /// that declares a longer one. For a host's own `Request` see docs/failures.md.
     std::int32_t max_download_size = -1;
     /// For the whole transfer, redirects and pauses included; 0 for none. A negative limit counts
     /// as 1 ms.
@@ -143,8 +146,8 @@ struct ZEL_HTTP_API RequestConfig {
 /// The answer of a server, whatever its status.
 struct ResponseData {
     std::uint32_t status = 0;  ///< 100 to 599
-    /// The fields of every response on the way (redirects, authentication); of several with one
-    /// name the first received. A line that ends in a bare LF is no field.
+    /// The header fields of all responses to the request, redirects and authentication included; of
+    /// several with one name the first received. A line that ends in LF without CR is ignored.
     HeaderMap headers;
     std::string body;  ///< as received, of the last response
 };
@@ -167,7 +170,7 @@ struct LogFilter {
         Verbose = 3,        ///< as above, and request bodies only at log level 9
     };
     /// @{
-    /// As the enumerator.
+    /// Short for the enumerator.
     static constexpr Payload Full = Payload::Full;
     static constexpr Payload None = Payload::None;
     static constexpr Payload RequestBodies = Payload::RequestBodies;
@@ -175,8 +178,8 @@ struct LogFilter {
     /// @}
 
     /// @{
-    /// Gets what would be logged and returns what is. Runs on the client's thread, also when no
-    /// line is written in the end.
+    /// Receives what would be logged and returns what to log instead. Runs on the client's thread,
+    /// even when the line is not written in the end.
     std::function<std::string(const std::string&)> url_filter;
     std::function<std::string(const std::string&)> request_body_filter;
     std::function<std::string(const std::string&)> response_body_filter;
@@ -186,7 +189,7 @@ struct LogFilter {
 };
 
 /// @{
-/// Writes the value's name, nothing for a value without one.
+/// Writes the value's name; nothing for a value outside the enumeration.
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const Method& method);
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const AuthMethod& method);
 ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const Failure& failure);

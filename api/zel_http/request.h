@@ -14,15 +14,15 @@ namespace zel::http {
 /// The unit of work that the engine drives. A host derives from it to handle a transfer's data
 /// itself: fill `config`, own the object through a `std::shared_ptr`, call `runRequest` once.
 ///
-/// The control operations may be called on any thread and return at once; they do nothing without
-/// an engine, and throw `std::bad_weak_ptr` with one when no `std::shared_ptr` owns the request.
-/// Pause and resume belong to one thread, which need not be the one that runs the request. The
-/// engine shares the ownership while a transfer runs.
+/// The control operations may be called on any thread and return at once. Without an engine they do
+/// nothing; with one they throw `std::bad_weak_ptr` when no `std::shared_ptr` owns the request.
+/// Pause and resume must always be called on the same thread, whichever it is. The engine shares
+/// the ownership while a transfer runs.
 ///
 /// Threads of the notifications: data, headers, size and X-Auth domain come on the engine thread
-/// while the transfer runs; the outcome comes wherever the host's FSM runner runs it, after the
-/// last of them. An exception out of a notification on the engine thread fails the transfer, one
-/// out of `xauthCookieDomain` ends the process.
+/// while the transfer runs; the outcome comes after all of them, wherever the host's FSM runner
+/// runs it. An exception from a notification on the engine thread fails the transfer; one from
+/// `xauthCookieDomain` ends the process.
 class ZEL_HTTP_API Request : public std::enable_shared_from_this<Request> {
 public:
     Request();
@@ -35,25 +35,25 @@ public:
     /// `xauth_previous_domain`.
     RequestConfig config;
     /// Proxies for retries, in order; each is removed when it is used. A transfer that ends without
-    /// a proxy's answer to CONNECT, even a successful one, is performed again through the next:
-    /// without a proxy of the engine's or the environment's every request is sent again, whatever
-    /// its method. Only the last outcome is notified. Such a request never uses a connection that
-    /// an earlier one left open.
+    /// a proxy's answer to CONNECT is performed again through the next one, even if it succeeded.
+    /// So where neither the engine nor the environment sets a proxy every request is sent again,
+    /// whatever its method. Only the last outcome is notified. Such a request never reuses a
+    /// connection.
     std::list<std::string> fallbackProxies;
 
     /// Hands the request to the engine. A second call starts a second transfer; of two that run,
     /// the other operations act on the one whose easy handle has the lower address.
     virtual void runRequest();
     /// Stops receiving and sending until `resumeRequest`: the next block of the body is not
-    /// delivered. A pause before the start or before the connection stands takes effect once it
-    /// does. `RequestConfig::timeout` runs on meanwhile.
+    /// delivered. A pause before the transfer has a connection takes effect as soon as it has one.
+    /// `RequestConfig::timeout` runs on meanwhile.
     virtual void pauseRequest();
-    virtual void resumeRequest();  ///< goes on where `pauseRequest` stopped
+    virtual void resumeRequest();  ///< continues where `pauseRequest` stopped
 
     /// A block of the body. Throwing fails the transfer.
     virtual void notifyDataReceived(const char* data, unsigned length) = 0;
-    /// One header line as received, line end included; also the status line and the empty line
-    /// that ends the block, of every response on the way.
+    /// One header line as received, line end included; also the status line and the empty line that
+    /// ends the block. Comes for every response, redirects and authentication included.
     virtual void notifyHeader(const char* line, unsigned length);
     /// The transfer ended with a status from 100 to 399.
     virtual void notifyDataEnd() = 0;
@@ -66,7 +66,8 @@ public:
     virtual void notifySize(unsigned size);
     /// The domain of the X-Auth cookie that the response set; empty unless overridden.
     virtual std::string xauthCookieDomain() const;
-    /// Body bytes in all and so far. Not called by transfers that the engine sets up.
+    /// Body bytes in total and so far. Called only where a host installs
+    /// `Engine::downloadProgress`.
     virtual void reportDownloadProgress(unsigned total, unsigned now);
     /// Not called by the engine.
     virtual void start() = 0;
@@ -83,7 +84,8 @@ public:
     unsigned getResponseCode() const { return responseCode; }  ///< as set
 
     /// @{
-    /// What `Engine::allowsPayloadLogging` says of its transfer; the library itself does not ask.
+    /// What `Engine::allowsPayloadLogging` returns for its transfer; not used by the library
+    /// itself.
     void setAllowPayloadLogging(bool allow) { allowPayloadLogging = allow; }
     bool allowsPayloadLogging() const { return allowPayloadLogging; }
     /// @}
@@ -92,10 +94,10 @@ private:
     friend class Engine;
 
     std::uint32_t responseCode = static_cast<std::uint32_t>(-1);
-    /// From `pauseRequest` to `resumeRequest`. The engine thread reads it, too.
+    /// True from `pauseRequest` to `resumeRequest`. The engine thread reads it, too.
     std::atomic<bool> paused{false};
     bool allowPayloadLogging = true;
-    /// How many transfers are queued or running; the engine counts them. Any thread.
+    /// The number of its transfers that are queued or running; the engine counts. Any thread.
     std::atomic<unsigned> transfers{0};
 };
 

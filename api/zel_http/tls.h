@@ -13,8 +13,8 @@ namespace zel::http::tls {
 /// plain function.
 ZEL_HTTP_API CURLcode setupVerifierCallback(void* curl, void* sslContext, void* config);
 
-/// Lets a chain end at any certificate of the store. `config` is not used.
-/// `CURLE_BAD_FUNCTION_ARGUMENT` without a context or a store.
+/// Accepts chains that end at any certificate of the store, not only at a root. `config` is not
+/// used. `CURLE_BAD_FUNCTION_ARGUMENT` without a context or a store.
 ZEL_HTTP_API CURLcode configurePartialChain(void* curl, void* sslContext, void* config);
 
 }  // namespace zel::http::tls

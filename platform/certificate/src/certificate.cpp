@@ -21,7 +21,7 @@ bool readable(const char* path) { return access(path, R_OK) == 0; }
 
 std::string ca_path(const std::string& name) {
     if (name != "default") return {};
-    // As other tools honour it: when set, it alone counts.
+    // As OpenSSL's tools do: when the variable is set, no other bundle is used.
     if (const char* chosen = std::getenv("SSL_CERT_FILE"); chosen != nullptr && *chosen != '\0') {
         return readable(chosen) ? chosen : std::string();
     }

@@ -23,8 +23,7 @@ void eventlog(const char* text) noexcept { record(LOG_ERR, text); }
 void eventlog_die(fmt::string_view format, fmt::printf_args args) noexcept {
     try {
         record(LOG_CRIT, fmt::vsprintf(format, args).c_str());
-    } catch (
-        ...) {  // no memory, or arguments that do not fit: the bare format still says something
+    } catch (...) {  // no memory, or arguments that do not fit the format: record it as it is
         record(LOG_CRIT, format.data());
     }
     std::abort();

@@ -69,8 +69,8 @@ uri::uri(const std::string& text) {
     const std::string authority = text.substr(begin, text.find_first_of("/?#", begin) - begin);
     const auto user = authority.rfind('@');
     const std::string host = user == std::string::npos ? authority : authority.substr(user + 1);
-    host_ =
-        host.substr(0, !host.empty() && host.front() == '[' ? host.find(']') + 1 : host.find(':'));
+    const bool ipv6 = !host.empty() && host.front() == '[';
+    host_ = host.substr(0, ipv6 ? host.find(']') + 1 : host.find(':'));
 }
 
 }  // namespace uri

@@ -134,7 +134,7 @@ void thread::create_thread(const std::string& name, const attributes& attributes
     std::unique_ptr<Start> start(new Start{name, std::move(function)});
     const AllSignalsBlocked blocked;
     const int error = pthread_create(&id, native.get(), run, start.get());
-    if (error != 0) id = 0;  // glibc writes it before it knows
+    if (error != 0) id = 0;  // glibc writes it even when it fails
     check(error, "pthread_create");
     static_cast<void>(start.release());  // the thread owns it now
 }

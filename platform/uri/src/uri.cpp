@@ -8,7 +8,7 @@ namespace uri {
 
 uri::uri(const std::string& text) {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
-    // A transfer takes a URL without a scheme too, so a parser beside it must.
+    // libcurl transfers a URL without a scheme, too, so its host must be found here.
     if (!parsed ||
         curl_url_set(parsed.get(), CURLUPART_URL, text.c_str(), CURLU_GUESS_SCHEME) != CURLUE_OK) {
         return;

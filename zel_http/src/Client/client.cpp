@@ -1,4 +1,4 @@
-// The convenient entry: callbacks without identifiers, behind a handle that cancels when dropped.
+// The `start_request` whose callbacks get no identifier and whose handle cancels when dropped.
 
 #include "zel_http/client.h"
 

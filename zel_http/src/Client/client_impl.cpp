@@ -13,12 +13,12 @@
 namespace zel::http {
 namespace {
 
-/// Runs what a cancel can do without: it must also succeed when memory is short.
+/// Runs a step that a cancel can leave out: cancelling must succeed when memory runs out, too.
 template <typename Work>
 void ifMemoryAllows(Work work) {
     try {
         work();
-    } catch (const std::bad_alloc&) {  // then it is left out
+    } catch (const std::bad_alloc&) {  // the step is left out
     }
 }
 
@@ -61,13 +61,13 @@ void ClientImpl::cancel_request(RequestId id) {
         ifMemoryAllows([this, id] { log_cancel(logger, id); });
     }
     do_cancel_request(id);
-    // Looked up again, since the logger may have come back here, and destroyed last, since what a
-    // callback holds may.
+    // `info` may be invalid: the logger may have called back. The entry is extracted, to be
+    // destroyed last, since the destructor of what a callback holds may call back, too.
     const auto forgotten = request_infos.extract(id);
 }
 
 Client::RequestId ClientImpl::allocate_request_id() {
-    // After 2^32 requests the count starts over, past 0 and whatever is still in flight.
+    // After 2^32 requests the count starts over and skips 0 and the identifiers in flight.
     while (next_request_id == NoRequestId || requests.count(next_request_id) != 0) {
         ++next_request_id;
     }
@@ -115,7 +115,8 @@ Client::RequestId ClientImpl::do_start_request(const RequestConfig& config) {
 void ClientImpl::do_cancel_request(RequestId id) {
     const auto request = requests.extract(id);
     if (request.empty()) return;
-    // Without memory the transfer goes on, and nobody hears of its end.
+    // Without memory to queue the cancel the transfer goes on; its outcome is discarded, as the
+    // tables do not know it any more.
     ifMemoryAllows([&request] { request.mapped()->tryToCancelRequest(); });
 }
 
@@ -124,8 +125,8 @@ Callback ClientImpl::takeCallback(RequestId id, Callback RequestInfo::*callback,
     if (requests.extract(id).empty()) return nullptr;
     auto info = request_infos.find(id);
     if (info == request_infos.end()) return nullptr;
-    // A filter may cancel the request for which it runs, and must outlive that. Moved from it the
-    // entry keeps `payload`.
+    // A function of the filter may cancel the request for which it runs, which destroys the entry;
+    // so the filter is moved out of it. Moving leaves the entry's `payload` as it is.
     const LogFilter filter = std::move(info->second.log_filter);
     try {
         if (filter.payload != LogFilter::None) log(filter);

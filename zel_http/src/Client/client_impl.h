@@ -27,8 +27,8 @@ public:
     void cancel_request(RequestId id) override;
     RequestId allocate_request_id() override;
 
-    /// Deliver an outcome; nothing of the request is left when its callback runs. An identifier
-    /// that has been cancelled meanwhile, also inside a log filter, is ignored.
+    /// Log an outcome and run its callback, once the request has been removed from the tables.
+    /// Ignored when the identifier has been cancelled, be it by a log filter.
     void on_response(RequestId id, const ResponseData& response);
     void on_error(RequestId id, const ErrorData& error);
 
@@ -39,14 +39,14 @@ private:
         LogFilter log_filter;
     };
 
-    /// The owner thread until the first call binds one: all bits set, which names no thread.
+    /// `owner_thread` until the first call binds one: all bits set, which names no thread.
     static constexpr auto unbound = static_cast<unsigned long>(-1);
 
     void check_thread();
     RequestId do_start_request(const RequestConfig& config);
     void do_cancel_request(RequestId id);
-    /// Forgets a request whose outcome has come, has `log` write its lines and returns the callback
-    /// to run; an empty one when the request is gone.
+    /// Removes a finished request from the tables, lets `log` write its lines, and returns the
+    /// callback to run; an empty one when the request has been cancelled.
     template <typename Callback, typename Log>
     Callback takeCallback(RequestId id, Callback RequestInfo::*callback, Log log);
 

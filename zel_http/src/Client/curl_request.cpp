@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t header_buckets = 10;
 
-/// What a server's word is worth in reserved memory before it has sent that much.
+/// The most memory reserved for a body on its declared length alone, before so much has arrived.
 constexpr std::size_t trusted_size = std::size_t{16} * 1024 * 1024;
 
 ClientFailure convert_failure(Failure failure) {
@@ -36,7 +36,7 @@ ClientFailure convert_failure(Failure failure) {
     eventlog_die("%s: Unexpected switch-case fallthrough", fmt::make_printf_args(function));
 }
 
-/// A task must be copyable, and a body must not be copied: the record is shared.
+/// Makes the task that delivers an outcome. Its copies share the record: bodies are not copied.
 template <typename Record>
 std::function<void()> deliverTo(std::shared_ptr<ClientImpl> client, Client::RequestId id,
                                 Record record,
@@ -61,7 +61,7 @@ void ClientImpl::CurlRequest::start() {}
 
 void ClientImpl::CurlRequest::notifyHeader(const char* line, unsigned length) {
     const std::string_view text(line, length);
-    if (isStatusLine(text)) declared_size = 0;  // it was that of a redirect's body, say
+    if (isStatusLine(text)) declared_size = 0;  // it was an earlier response's, say a redirect's
     const auto header = splitHeaderLine(text);
     // The first value of a name wins, over redirects and authentication retries too.
     if (header) headers.emplace(header->name, header->value);
@@ -80,19 +80,19 @@ void ClientImpl::CurlRequest::notifyDataReceived(const char* data, unsigned leng
         append(data, length);
         return;
     }
-    const std::int32_t room = std::max(max_download_size - received_size, 0);
-    append(data, static_cast<std::size_t>(room));
+    const std::int32_t remaining = std::max(max_download_size - received_size, 0);
+    append(data, static_cast<std::size_t>(remaining));
     received_size = max_download_size;
     throw std::runtime_error("Download exceeded allocated size");
 }
 
-/// Holds a body of declared length once instead of doubling and copying it on the way.
+/// Appends to the body. Reserves a declared length once, so that growing does not copy the body.
 void ClientImpl::CurlRequest::append(const char* data, std::size_t length) {
     if (body.capacity() - body.size() < length && declared_size > body.capacity()) {
         try {
-            body.reserve(body.size() < trusted_size / 2 ? std::min(declared_size, trusted_size)
-                                                        : declared_size);
-        } catch (const std::exception&) {  // the header lies or memory is short: grow as usual
+            const bool trusted = body.size() >= trusted_size / 2;
+            body.reserve(trusted ? declared_size : std::min(declared_size, trusted_size));
+        } catch (const std::exception&) {  // a false length or too little memory: grow as usual
             declared_size = 0;
         }
     }
@@ -116,7 +116,7 @@ void ClientImpl::CurlRequest::notifyFailure(Failure failure, const char* text) {
     tryToCancelRequest();
 }
 
-/// The transfer is over and nobody looks at the parts again, nor at what was sent.
+/// Moves the response out and frees the request's body: neither is used again after the transfer.
 ResponseData ClientImpl::CurlRequest::takeResponse() {
     std::string().swap(config.body);
     return {getResponseCode(), std::move(headers), std::move(body)};

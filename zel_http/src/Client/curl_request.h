@@ -36,7 +36,7 @@ private:
     std::string body;
     std::int32_t max_download_size;
     std::int32_t received_size = 0;
-    /// What the current response declares, 0 for nothing.
+    /// The declared length of the current response's body, 0 when it declares none.
     std::size_t declared_size = 0;
 };
 

@@ -82,7 +82,7 @@ void log_exchange(logging::Logger& logger, const HeaderMap& headers, const std::
     }
 }
 
-/// Whether there is nothing to do: no line would be written, and there is no filter to ask.
+/// Whether nothing is to be done: no line would be written, and no filter function must be called.
 bool silent(const logging::Logger& logger, const LogFilter& filter) {
     return !logger.isDebugEnabled(summary_level) && !filter.url_filter && !filter.headers_filter &&
            !filter.request_body_filter && !filter.response_body_filter;

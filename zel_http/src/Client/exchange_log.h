@@ -4,8 +4,8 @@
 #include "zel_http/client.h"
 #include "zel_http/records.h"
 
-/// The lines that a client writes for a request, masked as its `LogFilter` says. The caller leaves
-/// them out altogether for `LogFilter::None`. Owner thread.
+/// The log lines of a client's request, masked as its `LogFilter` says. The caller omits the calls
+/// for `LogFilter::None`. Owner thread.
 namespace zel::http {
 
 void log_request(logging::Logger& logger, Client::RequestId id, const RequestConfig& config,

@@ -13,8 +13,8 @@
 
 namespace zel::http {
 
-/// Counts a transfer of a request, queued or running, while it lives. Copies count, too. Any
-/// thread.
+/// Keeps `Request::transfers` incremented for one queued or running transfer while it lives. Copies
+/// count, too. Any thread.
 class Engine::CountedTransfer {
 public:
     explicit CountedTransfer(std::shared_ptr<Request> request) : request(std::move(request)) {
@@ -41,38 +41,43 @@ public:
 
     /// Appends a header line to `headerList`; when memory runs out the transfer fails.
     void appendHeader(const char* line);
-    /// Makes `code` the transfer's result, unless it has failed before.
+    /// Makes `code` the transfer's result, unless an earlier failure is recorded.
     void fail(CURLcode code);
 
     std::shared_ptr<Request> request;
     CURL* curl;
     curl_slist* headerList = nullptr;
-    /// How much of the body an upload has read.
+    /// How many bytes of the body an upload has read.
     std::uint32_t readPosition = 0;
-    /// Ends with the transfer, before its outcome is handed over.
+    /// Reset before the outcome is handed over: the notified request no longer counts the transfer.
     std::optional<CountedTransfer> counted;
-    /// The engine's own TLS step has run, not one that replaces it.
+    /// `Engine::addTlsConfig` itself has run, not an override of it.
     bool ownTlsConfig = false;
-    /// A status line came, and the empty line that ends its block has not. libcurl (7.88) takes a
-    /// connection that closes there for the end of a complete response.
+    /// A status line has come, but not the empty line that ends its header block. When the
+    /// connection closes in between, libcurl (7.88) reports a complete response.
     bool inHeaderBlock = false;
-    /// The current response's body comes in chunks, which end by themselves.
+    /// The current response's body is chunked, and so marks its own end.
     bool chunked = false;
-    /// Its body ends with this TLS connection, whose close_notify has not come yet.
+    /// The TLS connection whose close_notify must end the current body and is still missing, or
+    /// null.
     const void* endAwaited = nullptr;
-    /// Cancelled: what libcurl still delivers goes nowhere.
+    /// Cancelled: header lines and blocks that libcurl still delivers are discarded.
     bool dropped = false;
-    /// What came in header lines so far, of all responses on the way and in trailers.
+    /// Header fields and bytes received so far, over all responses of the transfer and trailers.
     std::size_t headerFields = 0;
     std::size_t headerBytes = 0;
-    /// The pass in which the last block of the body came, and how many came in it.
+    /// The pass of the loop in which the last block of the body came, and the blocks in that pass.
     unsigned long pass = 0;
     std::size_t blocksInPass = 0;
-    /// A failure that libcurl does not report: of the set-up, or of a callback that fails while the
-    /// transfer resumes (libcurl 7.88). Outranks libcurl's code.
+    /// A failure that libcurl does not report: one of the set-up, or of a callback that libcurl
+    /// (7.88) calls while it resumes the transfer. Overrides libcurl's result.
     CURLcode failure = CURLE_OK;
-    /// libcurl's own words about the failure; empty when it has none.
+    /// libcurl's message about a failure (`CURLOPT_ERRORBUFFER`); empty when it has none.
     std::array<char, CURL_ERROR_SIZE> reason{};
 };
+
+/// The transfer time, in whole seconds, at the last progress report of any transfer. Engine thread;
+/// the engine's destructor resets it.
+extern long lastProgressReport;
 
 }  // namespace zel::http

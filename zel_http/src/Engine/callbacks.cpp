@@ -1,6 +1,6 @@
-// What libcurl calls while it drives a transfer. Every callback finds its task by the easy handle,
-// makes one call, and lets nothing be thrown through libcurl's C frames: a failure is kept with the
-// task and becomes libcurl's failure value. Engine thread; reads `tasks`.
+// libcurl's callbacks. Each finds its task by the easy handle and makes one call. No exception
+// passes through libcurl's C frames: the failure is recorded in the task, and the callback returns
+// libcurl's failure value. Engine thread; reads `tasks`.
 
 #include <algorithm>
 #include <cstdint>
@@ -13,7 +13,6 @@
 #include <type_traits>
 
 #include "Engine/active_task.h"
-#include "Engine/progress.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Records/header_line.h"
@@ -33,13 +32,13 @@ static_assert(std::is_convertible_v<decltype(&Engine::downloadProgress), curl_xf
 
 constexpr double seconds_between_reports = 3.0;
 
-/// What all responses of a transfer may bring in header lines, trailers included. The names are the
-/// server's choice, and a map of many that collide costs its square: within these bounds less than
-/// 50 ms.
+/// Limits for the header lines of all responses of a transfer, trailers included. A server can
+/// choose names whose hashes collide, and collecting n of them in a `HeaderMap` takes n²
+/// comparisons: within these limits less than 50 ms.
 constexpr std::size_t most_header_fields = 500;
 constexpr std::size_t most_header_bytes = std::size_t{256} * 1024;
 
-/// A count of bytes as the 32 bits that requests are told; more than fits becomes the largest.
+/// A byte count as the 32 bits that notifications take; the largest of them for a larger count.
 template <typename Number>
 unsigned saturated(Number bytes) {
     constexpr auto largest = std::numeric_limits<unsigned>::max();
@@ -52,7 +51,7 @@ void Engine::reportCallbackFailure(const char* name, const char* what) noexcept 
     if (currentEngine == nullptr) return;
     try {
         currentEngine->logger->error("Engine::%s: %s", fmt::make_printf_args(name, what));
-    } catch (...) {  // a logger that throws must not be thrown through libcurl either
+    } catch (...) {  // a logger's exception must not pass through libcurl either
     }
 }
 
@@ -90,13 +89,13 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
     const auto work = [=](ActiveTask& task) -> std::size_t {
         const std::size_t bytes = size * count;
         if (!task.request || task.dropped) return bytes;
-        // libcurl reads on before a pause reaches it, and may deliver what it has read afterwards
-        // (8.14); it keeps what is refused here until the resume.
+        // A paused transfer may still get blocks: libcurl reads on until the pause takes effect,
+        // and 8.14 delivers what it holds. A refused block is delivered again after the resume.
         Engine& engine = *getEngine();
         if (engine.isPaused(task) || engine.hasHadItsShare(task)) return CURL_WRITEFUNC_PAUSE;
         try {
             task.request->notifyDataReceived(data, saturated(bytes));
-        } catch (const std::runtime_error&) {  // the request's own way to end its transfer
+        } catch (const std::runtime_error&) {  // a request throws it to end its transfer
             task.fail(CURLE_WRITE_ERROR);
             return 0;
         }
@@ -111,11 +110,13 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
         const std::size_t bytes = size * count;
         if (!task.request || task.dropped) return bytes;
         // After a pause there may be several lines in one call (libcurl 7.88).
-        std::string_view rest(data, bytes);
-        while (!rest.empty()) {
-            const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
-            takeHeaderLine(task, rest.substr(0, end));
-            rest.remove_prefix(end);
+        std::string_view lines(data, bytes);
+        while (!lines.empty()) {
+            const std::size_t newline = lines.find('\n');
+            const std::size_t end = newline == std::string_view::npos ? lines.size() : newline + 1;
+            const std::string_view line = lines.substr(0, end);
+            takeHeaderLine(task, line);
+            lines.remove_prefix(line.size());
         }
         return bytes;
     };
@@ -133,7 +134,7 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
     watchForCloseNotify(task, line);
-    if (task.request->config.own_cert) withholdClientCertificate(task.curl, line);
+    if (task.request->config.own_cert) dropClientCertificateOnCrossOrigin(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
     double length = 0.0;
     curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);

@@ -1,5 +1,5 @@
-// From a finished transfer to its outcome: the only place where a transfer's end reaches its
-// request. Engine thread up to the hand-over, then the FSM context; touches `tasks`.
+// Turns a finished transfer into its outcome; nothing else notifies a request of its end. Engine
+// thread up to the hand-over to the FSM runner, then the FSM context; touches `tasks`.
 
 #include <string>
 #include <utility>
@@ -17,12 +17,12 @@ namespace zel::http {
 
 namespace {
 
-/// The server has ended the stream, or the connection, without reading the body.
+/// Whether the server ended the stream, or the connection, without reading the body.
 bool isRefusedUpload(CURLcode code) {
     return code == CURLE_HTTP2_STREAM || code == CURLE_SEND_ERROR;
 }
 
-/// Whether an error page has come as long as it was declared.
+/// Whether an error response (status 400 and above) has arrived with its full declared length.
 bool hasWholeAnswer(const Engine::ActiveTask& task) {
     long status = 0;
     curl_off_t declared = -1;
@@ -44,7 +44,9 @@ CURLMsg* Engine::findCompletedMsg() {
     return message;
 }
 
-/// libcurl's code for the transfer, unless the task knows of a failure that libcurl has missed.
+/// libcurl's code with corrections: a failure that the task has recorded overrides it, a body or
+/// header block that was cut is no success, and an upload that the server refused is no failure if
+/// its error response is complete.
 CURLcode Engine::resultOf(const ActiveTask& task, CURLcode reported) {
     if (task.failure != CURLE_OK) return task.failure;
     if (isRefusedUpload(reported) && hasWholeAnswer(task)) return CURLE_OK;
@@ -56,16 +58,16 @@ void Engine::processCompletedTasks() {
     checkEngineThread();
     trace("processCompletedTasks");
     while (const CURLMsg* message = findCompletedMsg()) {
-        const CURLcode reported = message->data.result;  // gone once the handle is detached
+        const CURLcode reported = message->data.result;  // freed when the handle is detached
         finishTask(tasks.at(message->easy_handle), reported);
     }
 }
 
-/// Where OpenSSL lacks memory after a read that found nothing, libcurl (7.88) tries again for ever,
-/// and the passes follow each other without a wait.
+/// Ends transfers whose TLS connection OpenSSL has given up because memory ran out: libcurl (7.88)
+/// retries the read for ever, in passes without a wait, so that checking every 256th suffices.
 void Engine::endBrokenTransfers() {
-    constexpr unsigned long passes_between_looks = 256;
-    if (pass % passes_between_looks != 0) return;
+    constexpr unsigned long passes_between_checks = 256;
+    if (pass % passes_between_checks != 0) return;
     std::vector<std::shared_ptr<ActiveTask>> broken;
     for (const auto& [handle, task] : tasks) {
         if (hasBrokenTls(handle)) broken.push_back(task);
@@ -75,14 +77,14 @@ void Engine::endBrokenTransfers() {
     }
 }
 
-/// The one way to an outcome: of transfers that libcurl has finished, and of those that failed
-/// before they could start.
+/// Every outcome passes through here: of transfers that libcurl has finished, and of those that
+/// failed before they could start.
 void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
     unregisterTask(*task);
     if (const auto request = task->request) {
         edgeCookieCheck(*task);
         const CURLcode result = resultOf(*task, reported);
-        if (task->ownTlsConfig) tlsIsolation->learn(request->config, result);
+        if (task->ownTlsConfig) tlsIsolation->noteResult(request->config, result);
         long httpCode = -1;
         const CURLcode ret = curl_easy_getinfo(task->curl, CURLINFO_RESPONSE_CODE, &httpCode);
         ORU_ASSERT(ret == CURLE_OK);
@@ -124,9 +126,9 @@ void Engine::runCallbackHandlerInFsmContext(logging::Logger* logger,
     if (result != CURLE_OK) {
         const char* text = curl_easy_strerror(result);
         const std::string url = printable(request->config.url);
-        const std::string words = reason.empty() ? reason : ": " + reason;
+        const std::string detail = reason.empty() ? reason : ": " + reason;
         logger->error("HTTPClientCurl error (%s): %d '%s'%s",
-                      fmt::make_printf_args(url, static_cast<int>(result), text, words));
+                      fmt::make_printf_args(url, static_cast<int>(result), text, detail));
         request->notifyFailure(failureOf(result), text);
     } else if (protocol::success_status(status)) {
         request->notifyDataEnd();

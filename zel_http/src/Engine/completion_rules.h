@@ -6,7 +6,7 @@
 
 namespace zel::http {
 
-/// What a transfer that libcurl failed means to its request.
+/// The failure that a request is told for libcurl's error code.
 constexpr Failure failureOf(CURLcode result) {
     switch (result) {
         case CURLE_UNSUPPORTED_PROTOCOL:
@@ -24,7 +24,7 @@ constexpr Failure failureOf(CURLcode result) {
     }
 }
 
-/// What a status outside 100 to 399 means; 0 stands for none that is valid.
+/// The failure for a status outside 100 to 399; 0 stands for a missing or invalid one.
 inline Failure failureOf(unsigned status) {
     if (protocol::auth_failure(status)) return Failure::AuthenticationFailure;
     return protocol::valid_status(static_cast<long>(status)) ? Failure::HttpErrorCode

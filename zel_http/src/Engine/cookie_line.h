@@ -45,7 +45,7 @@ inline bool hostMatches(const std::string& host, const std::string& domain) {
     return boost::algorithm::iends_with(host, domain);
 }
 
-/// The line that makes libcurl drop the cookie: the same with `expiry` as its time.
+/// The line that makes libcurl drop the cookie: the same, but expired at `expiry` (Unix time).
 inline std::string expiredCookieLine(const CookieLine& cookie, long long expiry) {
     std::string line;
     for (std::size_t field = 0; field < CookieLine::count; ++field) {

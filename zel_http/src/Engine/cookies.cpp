@@ -1,5 +1,5 @@
-// The X-Auth cookie before and after a transfer, and the deletion of a host's cookies for a clean
-// start. All findings are logged only. Engine thread.
+// Checks the X-Auth cookie before and after a transfer, and deletes a host's cookies for
+// `reset_state`. A failed check is only logged. Engine thread.
 
 #include <ctime>
 #include <memory>
@@ -28,7 +28,7 @@ CURLcode fetchCookies(CURL* curl, CookieList& cookies) {
     return result;
 }
 
-/// The fields of a line of the list; nothing, and an error line, for one that is no cookie.
+/// The fields of a line of the list; nothing, and an error line, for a malformed one.
 std::optional<CookieLine> parse(const char* line, const char* operation, logging::Logger& logger) {
     auto cookie = splitCookieLine(line);
     if (!cookie) {
@@ -93,8 +93,8 @@ void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
         deleted = true;
     }
     if (!deleted) return;
-    // libcurl drops an expired cookie with its next addition only (7.88), or keeps the one that it
-    // should replace (8.14).
+    // The expired line alone is not enough: libcurl 7.88 drops such a cookie only when the next one
+    // is added, 8.14 keeps the one that it should replace. So all are dropped and the others added.
     setText<CURLOPT_COOKIELIST>(curl, "ALL");
     for (const char* line : kept) setText<CURLOPT_COOKIELIST>(curl, line);
 }

@@ -1,5 +1,5 @@
-// Defaults of the hooks. They stand in a file of their own and are weak, so that no compiler
-// inlines or binds them inside the library.
+// Default definitions of the hooks. They are weak and in a file of their own, so that the library's
+// calls are neither inlined nor bound to them, and a host's definitions take effect.
 
 #include "zel_http/engine_hooks.h"
 

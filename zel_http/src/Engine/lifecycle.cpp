@@ -9,7 +9,6 @@
 #include <memory>
 
 #include "Engine/active_task.h"
-#include "Engine/progress.h"
 #include "Engine/tls_isolation.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
@@ -43,11 +42,11 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
         oru::assertion_failed("CurlEngine: Error creating eventfd\n", __FILE__, __LINE__,
                               __PRETTY_FUNCTION__);
     }
-    fcntl(wakeupFd, F_SETFD, FD_CLOEXEC);  // not for what the host executes
+    fcntl(wakeupFd, F_SETFD, FD_CLOEXEC);  // programs that the host executes do not inherit it
     curl_share_setopt(shareHandle, CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
     try {
         engineThread = createEngineTask([this] { thread_loop(); });
-    } catch (...) {  // the system has no thread left; nobody but the caller was told of the engine
+    } catch (...) {  // the system refused the thread; nobody uses the engine yet
         release();
         throw;
     }

@@ -1,5 +1,5 @@
-// One pass of the engine thread: run what is queued, wait, drive libcurl, process what finished.
-// Any thread appends to the queue; the rest is the engine thread's alone.
+// The loop of the engine thread. A pass runs what is queued, waits, drives libcurl, and processes
+// what finished. `queueRequest`, `enqueue` and `trace` run on any thread, all else on the engine's.
 
 #include <sys/eventfd.h>
 #include <sys/select.h>
@@ -20,8 +20,7 @@
 namespace zel::http {
 namespace {
 
-/// Keeps a wait that fails at once (a descriptor closed behind libcurl's back) from becoming a busy
-/// loop.
+/// Prevents a busy loop when a wait fails at once, as on a descriptor that somebody else closed.
 void pauseAfterFailedWait() { usleep(10'000); }
 
 int milliseconds(timeval timeout) {
@@ -36,7 +35,7 @@ void Engine::trace(const char* operation) {
 
 void Engine::checkEngineThread() const {
 #ifdef ZEL_HTTP_THREAD_CHECKS
-    // Once the engine thread has ended, its work is the destructor's.
+    // 0: no engine thread runs; the destructor does its work on the host's thread.
     const unsigned long id = engineThreadId;
     ORU_ASSERT(id == 0 || id == oru::this_thread::get_id());
 #endif
@@ -44,7 +43,7 @@ void Engine::checkEngineThread() const {
 
 void Engine::queueRequest(const std::function<void()>& fn) { enqueue(fn); }
 
-/// Writes no wake-up while an earlier one is unread: that one ends the wait, too.
+/// Writes the eventfd only if no earlier write is unread: an unread one ends the wait already.
 void Engine::enqueue(std::function<void()> work) {
     {
         const std::lock_guard lock(queueMutex);
@@ -70,7 +69,7 @@ void Engine::runTasks() {
     endBrokenTransfers();
 }
 
-/// The queue of the pass is local: a closure may run a pass of its own.
+/// The batch is local, since a closure may call `runTasks` and thereby this function again.
 void Engine::processPendingRequests() {
     trace("processPendingRequests");
     std::unique_lock lock(queueMutex);
@@ -81,7 +80,7 @@ void Engine::processPendingRequests() {
     while (!currentBatch.empty()) {
         currentBatch.front()();
         currentBatch.pop_front();
-        if (terminationFlag) return;  // what stands behind a termination never runs
+        if (terminationFlag) return;  // what is queued after it never runs
     }
 }
 
@@ -95,7 +94,8 @@ CURLMcode Engine::doCurlProcessing() {
     continueShares();
     long curlTimer = -1;
     curl_multi_timeout(multiHandle, &curlTimer);
-    // A closure that ran a pass of its own may have read the wake-up of what is queued now.
+    // Closures may be queued although no wake-up is unread: a closure of this pass may have called
+    // `runTasks`, which has read it.
     const timeval timeout = hasPendingRequests() ? timeval{} : waitTimeout(curlTimer);
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
     if (woken) drainWakeup();
@@ -103,11 +103,11 @@ CURLMcode Engine::doCurlProcessing() {
     return engine_curl_multi_perform(multiHandle, &running);
 }
 
-/// libcurl leaves sockets at and above `FD_SETSIZE` out of the sets without a word. While there are
-/// such, `curl_multi_poll` waits.
+/// `curl_multi_fdset` silently leaves out sockets at and above `FD_SETSIZE`. While any is open, the
+/// engine waits with `curl_multi_poll`.
 bool Engine::descriptorsFitSelect() const { return wakeupFd < FD_SETSIZE && highSockets == 0; }
 
-/// Returns whether there is a wake-up to read, as the other wait does.
+/// Returns whether the eventfd is readable, as `waitWithPoll` does.
 bool Engine::waitWithSelect(timeval timeout) {
     fd_set readable;
     fd_set writable;
@@ -129,7 +129,7 @@ bool Engine::waitWithPoll(timeval timeout) {
     int ready = 0;
     const CURLMcode result =
         curl_multi_poll(multiHandle, &wakeup, 1, milliseconds(timeout), &ready);
-    // A closed descriptor counts as ready. With no transfer it can only be the wake-up's.
+    // A closed descriptor counts as ready. Without transfers it can only be the eventfd.
     const bool closed = ready > 0 && wakeup.revents == 0 && tasks.empty();
     if (result != CURLM_OK || closed) pauseAfterFailedWait();
     return (wakeup.revents & CURL_WAIT_POLLIN) != 0;
@@ -140,7 +140,7 @@ void Engine::drainWakeup() {
     std::unique_lock lock(queueMutex);
     eventfd_t value = 0;
     const bool read = eventfd_read(wakeupFd, &value) == 0;
-    wakeupUnread = false;  // in one step with the reading, or a write could be left out for nothing
+    wakeupUnread = false;  // under one lock with the read, or the flag could outlive the wake-up
     lock.unlock();
     if (!read) eventlog("CurlEngine: Error reading eventfd\n");
 }

@@ -1,5 +1,5 @@
-// The process-wide proxy setting, and how a proxy is applied to a transfer. The setting belongs to
-// any thread, under `variableMutex`; applying it to the engine thread.
+// The process-wide proxy setting, and how a proxy is applied to a transfer. The setting is read and
+// written on any thread, under `variableMutex`, and applied on the engine thread.
 
 #include <memory>
 #include <mutex>
@@ -16,13 +16,13 @@ constexpr char bypassed_hosts[] = "localhost,127.0.0.1";
 
 using EscapedText = std::unique_ptr<char, decltype(&curl_free)>;
 
-/// A text that libcurl refuses as a proxy, for every transfer that does not bypass it.
+/// An invalid proxy URL: every transfer that would use it fails.
 constexpr char refused_proxy[] = "http://[";
 
-/// Whether libcurl takes the proxy's URL. It drops one whose parts do not decode, and the transfer
-/// goes direct (libcurl 7.88).
+/// Whether libcurl can use the proxy's URL. libcurl 7.88 ignores one whose host, user or password
+/// does not percent-decode, and connects directly.
 bool isUsable(const std::string& proxy) {
-    if (breaksLine(proxy)) return false;
+    if (hasCrLfOrNul(proxy)) return false;
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
     constexpr unsigned flags = CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME;
     if (curl_url_set(url.get(), CURLUPART_URL, proxy.c_str(), flags) != CURLUE_OK) return false;
@@ -66,7 +66,7 @@ std::string Engine::getProxyPassword() {
 }
 
 void Engine::addProxyConfig(void* curl, const std::string& proxy) {
-    // The stored credentials belong to the stored proxy alone, as they were set together.
+    // The stored credentials were set for the stored proxy and are sent to no other.
     std::string used = proxy;
     std::string user;
     std::string password;
@@ -90,7 +90,7 @@ void Engine::addProxyConfig(void* curl, const std::string& proxy) {
     }
 
     if (user.empty()) return;
-    if (breaksLine(user) || breaksLine(password)) {
+    if (hasCrLfOrNul(user) || hasCrLfOrNul(password)) {
         logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
                       fmt::make_printf_args("addProxyConfig"));
         return;

@@ -30,9 +30,9 @@ inline std::string locationOf(std::string_view line) {
     return std::string(trimmed(line.substr(name.size())));
 }
 
-/// Whether `location`, as a redirect from `url` gives it, leads to another scheme, host or port.
-/// It is resolved with the flags that libcurl follows it with, or the two could disagree; a text
-/// that cannot be parsed counts as leading away.
+/// Whether a redirect from `url` to `location` leads to another scheme, host or port. Parses with
+/// the flags that libcurl uses to follow it, so that both get the same URL. A `location` that
+/// cannot be parsed counts as another origin.
 inline bool leavesOrigin(const char* url, const std::string& location) {
     const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), curl_url_cleanup);
     const auto set = [&](const char* text, unsigned flags) {

@@ -1,4 +1,4 @@
-// The base of every request: its control operations hand it to the engine, if there is one.
+// The base of every request: its control operations queue work with the engine, if there is one.
 
 #include "zel_http/request.h"
 
@@ -16,8 +16,8 @@ void Request::runRequest() {
 }
 
 void Request::tryToCancelRequest() {
-    // Called after each outcome of a client, perhaps while the engine is being destroyed: with no
-    // transfer left the engine is not touched. A request that nobody owns throws below.
+    // A client's request calls this after its outcome, perhaps while the engine is being destroyed:
+    // with no transfer left it must not touch the engine. Without an owner it throws below.
     if (transfers == 0 && !weak_from_this().expired()) return;
     if (!Engine::hasEngine()) return;
     Engine::getEngine()->tryToCancelRequest(shared_from_this());

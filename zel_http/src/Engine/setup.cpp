@@ -1,6 +1,7 @@
-// From a request to a configured easy handle: every option, in the order in which it is set. The
-// callbacks get the easy handle as their data and find their task by it. Options that guard against
-// faults of the field come last, behind the rest. Engine thread; touches `tasks`.
+// Creates and configures a request's easy handle: all options, in the order in which they are set.
+// Callbacks get the easy handle as their user data and find their task by it. The options of
+// `setProtectiveOptions`, which work around faults of libcurl, servers and proxies, follow those
+// that the request asks for. Engine thread; touches `tasks`.
 
 #include <algorithm>
 #include <cstdlib>
@@ -25,13 +26,13 @@ constexpr char default_user_agent[] = "User-Agent: Velto/Dunmoreline";
 constexpr char default_accept_charset[] = "Accept-Charset: ISO-8859-1,utf-8";
 constexpr char no_expect[] = "Expect:";
 
-/// A buffer wider than libcurl's 16 KiB saves a large body passes, and with them about a third of
-/// the CPU that it costs. A small body touches only what it fills; but each transfer takes the
-/// address space, of which 32-bit targets have none to spare.
+/// Larger than libcurl's 16 KiB: a large body takes fewer passes and a third less CPU. A small body
+/// touches only the pages that it fills, but every transfer reserves the whole address range, and
+/// 32-bit targets have little of it.
 constexpr long receive_buffer = (sizeof(void*) > 4 ? 512 : 64) * 1024L;
 
-/// libcurl looks for an answer between two buffers of an upload. What is sent to a server that has
-/// answered and closed loses the answer, so the steps are small.
+/// libcurl checks for a response between two buffers of an upload. When the server has answered and
+/// closed by then, sending the next buffer loses the response; small buffers make that rare.
 constexpr long upload_buffer = 32 * 1024L;
 
 bool hasUpload(const RequestConfig& config) {
@@ -40,14 +41,15 @@ bool hasUpload(const RequestConfig& config) {
     return takes_body && !config.body.empty();
 }
 
-/// Over HTTP/2 an answer that comes before the body is read is lost when the server then ends the
-/// stream (libcurl 7.88; seen to hold with 8.14).
+/// Whether libcurl loses an HTTP/2 response that comes before the body is read, when the server
+/// then ends the stream. 7.88 does, 8.14 does not.
 bool losesEarlyAnswers() {
-    constexpr unsigned holds = 0x080e00;
-    return curl_version_info(CURLVERSION_NOW)->version_num < holds;
+    constexpr unsigned fixed = 0x080e00;
+    return curl_version_info(CURLVERSION_NOW)->version_num < fixed;
 }
 
-/// As libcurl's `long`, which has 32 bits on some targets. A negative limit would count as 49 days.
+/// The limit as libcurl's `long`, which has 32 bits on some targets. At least 1: libcurl takes a
+/// negative limit for 49 days.
 long timeoutMilliseconds(std::chrono::milliseconds timeout) {
     using Count = std::chrono::milliseconds::rep;
     return static_cast<long>(
@@ -70,8 +72,8 @@ std::size_t refuseToRead(char* /*buffer*/, std::size_t /*size*/, std::size_t /*c
     return CURL_READFUNC_ABORT;
 }
 
-/// Whether libcurl may ask with "Expect: 100-continue" before it sends the body: by itself above
-/// 1 MiB, unless the header lines say otherwise.
+/// Whether libcurl may send "Expect: 100-continue" and wait before the body: by itself for a body
+/// above 1 MiB (not for `POST` and `PUT`, see `no_expect`), or by a header line of the caller's.
 bool mayExpectContinue(const RequestConfig& config) {
     constexpr std::size_t threshold = std::size_t{1024} * 1024;
     return (config.method == Method::PATCH && config.body.size() > threshold) ||
@@ -102,7 +104,8 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
     startTransfer(task);
 }
 
-/// The rendering shows texts as they are, but a URL must not end its line in the log.
+/// Escapes control characters in the URL, which the rendering does not: otherwise a URL with a line
+/// break would write log lines of its own.
 void Engine::logConfiguration(const RequestConfig& config) {
     const std::string url = printable(config.url);
     if (url == config.url) {
@@ -118,11 +121,11 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     CURL* curl = task.curl;
     const RequestConfig& config = task.request->config;
     setPointer<CURLOPT_ERRORBUFFER>(curl, task.reason.data());
-    // Otherwise a name look-up that hangs blocks the removal of its transfer (libcurl 7.87 on).
+    // Without it, removing a transfer waits for its name look-up (libcurl 7.87 on).
     setLong<CURLOPT_QUICK_EXIT>(curl, 1);
-    // Otherwise libcurl replaces the process's handler of SIGPIPE and puts it back, several times a
-    // transfer, whatever the host's threads do meanwhile. Its own writes do not raise that signal
-    // (7.87 on), and the engine thread has all signals blocked.
+    // Without it libcurl replaces the process's handler of SIGPIPE and restores it, several times
+    // in a transfer, in a race with the host's threads. Nothing needs the handler: libcurl's writes
+    // do not raise the signal (7.87 on), and the engine thread has all signals blocked.
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
     setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
     setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
@@ -133,17 +136,18 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     setPointer<CURLOPT_OPENSOCKETDATA>(curl, this);
     setFunction<CURLOPT_CLOSESOCKETFUNCTION, curl_closesocket_callback>(curl, closeSocket);
     setPointer<CURLOPT_CLOSESOCKETDATA>(curl, this);
-    // libcurl's own function reads the process's standard input.
+    // libcurl's default read function reads the process's standard input.
     if (config.method != Method::PUT) {
         setFunction<CURLOPT_READFUNCTION, curl_read_callback>(curl, refuseToRead);
     }
-    // Otherwise a proxy's header fields count as the origin's.
+    // Without it the header fields of a proxy's CONNECT response are delivered as the origin's.
     setLong<CURLOPT_SUPPRESS_CONNECT_HEADERS>(curl, 1);
-    // On a tunnel that an earlier transfer opened, a status of 0 says nothing of this one's.
+    // `finishTask` retries by the status of CONNECT, which is 0 on a reused tunnel, whatever
+    // becomes of the transfer.
     if (!task.request->fallbackProxies.empty()) setLong<CURLOPT_FRESH_CONNECT>(curl, 1);
     if (mayExpectContinue(config)) {
-        // Servers that do not know the expectation keep the body waiting for a second, and one that
-        // answers before the body leaves a connection that waits for it.
+        // libcurl would wait a second for a server that ignores the expectation. A server that
+        // answers without reading the body leaves a connection on which it still expects the body.
         setLong<CURLOPT_EXPECT_100_TIMEOUT_MS>(curl, 1);
         setLong<CURLOPT_FORBID_REUSE>(curl, 1);
     }
@@ -161,14 +165,14 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
         std::abort();
     }
-    // libcurl takes the pause once there is a connection.
+    // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
 }
 
 void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
     setLong<CURLOPT_VERBOSE>(curl, 0);
     setLong<CURLOPT_PROTOCOLS>(curl, CURLPROTO_HTTP | CURLPROTO_HTTPS);
-    // A URL that libcurl would see cut at a NUL is another one than was asked for: it gets none.
+    // libcurl would cut a URL at a NUL and transfer another one; the empty URL fails as invalid.
     const bool cut = config.url.find('\0') != std::string::npos;
     setText<CURLOPT_URL>(curl, cut ? "" : config.url.c_str());
     setFunction<CURLOPT_WRITEFUNCTION, curl_write_callback>(curl, writeFunction);
@@ -190,8 +194,8 @@ void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
 
 void Engine::setCredentials(void* curl, const RequestConfig& config) {
     if (config.user.empty()) return;
-    if (breaksLine(config.user) || breaksLine(config.password)) {
-        // Digest authentication puts the user name into a header line as it is.
+    if (hasCrLfOrNul(config.user) || hasCrLfOrNul(config.password)) {
+        // Digest authentication copies the user name into a header line unescaped.
         logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
                       fmt::make_printf_args("setCredentials"));
         return;
@@ -234,7 +238,7 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
     const RequestConfig& config = request->config;
     std::string line;
     for (const auto& [name, value] : config.headers) {
-        if (breaksLine(name) || breaksLine(value)) {
+        if (hasCrLfOrNul(name) || hasCrLfOrNul(value)) {
             logger->error("Engine::%s: header '%s' contains CR, LF or NUL and is left out",
                           fmt::make_printf_args("addHeadersToRequest", printable(name)));
             continue;

@@ -1,6 +1,6 @@
-// The sockets that libcurl opens for the engine: a program that the host executes does not inherit
-// them, and the loop knows of those that `select` cannot take. Engine thread, and the host's once
-// that has been joined; touches `highSockets`.
+// Opens and closes libcurl's sockets: close-on-exec, so that programs that the host executes do not
+// inherit them, and counted where `select` cannot take them. Engine thread, then the destroying
+// thread once the engine thread has been joined; touches `highSockets`.
 
 #include <sys/select.h>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
-// The registry of running transfers: `tasks`, under their easy handles. Entry points for any thread
-// queue their work; the operations behind them run on the engine thread.
+// The registry of running transfers: `tasks`, keyed by easy handle. The operations for any thread
+// queue their work; those that do it run on the engine thread.
 
 #include <iterator>
 #include <utility>
@@ -37,15 +37,16 @@ void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
     tasks[task->curl] = task;
     handlesOfRequests.emplace(task->request.get(), task->curl);
     if (tasks.size() > peakTasks) keepConnectionsFor(tasks.size());
-    // Pause and resume now act on this transfer; what they held of an earlier one is released.
+    // If this transfer has the lower handle, pause and resume act on it from now on. A paused
+    // earlier one would never be resumed, so it is resumed here.
     if (earlier && getActiveTask(task->request) == task) {
         pendingPauses.erase(earlier->curl);
         curl_easy_pause(earlier->curl, CURLPAUSE_CONT);
     }
 }
 
-/// libcurl caches four connections for each current transfer. After a batch of outcomes there are
-/// few, and the next batch would reconnect: the cache is sized by the peak.
+/// Sizes the connection cache by the peak of transfers. libcurl's own size is four times the
+/// current transfers: it would shrink after a batch, and the next batch would reconnect.
 void Engine::keepConnectionsFor(std::size_t transfers) {
     peakTasks = transfers;
     curl_multi_setopt(multiHandle, CURLMOPT_MAXCONNECTS, static_cast<long>(4 * transfers));
@@ -58,7 +59,7 @@ void Engine::unregisterTask(const ActiveTask& task) {
     tasks.erase(task.curl);
 }
 
-/// Of several transfers of one request the one with the lowest handle.
+/// The request's transfer; null if it has none, the one with the lowest handle if it has several.
 std::shared_ptr<Engine::ActiveTask> Engine::getActiveTask(std::shared_ptr<Request> request) {
     const auto found = handlesOfRequests.lower_bound({request.get(), nullptr});
     if (found == handlesOfRequests.end() || found->first != request.get()) return nullptr;
@@ -70,7 +71,8 @@ void Engine::removeTask(std::shared_ptr<Request> request) {
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
     if (isPaused(*task) || usedShares.count(task->curl) != 0) {
-        // libcurl (7.88) leaks what it holds of a paused stream beside others: it is let go first.
+        // libcurl (7.88) leaks the data that it holds of a paused HTTP/2 stream if the connection
+        // has others. Resumed first, it delivers the data, which `dropped` discards.
         task->dropped = true;
         curl_easy_pause(task->curl, CURLPAUSE_CONT);
     }
@@ -98,7 +100,7 @@ void Engine::resumeTask(std::shared_ptr<Request> request) {
     curl_easy_pause(task->curl, CURLPAUSE_CONT);
 }
 
-/// A pause of the request is one of this transfer, unless another of it has a lower handle.
+/// Whether the request is paused and this is the transfer that its pause acts on.
 bool Engine::isPaused(const ActiveTask& task) {
     return task.request->paused && getActiveTask(task.request).get() == &task;
 }
@@ -111,8 +113,9 @@ void Engine::applyPendingPauses() {
     }
 }
 
-/// libcurl reads up to 100 receive buffers of one transfer in a pass, each perhaps of many small
-/// blocks, while all others wait. This many have to do: 8 MiB of a large download.
+/// Counts a block of the body; true once the transfer has used up its share of the pass. libcurl
+/// reads up to 100 receive buffers of one transfer in a pass, perhaps full of small blocks, while
+/// all others wait. 512 blocks are 8 MiB of a large download.
 bool Engine::hasHadItsShare(ActiveTask& task) {
     constexpr std::size_t share = 512;
     if (task.pass != pass) {
@@ -124,6 +127,7 @@ bool Engine::hasHadItsShare(ActiveTask& task) {
     return true;
 }
 
+/// Begins a pass: resumes the transfers that had used up their share of the last one.
 void Engine::continueShares() {
     ++pass;
     for (void* handle : std::exchange(usedShares, {})) {

@@ -1,6 +1,6 @@
-// TLS: verification, authorities, client certificate, and the two hooks into OpenSSL's context.
-// What keeps the connections of one policy from another is in tls_isolation.cpp.
-// Engine thread; the hooks run inside libcurl's processing, once for each new connection.
+// TLS: verification, authorities, client certificate, and the hooks, two functions that libcurl
+// calls with OpenSSL's context. tls_isolation.cpp keeps connections of one policy from use under
+// another. Engine thread; the hooks run inside libcurl's processing, once for each connection.
 
 #include "zel_http/tls.h"
 
@@ -70,7 +70,7 @@ void Engine::addTlsConfig(void* curl, std::shared_ptr<Request> request) {
     }
 }
 
-// libcurl calls the hooks: what a logger throws must not pass through it, and nothing is connected.
+// libcurl calls the hooks: a logger's exception must not pass, but abandons the connection.
 CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* config) try {
     logging::getLogger("HttpClient").debug(8, verifier_signature, {});
     if (sslContext == nullptr) return refuse("%s: Missing SSL_CTX", verifier_signature);
@@ -81,7 +81,7 @@ CURLcode tls::setupVerifierCallback(void* /*curl*/, void* sslContext, void* conf
         return refuse("%s: verifier is not a plain function", verifier_signature);
     }
     auto* context = static_cast<SSL_CTX*>(sslContext);
-    // The slot takes a pointer to non-const; verifiers only read.
+    // The slot takes a pointer to non-const; verifiers must only read.
     char* data =
         request.verifier_data ? const_cast<char*>(request.verifier_data->c_str()) : nullptr;
     SSL_CTX_set_ex_data(context, certificate::sslctx_data_index(), data);

@@ -16,10 +16,10 @@
 namespace zel::http {
 namespace {
 
-/// How many files, or pairs of them, are remembered; a device uses a few.
+/// The most files, or pairs of them, that are remembered; a device uses a few.
 constexpr std::size_t most_remembered = 64;
 
-/// An encrypted key has no pass phrase here, and nobody is asked for one.
+/// A pass-phrase callback that gives none; OpenSSL's own asks on the terminal.
 int noPassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) { return 0; }
 
 bool keyFitsCertificate(const std::string& certificate, const std::string& key) {
@@ -33,23 +33,23 @@ bool keyFitsCertificate(const std::string& certificate, const std::string& key) 
     const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> pkey(
         PEM_read_bio_PrivateKey(key_file.get(), nullptr, noPassPhrase, nullptr), EVP_PKEY_free);
     const bool fits = x509 && pkey && X509_check_private_key(x509.get(), pkey.get()) == 1;
-    ERR_clear_error();  // or libcurl takes it for its own
+    ERR_clear_error();  // libcurl would report a leftover error as its own
     return fits;
 }
 
-/// Before 8.12 libcurl keeps sessions for the redirects of one transfer alone, and frees a name
-/// twice when memory runs out meanwhile.
-bool keepsSessionsWell() {
-    constexpr unsigned since = 0x080c00;
-    return curl_version_info(CURLVERSION_NOW)->version_num >= since;
+/// Whether libcurl's session cache is usable. Before 8.12 it serves only the redirects of one
+/// transfer, and frees a name twice when memory runs out.
+bool hasUsableSessionCache() {
+    constexpr unsigned fixed = 0x080c00;
+    return curl_version_info(CURLVERSION_NOW)->version_num >= fixed;
 }
 
 }  // namespace
 
 void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
-    if (!keepsSessionsWell()) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
+    if (!hasUsableSessionCache()) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     if (!isHttps(config.url)) return;
-    // OpenSSL asks for a pass phrase on the terminal otherwise, and every transfer waits.
+    // Without it OpenSSL asks on the terminal for the key's pass phrase: the engine thread blocks.
     setText<CURLOPT_KEYPASSWD>(curl, "");
     const bool partial_chain = config.tls_verify && config.tls_partial_chain;
     const bool own_certificate = hasClientCertificate(config);
@@ -57,7 +57,8 @@ void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
     // libcurl allows partial chains by itself unless told not to.
     if (config.tls_verify && !partial_chain) options |= CURLSSLOPT_NO_PARTIALCHAIN;
     if (config.verifier) {
-        // OpenSSL builds ignore this bit, so it serves as a mark that no other policy has.
+        // libcurl built with OpenSSL uses this bit only to match connections. As no other policy
+        // sets it, no other transfer gets a connection that a verifier accepted.
         options |= CURLSSLOPT_REVOKE_BEST_EFFORT;
         setLong<CURLOPT_FRESH_CONNECT>(curl, 1);
         setLong<CURLOPT_FORBID_REUSE>(curl, 1);
@@ -65,60 +66,60 @@ void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
     }
     setLong<CURLOPT_SSL_OPTIONS>(curl, options);
-    // A resumed session is not verified again (libcurl 8.14 resumes between transfers).
+    // A resumed session is not verified again (libcurl resumes between transfers from 8.12 on).
     if (config.verifier || partial_chain || own_certificate) {
         setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     }
-    // Connections of a certificate were made with its key. A key that does not fit must not use
-    // them, but make one of its own, and fail.
+    // libcurl matches connections by the certificate's path, not by the key. With a key that does
+    // not fit a new connection must be made, which fails.
     if (own_certificate && !keyFits(*config.own_cert, *config.own_pkey)) {
         setLong<CURLOPT_FRESH_CONNECT>(curl, 1);
     }
     if (partial_chain) {
-        // libcurl caches filled stores by file name; one that allows partial chains must not be.
+        // libcurl caches stores by file name; one that allows partial chains must not serve others.
         setLong<CURLOPT_CA_CACHE_TIMEOUT>(curl, 0);
     } else if (config.tls_verify) {
         refreshAuthorities(curl, config);
     }
 }
 
-/// libcurl caches the store of a file for a day. Once the file has changed, only a store or a
-/// session from after that may be used.
+/// libcurl caches a file's store for a day. Once the file has changed, only stores and sessions
+/// made since then may be used: the cache's time limit becomes the time since the change.
 void TlsIsolation::refreshAuthorities(CURL* curl, const RequestConfig& config) {
-    // What a directory holds may change without a trace in its own times.
+    // A file in a directory can change without changing the directory's times.
     if (authoritiesDirectory(config)) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     const auto file = authoritiesFile(config);
     if (!file) return;
-    const Authorities& now = known(*file);
+    const Authorities& now = currentState(*file);
     if (now.changed) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
-    const auto since = std::max(now.changed, now.doubted);
+    const auto since = std::max(now.changed, now.handshakeFailed);
     if (!since) return;
     constexpr std::chrono::seconds day{86400};
     const auto age = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *since);
     setLong<CURLOPT_CA_CACHE_TIMEOUT>(curl, static_cast<long>(std::min(age, day).count()));
 }
 
-const TlsIsolation::Authorities& TlsIsolation::known(const std::string& path) {
+const TlsIsolation::Authorities& TlsIsolation::currentState(const std::string& path) {
     const FileIdentity identity = identityOf(path);
     const auto found = authorities.find(path);
     if (found == authorities.end()) {
         if (authorities.size() == most_remembered) {
             authorities.clear();
-            forgotten = Clock::now();
+            emptied = Clock::now();
         }
-        return authorities[path] = {identity, forgotten, {}};
+        return authorities[path] = {identity, emptied, {}};
     }
     if (found->second.identity != identity) found->second = {identity, Clock::now(), {}};
     return found->second;
 }
 
-void TlsIsolation::learn(const RequestConfig& config, CURLcode result) {
+void TlsIsolation::noteResult(const RequestConfig& config, CURLcode result) {
     const bool handshake_failed = result == CURLE_SSL_CONNECT_ERROR ||
                                   result == CURLE_PEER_FAILED_VERIFICATION ||
                                   result == CURLE_OUT_OF_MEMORY;
     if (!handshake_failed) return;
     const auto found = authorities.find(authoritiesFile(config).value_or(""));
-    if (found != authorities.end()) found->second.doubted = Clock::now();
+    if (found != authorities.end()) found->second.handshakeFailed = Clock::now();
 }
 
 bool TlsIsolation::keyFits(const std::string& certificate, const std::string& key) {
@@ -149,7 +150,7 @@ TlsIsolation::FileIdentity TlsIsolation::identityOf(const std::string& path) {
             static_cast<std::int64_t>(file.st_ctim.tv_nsec)};
 }
 
-void withholdClientCertificate(CURL* curl, std::string_view line) {
+void dropClientCertificateOnCrossOrigin(CURL* curl, std::string_view line) {
     const std::string location = locationOf(line);
     if (location.empty()) return;
     long status = 0;

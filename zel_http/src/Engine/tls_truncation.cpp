@@ -11,12 +11,13 @@
 namespace zel::http {
 namespace {
 
-/// The slot of a connection that holds its transfer's easy handle.
+/// The index of the `SSL` ex-data slot that holds the transfer's easy handle.
 int handleIndex() {
     static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
     return index;
 }
 
+/// An OpenSSL info callback: a close_notify of the connection that the task waits for has come.
 void onTlsEvent(const SSL* connection, int where, int value) {
     if (where != SSL_CB_READ_ALERT || (value & 0xff) != SSL_AD_CLOSE_NOTIFY) return;
     const auto task = Engine::ActiveTask::of(SSL_get_ex_data(connection, handleIndex()));
@@ -30,7 +31,7 @@ bool isChunked(std::string_view line) {
            boost::algorithm::icontains(line, "chunked");
 }
 
-/// Whether only the end of its connection ends the body of the response: it declares no length.
+/// Whether the current response has a body of undeclared length, ended by the connection's end.
 bool endsWithConnection(CURL* curl) {
     long status = 0;
     curl_off_t length = 0;
@@ -39,7 +40,7 @@ bool endsWithConnection(CURL* curl) {
     return length < 0 && status >= 200 && status != 204 && status != 304;
 }
 
-/// The origin's, or that of a proxy; null without TLS.
+/// The transfer's TLS connection, to the origin or else to a proxy; null without TLS.
 SSL* anyConnectionOf(CURL* curl) {
     curl_tlssessioninfo* session = nullptr;
     curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
@@ -47,14 +48,14 @@ SSL* anyConnectionOf(CURL* curl) {
     return open_ssl ? static_cast<SSL*>(session->internals) : nullptr;
 }
 
-/// Null for a transfer without TLS, or with that of a proxy alone.
+/// The transfer's TLS connection to the origin; null without one, also when a proxy has one.
 SSL* connectionOf(CURL* curl) {
     const char* scheme = nullptr;
     curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
     return scheme != nullptr && isHttps(scheme) ? anyConnectionOf(curl) : nullptr;
 }
 
-/// As agreed in the handshake; a status line may say anything.
+/// By what the handshake has negotiated; a status line may say anything.
 bool speaksHttp2(const SSL* connection) {
     const unsigned char* protocol = nullptr;
     unsigned length = 0;

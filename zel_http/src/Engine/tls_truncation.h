@@ -6,12 +6,12 @@
 
 namespace zel::http {
 
-/// Gets each header line of a response. A body that ends with its TLS connection is whole only if
-/// the server says so with a close_notify; libcurl (7.88) takes any end for that one. Notes with
-/// the task whether it must come, and when it does. Engine thread.
+/// Called with each header line of a response. A body that ends with its TLS connection is complete
+/// only if the server has sent a close_notify; libcurl (7.88) accepts any end. Sets `endAwaited` of
+/// the task when a close_notify must come, until it comes. Engine thread.
 void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line);
 
-/// Whether OpenSSL has given up the transfer's connection. Engine thread.
+/// Whether the transfer's TLS connection is in OpenSSL's error state. Engine thread.
 bool hasBrokenTls(CURL* curl);
 
 }  // namespace zel::http

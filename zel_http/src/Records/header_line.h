@@ -31,13 +31,13 @@ constexpr std::optional<HeaderLine> splitHeaderLine(std::string_view line) {
     return HeaderLine{name, trimmed(line.substr(colon + 1))};
 }
 
-/// Whether a line begins a response. A field may have a name that looks like it; its colon comes
+/// Whether a line is a status line. A field name may begin with "HTTP/", too; its colon comes
 /// before any blank.
 constexpr bool isStatusLine(std::string_view line) {
     return line.substr(0, 5) == "HTTP/" && line.find(' ') < line.find(':');
 }
 
-/// Whether the line ends a block of header lines.
+/// Whether the line ends a header block.
 constexpr bool isEmptyLine(std::string_view line) { return line == "\r\n" || line == "\n"; }
 
 }  // namespace zel::http

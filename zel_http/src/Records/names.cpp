@@ -17,7 +17,7 @@ constexpr std::array<std::string_view, 7> failure_names = {"<Invalid URL>",
                                                            "<Authentication failure>",
                                                            "<Failed to establish connection>",
                                                            "<Error code in HTTP Response>"};
-constexpr std::size_t client_failure_count = 6;  // all but the last: callers see those as responses
+constexpr std::size_t client_failure_count = 6;  // not the last: callers get it as a response
 
 template <typename Enumeration, std::size_t N>
 std::string_view lookUp(const std::array<std::string_view, N>& names, Enumeration value,

@@ -6,7 +6,7 @@
 
 namespace zel::http {
 
-/// The printed name of a value; empty for a value without one.
+/// The printed name of a value; empty for one outside the enumeration.
 std::string_view nameOf(Method method);
 std::string_view nameOf(AuthMethod method);
 std::string_view nameOf(Failure failure);

@@ -57,7 +57,7 @@ std::ostream& operator<<(std::ostream& stream, const RequestConfig& config) {
     block += optionalLine("    w/data : ", config.verifier_data);
     block += line("BODY       : ", std::to_string(config.body.size()) + " bytes");
     block += line("--", "");
-    // Unformatted: the stream's width and fill neither apply nor change.
+    // Unformatted output: the stream's width and fill neither apply nor change.
     return stream.write(block.data(), static_cast<std::streamsize>(block.size()));
 }
 

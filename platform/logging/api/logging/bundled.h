@@ -16,8 +16,8 @@ namespace logging {
 /// off. Any thread.
 ORU_EXPORT void setLevel(int level);
 
-/// Replaces where the lines of every bundled logger go; at first that is stderr, coloured on a
-/// terminal unless NO_COLOR is in the environment. Any thread.
+/// Replaces the sinks of all bundled loggers. At first they write to stderr, coloured on a terminal
+/// unless NO_COLOR is in the environment. Any thread.
 ORU_EXPORT void setSinks(std::vector<std::shared_ptr<spdlog::sinks::sink>> sinks);
 
 }  // namespace logging

@@ -20,11 +20,11 @@ namespace detail {
 /// numbers in decimal without grouping. One thread at a time.
 class StreamProxy {
 public:
-    /// Gets the line.
+    /// Receives the complete line.
     using Emit = std::function<void(const std::string& line)>;
 
     StreamProxy() = default;
-    /// An empty `receiver` is none.
+    /// An empty `receiver` counts as none.
     explicit StreamProxy(Emit receiver) : emit_(std::move(receiver)) {
         if (emit_) text_.emplace().imbue(std::locale::classic());
     }
@@ -64,15 +64,15 @@ private:
 class ORU_EXPORT Logger {
 public:
     /// @{
-    /// A line of that importance.
+    /// Writes a line of that importance.
     virtual void critical(fmt::string_view format, fmt::printf_args args) = 0;
     virtual void error(fmt::string_view format, fmt::printf_args args) = 0;
     virtual void debug(int level, fmt::string_view format, fmt::printf_args args) = 0;
     /// @}
     virtual bool isDebugEnabled(int level) const = 0;  ///< whether `debug` at `level` writes
-    /// A line at the logger's own fixed level.
+    /// Begins a line at the logger's own fixed level.
     virtual detail::StreamProxy infoStream() = 0;
-    /// A debug line; a proxy without a receiver when its level is off.
+    /// Begins a debug line; a proxy without a receiver when its level is off.
     virtual detail::StreamProxy debugStream(int level) = 0;
 
     Logger() = default;

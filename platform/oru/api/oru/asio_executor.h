@@ -9,10 +9,10 @@
 
 namespace oru {
 
-/// The bundled executor: posts to a Boost.Asio `io_context`, which the application runs on one
-/// thread and may use for its own timers and sockets too. Header only, so that the application's
-/// copy of Asio is the only one involved. The context must outlive the executor; an exception from
-/// a task leaves `io_context::run`. Priorities are ignored.
+/// Posts to a Boost.Asio `io_context`, which the application runs on one thread and may use for its
+/// own timers and sockets, too. Header only, so that the application's copy of Asio is the only one
+/// involved. The context must outlive the executor; an exception from a task leaves
+/// `io_context::run`. Priorities are ignored.
 class asio_executor final : public executor {
 public:
     /// Posts to `context`.

@@ -15,12 +15,12 @@ enum class CallbackType : int { Repeating = 0, Once = 1 };
 /// Owns an action under way and the right to hear of its outcome. Dropping the handle disarms its
 /// callbacks and runs the cancel action once. `Tag` only tells handles of different services apart.
 ///
-/// Move-only: a moved-from handle is inert, and assigning over a handle first drops what it held.
-/// The handle, its callbacks and its destruction belong to one thread; nothing here is locked.
+/// Move-only: a moved-from handle is inert, and assigning to a handle drops what it held. The
+/// handle, its callbacks and its destruction belong to one thread; nothing here is locked.
 template <typename Tag>
 class AsyncActionHandle {
 public:
-    /// A callable that reaches the wrapped one only while the handle's flag is armed.
+    /// A callable that calls the wrapped one only while the handle's flag is armed.
     template <typename Callback>
     class WrappedCallback {
     public:
@@ -72,8 +72,8 @@ public:
     /// Installs what `cancel` and the destructor run once; it must not throw.
     void set_cancel_action(std::function<void()> action) { cancel_action = std::move(action); }
 
-    /// Does what dropping the handle does, now. A second call does nothing. The cancel action may
-    /// destroy the handle.
+    /// Disarms the callbacks and runs the cancel action, as the destructor does. A second call does
+    /// nothing. The cancel action may destroy the handle.
     void cancel() noexcept {
         const auto flag = std::move(active_flag);
         const auto action = std::exchange(cancel_action, nullptr);

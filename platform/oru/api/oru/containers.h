@@ -13,7 +13,7 @@ namespace oru::containers {
 
 namespace detail {
 
-/// What each byte becomes in upper or lower case.
+/// Maps each byte to its upper or lower case.
 using Folding = std::array<char, 256>;
 
 /// The folding of the classic locale, which changes the letters from `first` to `last`.
@@ -29,14 +29,15 @@ constexpr Folding classicFolding(char first, char last) {
 inline constexpr Folding classic_lower = classicFolding('A', 'Z');
 inline constexpr Folding classic_upper = classicFolding('a', 'z');
 
-/// Makes letters upper or lower case as the global locale does at its construction. A table,
-/// because a map whose names somebody chose to collide compares each with every other.
+/// Converts to upper or lower case by the locale that is global at its construction. A table, since
+/// lookups must stay cheap: in a map of names that were chosen to collide each is compared with
+/// every other.
 class Fold {
 public:
     /// To upper case, or to lower.
     explicit Fold(bool upper) {
         const std::locale locale;
-        if (locale == std::locale::classic()) {  // nearly always; its facet would cost more
+        if (locale == std::locale::classic()) {  // the usual case, cheaper without its facet
             folding_ = upper ? &classic_upper : &classic_lower;
             return;
         }
@@ -56,7 +57,7 @@ public:
     char operator()(char c) const { return (*folding_)[static_cast<unsigned char>(c)]; }
 
 private:
-    std::optional<Folding> own_;  // of another locale
+    std::optional<Folding> own_;  // the table of any other locale
     const Folding* folding_ = nullptr;
 };
 

@@ -18,8 +18,8 @@ public:
     virtual ~executor() = default;
 
     /// Queues `task` to run later on the executor's thread. Any thread. `priority` 0 is the
-    /// default; an implementation may ignore it. An exception that leaves a task is the business
-    /// of whoever runs the executor.
+    /// default; an implementation may ignore it. An exception that leaves a task is handled by
+    /// whoever runs the executor.
     virtual void post(std::function<void()> task, int priority) = 0;
 };
 

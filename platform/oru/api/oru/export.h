@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what a shared library built with hidden visibility still shows.
+/// Exports a symbol from a shared library that is built with hidden visibility.
 #define ORU_EXPORT __attribute__((visibility("default")))

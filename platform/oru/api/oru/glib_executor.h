@@ -13,14 +13,14 @@
 
 namespace oru {
 
-/// Posts to a GLib main loop: tasks run on the thread that runs `context`, one in each turn of the
-/// loop, so that the application's other sources have theirs; also in a nested loop that a task
-/// runs. GLib is C and must not be unwound: an exception from a task ends the process through
+/// Posts to a GLib main loop. Tasks run on the thread that runs `context`, one in each iteration,
+/// so that the application's other sources run in between; also in a nested loop that a task runs.
+/// No exception may pass through GLib, which is C: one from a task ends the process through
 /// `eventlog_die`. Priorities are ignored: tasks have `G_PRIORITY_DEFAULT`.
 ///
 /// The context must outlive the executor, which is destroyed on the thread that runs the context,
-/// in a task of its own if need be, or when no thread runs it. Tasks that have not run are
-/// destroyed there and then.
+/// in a task of its own if need be, or when no thread runs it. The destructor destroys tasks that
+/// have not run.
 class glib_executor final : public executor {
 public:
     /// Null is the process's default context.
@@ -43,11 +43,11 @@ public:
     void post(std::function<void()> task, int /*priority*/) override {
         const std::lock_guard lock(queue_->mutex);
         queue_->tasks.push_back(std::move(task));
-        g_source_set_ready_time(source_, 0);  // wakes the loop, unless it is awake for us already
+        g_source_set_ready_time(source_, 0);  // wakes the loop, unless the source is ready already
     }
 
 private:
-    /// Belongs to the source, which GLib keeps while one of its tasks runs.
+    /// Owned by the source, which GLib keeps alive while one of its tasks runs.
     struct queue {
         std::mutex mutex;
         std::deque<std::function<void()>> tasks;  // guarded by mutex
@@ -57,7 +57,7 @@ private:
     static gboolean dispatch(GSource* /*source*/, GSourceFunc run, gpointer data) {
         return run(data);
     }
-    /// Of a source that is ready at its ready time and not before.
+    /// Neither prepare nor check: the source is ready at its ready time and not before.
     static inline GSourceFuncs functions = {nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
 
     static gboolean run_one(gpointer data) {
@@ -75,7 +75,7 @@ private:
         if (queue.tasks.empty()) g_source_set_ready_time(queue.source, -1);
         return task;
     }
-    /// One by one and unlocked: what a task held may post as it goes.
+    /// One by one and without the lock: destroying a task may post another.
     static void drop(queue& queue) {
         while (take(queue)) {
         }

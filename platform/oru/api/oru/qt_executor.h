@@ -13,21 +13,21 @@
 
 namespace oru {
 
-/// Posts to the event loop of a Qt thread, as posted events. Qt 5 or 6, of which it needs Core
-/// alone. Qt does not let exceptions through its loop: one from a task ends the process through
-/// `eventlog_die`. Priorities are ignored.
+/// Posts to the event loop of a Qt thread, as posted events. Qt 5 or 6; needs Core only. Qt does
+/// not let exceptions through its loop: one from a task ends the process through `eventlog_die`.
+/// Priorities are ignored.
 ///
-/// Destroy it on that thread, in a task of its own if need be, or after the thread has ended. Tasks
-/// that have not run are destroyed there and then.
+/// Destroy it on that thread, in a task of its own if need be, or after the thread has ended. The
+/// destructor destroys tasks that have not run.
 class qt_executor final : public executor {
 public:
-    /// `thread` is the calling one unless said otherwise.
+    /// `thread` is the one whose event loop runs the tasks.
     explicit qt_executor(QThread* thread = QThread::currentThread())
         : receiver_(std::make_unique<receiver>()) {
         receiver_->moveToThread(thread);
     }
-    /// The tasks that wait go with their receiver. What they held may post as it goes: that finds
-    /// no receiver, and goes too.
+    /// Destroys the receiver, and with it the events of waiting tasks. Destroying a task may post
+    /// another: the pointer is null by then, and `post` drops it.
     ~qt_executor() override { receiver_.reset(); }
     qt_executor(const qt_executor&) = delete;
     qt_executor& operator=(const qt_executor&) = delete;

@@ -9,7 +9,7 @@
 
 namespace oru {
 
-/// Runs `task` under a loop that no exception may pass through: one that leaves the task ends the
+/// Runs `task` for a loop that no exception may pass through: one that leaves the task ends the
 /// process through `eventlog_die`, with `what()`.
 inline void run_guarded(const std::function<void()>& task) noexcept {
     try {

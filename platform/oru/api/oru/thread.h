@@ -29,7 +29,7 @@ public:
     /// How a thread is created.
     class attributes {
     public:
-        /// Both count only with a policy other than `inherited`.
+        /// Policy and priority; both count only with a policy other than `inherited`.
         void set_scheduler(scheduler_policy policy, scheduler_priority priority) {
             policy_ = policy;
             priority_ = priority;
@@ -68,8 +68,8 @@ public:
     /// Waits for the thread to end; afterwards the handle holds no thread.
     void join();
 
-    /// Starts a thread that runs `*fn`, writes its identifier into `id`, and takes `fn` over in
-    /// every case. Only the first 15 bytes of `name` are visible to the system.
+    /// Starts a thread that runs `*fn`, writes its identifier into `id`, and takes ownership of
+    /// `fn`, also when it throws. Only the first 15 bytes of `name` are visible to the system.
     /// Throws `std::system_error` when the system refuses the thread or an attribute.
     static void create_thread(const std::string& name, const attributes& attributes,
                               unsigned long& id, std::function<void()>* fn);

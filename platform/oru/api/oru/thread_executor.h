@@ -36,13 +36,14 @@ public:
         }
         wake_.notify_one();
         thread_.join();
-        while (!tasks_.empty()) take();  // one by one: what a task held may post as it goes
+        while (!tasks_.empty()) take();  // one by one: destroying a task may post another
     }
     thread_executor(const thread_executor&) = delete;
     thread_executor& operator=(const thread_executor&) = delete;
 
     void post(std::function<void()> task, int /*priority*/) override {
-        // Under the lock to its end: the task may lead to the executor's destruction.
+        // Notified under the lock: as soon as it is released the task may run and have the executor
+        // destroyed.
         const std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
         wake_.notify_one();
@@ -53,7 +54,7 @@ private:
         while (const auto task = next()) (*task)();
     }
 
-    /// Waits for a task; none when the executor goes.
+    /// Waits for a task; nothing once the executor is being destroyed.
     std::optional<std::function<void()>> next() {
         std::unique_lock lock(mutex_);
         wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
