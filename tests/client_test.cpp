@@ -6,7 +6,6 @@
 #include "support/engine_test.h"
 
 namespace test {
-namespace {
 
 using zel::http::Client;
 using Handle = oru::AsyncActionHandle<zel::http::ZelHttpClientTag>;
@@ -160,5 +159,4 @@ TEST_F(ClientTest, EmptyCallbacksStopTheProcess) {
                  "Client.*error_cb");
 }
 
-}  // namespace
 }  // namespace test

@@ -3,7 +3,6 @@
 #include "support/engine_test.h"
 
 namespace test {
-namespace {
 
 using Exchange = EngineTest;
 
@@ -146,5 +145,4 @@ TEST_F(Exchange, AnAnswerBeforeTheBodyLeavesNoConnectionBehind) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(request), "413 ");
 }
 
-}  // namespace
 }  // namespace test

@@ -5,7 +5,6 @@
 #include "support/engine_test.h"
 
 namespace test {
-namespace {
 
 using zel::http::LogFilter;
 using Lines = std::vector<std::string>;
@@ -119,5 +118,4 @@ TEST_F(LogTest, BodiesInChunks) {
     }
 }
 
-}  // namespace
 }  // namespace test

@@ -5,7 +5,6 @@
 #include "support/servers.h"
 
 namespace test {
-namespace {
 
 using Proxy = EngineTest;
 
@@ -100,5 +99,4 @@ TEST_F(Proxy, ItsFieldsAreNotTheOriginsAndAnUnusableOneIsNotGoneAround) {
     EXPECT_EQ(logger.lines("the proxy's URL cannot be used").size(), 8U);
 }
 
-}  // namespace
 }  // namespace test

@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "Engine/cookie_line.h"
 #include "Engine/redirect_rule.h"
 #include "Engine/wait_rule.h"
 #include "Records/header_line.h"
@@ -131,13 +132,25 @@ TEST(Rules, WhatLeadsToAnotherOrigin) {
     EXPECT_EQ(locationOf("X-Location: /path\r\n"), "");
 }
 
+TEST(Rules, CookieLinesAndHosts) {
+    for (const char* line : {"d\tF\t/\tF\t0\tn", "d\tF\t/\tF\t0\tn\tv\t", ""}) {
+        EXPECT_FALSE(splitCookieLine(line)) << line;
+    }
+    EXPECT_TRUE(splitCookieLine("\t\t\t\t\t\t"));
+    EXPECT_EQ(expiredCookieLine(*splitCookieLine("d\tF\t/\tF\t0\tn\tv"), 7), "d\tF\t/\tF\t7\tn\tv");
+    EXPECT_TRUE(hostMatches("a.b.c", "b.c") && hostMatches("b.c", "B.C"));
+    EXPECT_FALSE(hostMatches("b.c", ".b.c") || hostMatches("a.b.cc", "b.c"));
+}
+
 TEST(Rules, Wait) {
-    const long rows[][3] = {{-1, 30, 0},         {0, 0, 0},      {1, 0, 1000},    {1500, 1, 500000},
-                            {60999, 60, 999000}, {61000, 60, 0}, {1000000, 60, 0}};
-    for (const auto& [milliseconds, seconds, microseconds] : rows) {
-        const timeval wait = waitTimeout(milliseconds);
-        EXPECT_EQ(wait.tv_sec, seconds) << milliseconds;
-        EXPECT_EQ(wait.tv_usec, microseconds) << milliseconds;
+    for (const auto& [timer, expected] : {std::pair(-1L, 30000L),
+                                          {0L, 0L},
+                                          {1500L, 1500L},
+                                          {60999L, 60999L},
+                                          {61000L, 60000L},
+                                          {1000000L, 60000L}}) {
+        const timeval wait = waitTimeout(timer);
+        EXPECT_EQ(wait.tv_sec * 1000 + wait.tv_usec / 1000, expected);
     }
 }
 

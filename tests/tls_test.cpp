@@ -38,7 +38,6 @@ int keepVerdict(int verdict, X509_STORE_CTX* context) {
 }  // namespace
 
 namespace test {
-namespace {
 
 using Tls = EngineTest;
 using Verifier = int (*)(int, X509_STORE_CTX*);
@@ -266,5 +265,4 @@ TEST_F(Tls, NothingFollowsToAnotherOrigin) {
     logWith("GET /seen client=NONE auth=- cookie=-\n", "nginx.access");
 }
 
-}  // namespace
 }  // namespace test

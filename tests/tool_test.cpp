@@ -12,7 +12,6 @@
 #include "support/engine_test.h"
 
 namespace test {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -117,5 +116,4 @@ TEST(Programs, Downloads) {
     fs::remove_all(folder);
 }
 
-}  // namespace
 }  // namespace test

@@ -1,21 +1,17 @@
-// What becomes of a transfer's handle: its options, the hooks of the host, its cookies.
+// What becomes of a transfer's handle: the hooks of the host, its cookies, its progress.
 
 #include <curl/curl.h>
 #include <dlfcn.h>
 
 #include <cstdarg>
-#include <limits>
 #include <set>
 #include <stdexcept>
 
-#include "Engine/cookie_line.h"
 #include "support/engine_test.h"
 #include "zel_http/engine_hooks.h"
 
 namespace {
 
-/// The options that were set, for the test on whose thread the engine is idle.
-std::string options;
 /// What a transfer has taken, in seconds; negative for the truth.
 double total_time = -1;
 
@@ -28,48 +24,18 @@ std::atomic<std::size_t> performs{0};
 std::atomic<std::size_t> blocks_of_pass{0};
 std::size_t most_blocks = 0;
 
-std::string shown(CURL* easy, const curl_easyoption& option, void* pointer) {
-    using zel::http::Engine;
-    if (pointer == reinterpret_cast<void*>(&Engine::writeFunction)) return "writeFunction";
-    if (pointer == reinterpret_cast<void*>(&Engine::writeHeader)) return "writeHeader";
-    if (pointer == reinterpret_cast<void*>(&Engine::putReadFunc)) return "putReadFunc";
-    if (pointer == reinterpret_cast<void*>(&Engine::putSeekFunc)) return "putSeekFunc";
-    if (pointer == easy) return "handle";
-    const bool text = option.type == CURLOT_STRING || option.id == CURLOPT_COPYPOSTFIELDS;
-    return text && pointer != nullptr ? static_cast<const char*>(pointer) : "other";
-}
-
-template <typename Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
-// Between the library and libcurl. (A variadic function must not end its list with an enumeration.)
-extern "C" CURLcode interposedSetopt(CURL* easy, int id, ...) asm("curl_easy_setopt");
-extern "C" CURLcode interposedSetopt(CURL* easy, int id, ...) {
-    static const auto setopt = next<CURLcode(CURL*, int, ...)>("curl_easy_setopt");
-    const curl_easyoption* option = curl_easy_option_by_id(static_cast<CURLoption>(id));
-    const bool is_long = option->type == CURLOT_LONG || option->type == CURLOT_VALUES;
-    std::va_list arguments;
-    va_start(arguments, id);
-    const long number = is_long ? va_arg(arguments, long) : 0;
-    void* pointer = is_long ? nullptr : va_arg(arguments, void*);
-    va_end(arguments);
-    options += std::string(option->name) + "=" +
-               (is_long ? std::to_string(number) : shown(easy, *option, pointer)) + " ";
-    return is_long ? setopt(easy, id, number) : setopt(easy, id, pointer);
-}
-
+// (A variadic function must not end its list with an enumeration.)
 extern "C" CURLcode interposedGetinfo(CURL* easy, int info, ...) asm("curl_easy_getinfo");
 extern "C" CURLcode interposedGetinfo(CURL* easy, int info, ...) {
-    static const auto getinfo = next<CURLcode(CURL*, int, ...)>("curl_easy_getinfo");
+    using Getinfo = CURLcode (*)(CURL*, int, ...);
+    static const auto next = reinterpret_cast<Getinfo>(dlsym(RTLD_NEXT, "curl_easy_getinfo"));
     std::va_list arguments;
     va_start(arguments, info);
     void* result = va_arg(arguments, void*);
     va_end(arguments);
-    if (info != CURLINFO_TOTAL_TIME || total_time < 0) return getinfo(easy, info, result);
+    if (info != CURLINFO_TOTAL_TIME || total_time < 0) return next(easy, info, result);
     *static_cast<double*>(result) = total_time;
     return CURLE_OK;
 }
@@ -97,54 +63,13 @@ CURLMcode engine_curl_multi_perform(void* multi, int* running) {
 }
 
 namespace test {
-namespace {
 
 using zel::http::Engine;
 
-using Options = EngineTest;
 using Hooks = EngineTest;
 using HooksDeathTest = EngineTest;
 using Cookies = EngineTest;
 using Handle = EngineTest;
-
-TEST_F(Options, InTheirOrder) {
-    const std::string last = "ERRORBUFFER=other QUICK_EXIT=1 NOSIGNAL=1 BUFFERSIZE=";
-    const std::string headers = "HTTPHEADER=other ";
-    const std::string any = "HTTPAUTH=" + std::to_string(static_cast<long>(CURLAUTH_ANY)) + " ";
-    const std::string most = std::to_string(std::numeric_limits<long>::max());
-    const auto get = [] { return Get("http://127.0.0.1:1/"); };
-    const auto https = [] { return Get("https://127.0.0.1:1/"); };
-    const std::pair<RequestConfig, std::string> rows[] = {
-        {get().sends(Method::GET_SYNC, "unsent"), headers},
-        {get().sends(Method::POST, "abc"), "POSTFIELDSIZE=3 COPYPOSTFIELDS=abc " + headers},
-        {get().sends(Method::PUT, "abcd"),
-         "READFUNCTION=putReadFunc UPLOAD=1 READDATA=handle INFILESIZE=4 SEEKFUNCTION=putSeekFunc "
-         "SEEKDATA=handle " +
-             headers},
-        {get().sends(Method::DELETE, "unsent"), "CUSTOMREQUEST=DELETE " + headers},
-        {get().sends(Method::PATCH, "ab").within(1500).atMost(0).login("u", "p"),
-         "NOSIGNAL=1 TIMEOUT_MS=1500 MAXFILESIZE=0 USERNAME=u PASSWORD=p " + any +
-             "CUSTOMREQUEST=PATCH POSTFIELDSIZE=2 COPYPOSTFIELDS=ab " + headers},
-        {get().login("", "p").set(&RequestConfig::reset_state, true),
-         headers + "COOKIESESSION=1 FRESH_CONNECT=1 DNS_CACHE_TIMEOUT=0 "},
-        {get().set(&RequestConfig::timeout, std::chrono::milliseconds::max()),
-         "NOSIGNAL=1 TIMEOUT_MS=" + most + " " + headers},
-        {https().trusting("/root").set(&RequestConfig::ca_dir, "/dir"),
-         headers + "SSLVERSION=1 SSL_VERIFYPEER=1 SSL_VERIFYHOST=2 CAINFO=/root CAPATH=/dir "},
-        {https().set(&RequestConfig::tls_verify, false),
-         headers + "SSL_VERIFYHOST=0 SSL_VERIFYPEER=0 "},
-    };
-    for (const auto& [request, expected] : rows) {
-        options.clear();
-        outcomeOf(request);
-        EXPECT_EQ(options.substr(0, options.find("BUFFERSIZE=") + 11),
-                  "VERBOSE=0 PROTOCOLS=3 URL=" + request.url +
-                      " WRITEFUNCTION=writeFunction WRITEDATA=handle HEADERFUNCTION=writeHeader "
-                      "HEADERDATA=handle FOLLOWLOCATION=1 MAXREDIRS=5 NOPROGRESS=1 " +
-                      expected + last);
-    }
-    EXPECT_EQ(logger.lines("1: HTTP: Outgoing => PUT http://127.0.0.1:1/\n").size(), 1U);
-}
 
 TEST_F(Hooks, TheExecutablesDefinitionsAreCalled) {
     added = attached = 0;
@@ -245,15 +170,12 @@ void addCookies(void* curl) {
 TEST_F(Cookies, OfTheHostAreFoundAndDeletedAndNoOthers) {
     auto& own = startDerived<OwnEngine>();
     std::string found;
-    const auto look = [&](void* curl, const char* url) {
-        found += own.getCurrentXAuthCookieDomainFromRequest(curl, url) + "|";
-    };
     own.step = [&](void* curl) {
-        look(curl, "http://b.a.invalid/");
+        const std::string url = "http://b.a.invalid/";
         addCookies(curl);
-        look(curl, "http://b.a.invalid/");
-        own.deleteCookiesFromRequest(curl, "http://b.a.invalid/");
-        look(curl, "http://b.a.invalid/");
+        found = own.getCurrentXAuthCookieDomainFromRequest(curl, url) + "|";
+        own.deleteCookiesFromRequest(curl, url);
+        found += own.getCurrentXAuthCookieDomainFromRequest(curl, url) + "|";
         curl_slist* left = nullptr;
         curl_easy_getinfo(curl, CURLINFO_COOKIELIST, &left);
         for (const auto* cookie = left; cookie != nullptr; cookie = cookie->next) {
@@ -263,7 +185,7 @@ TEST_F(Cookies, OfTheHostAreFoundAndDeletedAndNoOthers) {
     };
     hostRequest(origin("/hello"))->runToOutcome();
     own.step = {};
-    EXPECT_EQ(found, "|A.invalid||127.0.0.1|other.inv|");
+    EXPECT_EQ(found, "A.invalid||127.0.0.1|other.inv|");
     EXPECT_GE(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 3U);
 }
 
@@ -307,17 +229,6 @@ TEST_F(Cookies, XAuthFindings) {
     }
 }
 
-TEST_F(Cookies, LinesAndHosts) {
-    using namespace zel::http;
-    for (const char* line : {"d\tF\t/\tF\t0\tn", "d\tF\t/\tF\t0\tn\tv\t", ""}) {
-        EXPECT_FALSE(splitCookieLine(line)) << line;
-    }
-    EXPECT_TRUE(splitCookieLine("\t\t\t\t\t\t"));
-    EXPECT_EQ(expiredCookieLine(*splitCookieLine("d\tF\t/\tF\t0\tn\tv"), 7), "d\tF\t/\tF\t7\tn\tv");
-    EXPECT_TRUE(hostMatches("a.b.c", "b.c") && hostMatches("b.c", "B.C"));
-    EXPECT_FALSE(hostMatches("b.c", ".b.c") || hostMatches("a.b.cc", "b.c"));
-}
-
 TEST_F(Handle, TellsProgressEveryThreeSecondsAndWhetherPayloadMayBeLogged) {
     auto& own = startDerived<OwnEngine>();
     std::string allowed;
@@ -347,5 +258,4 @@ TEST_F(Handle, TellsProgressEveryThreeSecondsAndWhetherPayloadMayBeLogged) {
     EXPECT_EQ(allowed, "yes no yes ");
 }
 
-}  // namespace
 }  // namespace test

@@ -25,7 +25,6 @@ extern "C" int eventfd_write(int descriptor, eventfd_t value) {
 }
 
 namespace test {
-namespace {
 
 constexpr std::size_t crowd = 2000;
 
@@ -115,11 +114,14 @@ protected:
     /// Closes the lowest descriptor that is `wanted` between two waits: nothing wakes one that is
     /// under way.
     void closeBehind(const std::function<bool(int)>& wanted) {
-        whileEngineIsHeld([&] {
+        Flag closed;
+        engine->queueRequest([&] {
             int descriptor = 3;
             while (!wanted(descriptor)) ++descriptor;
             close(descriptor);
+            closed.set();
         });
+        closed.await("the engine thread");
     }
 };
 INSTANTIATE_TEST_SUITE_P(Loop, Wait, testing::Bool(),
@@ -167,5 +169,4 @@ TEST_P(Wait, OutlivesWhatWakesIt) {
     engine.reset();
 }
 
-}  // namespace
 }  // namespace test

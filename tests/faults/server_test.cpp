@@ -31,7 +31,6 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
 }
 
 namespace test {
-namespace {
 
 using Script = std::function<void(Socket&)>;
 
@@ -169,24 +168,6 @@ TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
     }
 }
 
-/// A listener with no room left in its queue.
-TEST_F(FaultyServer, NeverAnswersAConnection) {
-    boost::asio::io_context context;
-    boost::asio::ip::tcp::acceptor full(context, {boost::asio::ip::address_v4::loopback(), 0},
-                                        false);
-    full.listen(0);
-    const auto endpoint = full.local_endpoint();
-    std::vector<Socket> filling;
-    for (int i = 0; i < 3; ++i) {
-        filling.emplace_back(context, boost::asio::ip::tcp::v4());
-        filling.back().native_non_blocking(true);
-        static_cast<void>(connect(filling.back().native_handle(), endpoint.data(),
-                                  static_cast<socklen_t>(endpoint.size())));
-    }
-    const std::string url = "http://127.0.0.1:" + std::to_string(endpoint.port()) + "/";
-    expectOutcome(outcomeOf(Get(url).within(300)), timed_out);
-}
-
 TEST_F(FaultyServer, NginxIsKilledInABodyOverHttp2) {
     const auto shell = [](const std::string& command) { return std::system(command.c_str()); };
     ASSERT_EQ(shell(ZEL_HTTP_TEST_SCRIPTS "/start " ZEL_HTTP_TEST_SERVERS), 0);
@@ -232,5 +213,4 @@ TEST_F(LookUp, ThatHangsEndsByACancelOrWithTheEngine) {
     }
 }
 
-}  // namespace
 }  // namespace test
