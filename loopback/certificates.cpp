@@ -34,16 +34,17 @@ void addExtension(X509* certificate, int kind, const char* value) {
     X509_EXTENSION_free(extension);
 }
 
-/// Signed by `issuer`, or by itself without one.
-Identity make(const char* name, int kind, const char* value, const Identity* issuer) {
+/// Signed by `issuer`, or by itself without one; valid for a day, or up to yesterday.
+Identity make(const char* name, int kind, const char* value, const Identity* issuer,
+              bool expired = false) {
     static long serial = 0;
     Identity made{Key(EVP_EC_gen("P-256"), EVP_PKEY_free), Certificate(X509_new(), X509_free)};
     check(made.key && made.certificate, "no key");
     X509* certificate = made.certificate.get();
     X509_set_version(certificate, X509_VERSION_3);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate), ++serial);
-    X509_gmtime_adj(X509_getm_notBefore(certificate), -a_day);
-    X509_gmtime_adj(X509_getm_notAfter(certificate), a_day);
+    X509_gmtime_adj(X509_getm_notBefore(certificate), -2 * a_day);
+    X509_gmtime_adj(X509_getm_notAfter(certificate), expired ? -a_day : a_day);
     std::array<unsigned char, 64> common_name{};
     const int length =
         std::snprintf(reinterpret_cast<char*>(common_name.data()), common_name.size(), "%s", name);
@@ -58,17 +59,21 @@ Identity make(const char* name, int kind, const char* value, const Identity* iss
     return made;
 }
 
-void write(const Identity& identity, const std::string& path) {
-    const auto close = [](FILE* file) { return std::fclose(file); };
-    const auto open = [&](const char* ending) {
-        return std::unique_ptr<FILE, decltype(close)>(std::fopen((path + ending).c_str(), "w"),
-                                                      close);
-    };
-    const auto key = open(".key");
-    const auto certificate = open(".pem");
-    check(key && certificate, "cannot write files");
-    PEM_write_PrivateKey(key.get(), identity.key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-    PEM_write_X509(certificate.get(), identity.certificate.get());
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+File open(const std::string& path) {
+    File file(std::fopen(path.c_str(), "w"), std::fclose);
+    check(file != nullptr, "cannot write files");
+    return file;
+}
+
+/// With the certificate of `issuer` behind its own, for servers to show.
+void write(const Identity& identity, const std::string& path, const Identity* issuer = nullptr) {
+    PEM_write_PrivateKey(open(path + ".key").get(), identity.key.get(), nullptr, nullptr, 0,
+                         nullptr, nullptr);
+    const File chain = open(path + ".pem");
+    PEM_write_X509(chain.get(), identity.certificate.get());
+    if (issuer != nullptr) PEM_write_X509(chain.get(), issuer->certificate.get());
 }
 
 }  // namespace
@@ -76,13 +81,25 @@ void write(const Identity& identity, const std::string& path) {
 Certificates::Certificates() {
     directory_ = (std::filesystem::temp_directory_path() / "zel-http-XXXXXX").string();
     check(mkdtemp(directory_.data()) != nullptr, "no directory");
-    const Identity root = make("root", NID_basic_constraints, "critical,CA:TRUE", nullptr);
-    write(root, file("root"));
+    const auto authority = [this](const char* name, const Identity* issuer) {
+        Identity made = make(name, NID_basic_constraints, "critical,CA:TRUE", issuer);
+        write(made, file(name));
+        return made;
+    };
+    const Identity root = authority("root", nullptr);
+    const Identity other_root = authority("other_root", nullptr);
+    const Identity intermediate = authority("intermediate", &root);
     constexpr const char* local = "DNS:localhost,IP:127.0.0.1";
-    write(make("local", NID_subject_alt_name, local, &root), file("local"));
-    write(make("elsewhere", NID_subject_alt_name, "DNS:elsewhere.invalid", &root),
-          file("elsewhere"));
-    write(make("client", NID_ext_key_usage, "clientAuth", &root), file("client"));
+    constexpr int names = NID_subject_alt_name;
+    write(make("local", names, local, &intermediate), file("local"), &intermediate);
+    write(make("elsewhere", names, "DNS:elsewhere.invalid", &intermediate), file("elsewhere"),
+          &intermediate);
+    write(make("expired", names, local, &intermediate, true), file("expired"), &intermediate);
+    write(make("self_signed", names, local, nullptr), file("self_signed"));
+    const Identity client = make("client", NID_ext_key_usage, "clientAuth", &root);
+    write(client, file("client"));
+    PEM_write_PrivateKey(open(file("client_encrypted.key")).get(), client.key.get(),
+                         EVP_aes_256_cbc(), nullptr, 0, nullptr, const_cast<char*>("secret"));
 }
 
 Certificates::~Certificates() {

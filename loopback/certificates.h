@@ -4,10 +4,11 @@
 
 namespace loopback {
 
-/// Certificates for one run, PEM files in a directory of their own that goes with this object: an
-/// authority "root", the servers "local" (for localhost and 127.0.0.1) and "elsewhere", and a
-/// "client". Each NAME.pem has its NAME.key beside it. Throws when OpenSSL or the file system
-/// fails.
+/// Certificates for one run, PEM files in a directory of their own that goes with this object: the
+/// authorities "root", "other_root" and, of the root, "intermediate"; of that the servers "local"
+/// (for localhost and 127.0.0.1), "elsewhere" and "expired", each with its chain; "self_signed"; of
+/// the root a "client". Each NAME.pem has its NAME.key beside it; client_encrypted.key is the
+/// client's under a pass phrase. Throws when OpenSSL or the file system fails.
 class Certificates {
 public:
     Certificates();

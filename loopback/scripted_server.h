@@ -37,21 +37,32 @@ inline void waitForClose(Socket& socket) {
     boost::asio::read(socket, boost::asio::dynamic_buffer(rest), gone);
 }
 
+/// What a `ScriptedServer` does with a connection, and with its end: it closes it in any case.
+using Script = std::function<void(Socket&)>;
+
+inline void close(Socket& /*socket*/) {}
+inline void stall(Socket& socket) { waitForClose(socket); }
+inline void reset(Socket& socket) {
+    socket.set_option(boost::asio::socket_base::linger(true, 0));
+    socket.close();
+}
+/// Reads a request and answers `reply`.
+inline Script says(const std::string& reply, const Script& then = close) {
+    return [=](Socket& socket) {
+        readRequest(socket);
+        write(socket, reply);
+        then(socket);
+    };
+}
+
 /// A raw TCP server on loopback, for what no decent server sends: runs a script for each
 /// connection, one after the other, and closes the connection behind it. Ready when constructed.
 class ScriptedServer {
 public:
-    explicit ScriptedServer(std::function<void(Socket&)> script)
+    explicit ScriptedServer(Script script)
         : script_(std::move(script)), thread_([this] { serve(); }) {}
-    /// Reads one request with `body` bytes, answers `reply` and closes. The request is in `kept`
-    /// once the server is destroyed.
-    explicit ScriptedServer(const std::string& reply, std::size_t body = 0,
-                            std::string* kept = nullptr)
-        : ScriptedServer([=](Socket& socket) {
-              const std::string request = readRequest(socket, body);
-              if (kept != nullptr) *kept = request;
-              write(socket, reply);
-          }) {}
+    /// Reads a request, answers `reply` and closes.
+    explicit ScriptedServer(const std::string& reply) : ScriptedServer(says(reply)) {}
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
     /// Ends the connection that is being served.
@@ -87,7 +98,7 @@ private:
         served_ = socket;
     }
 
-    std::function<void(Socket&)> script_;
+    Script script_;
     boost::asio::io_context loop_;
     boost::asio::ip::tcp::acceptor acceptor_{loop_, {boost::asio::ip::address_v4::loopback(), 0}};
     std::atomic<bool> stopping_{false};

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 
 #include "loopback/certificates.h"
+#include "loopback/daemon.h"
 #include "loopback/origin.h"
 
 namespace loopback {
@@ -15,7 +14,6 @@ public:
     TlsServers();
     TlsServers(const TlsServers&) = delete;
     TlsServers& operator=(const TlsServers&) = delete;
-    ~TlsServers();
 
     const Certificates& certificates() const { return certificates_; }
     const Origin& local() const { return local_; }
@@ -24,17 +22,14 @@ public:
     /// Asks for a client certificate.
     const Origin& mutual() const { return mutual_; }
     /// The URL of an nginx that speaks HTTP/2; empty where there is none to start.
-    const std::string& http2() const { return http2_; }
+    std::string http2() const;
 
 private:
-    void startNginx();
-
     Certificates certificates_;
     Origin local_;
     Origin elsewhere_;
     Origin mutual_;
-    std::string http2_;
-    pid_t nginx_ = -1;
+    Daemon nginx_;
 };
 
 }  // namespace loopback

@@ -24,8 +24,6 @@
 #include "oru/qt_executor.h"
 #endif
 
-namespace {
-
 // Each `...Loop` is an executor with its loop: `run` returns behind the task that calls `stop`;
 // `destroy` leaves no way for a task to run.
 
@@ -191,5 +189,3 @@ TYPED_TEST(Executor, RunsTasksInANestedLoopAndGoesInOneOfItsOwn) {
         EXPECT_EQ(order, "abc");
     }
 }
-
-}  // namespace

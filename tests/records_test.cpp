@@ -13,7 +13,6 @@
 #include "zel_http/encoding.h"
 
 namespace zel::http {
-namespace {
 
 template <typename Value>
 std::string printed(const Value& value) {
@@ -172,5 +171,4 @@ TEST(Encoding, EveryByteAgainstTheRule) {
     EXPECT_EQ(query.getQueryString(), "=&q%26=x%20y&n=-5");
 }
 
-}  // namespace
 }  // namespace zel::http

@@ -12,7 +12,6 @@
 #include "support/engine_test.h"
 
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-namespace {
 
 /// Down to the one that fails; 0 when none does.
 std::atomic<long> allocations_left{0};
@@ -29,8 +28,6 @@ bool allocationFails() {
     counts_allocations = false;
     return true;
 }
-
-}  // namespace
 
 // The C library's own, by their other names.
 extern "C" {
@@ -53,16 +50,6 @@ void* realloc(void* memory, std::size_t size) noexcept {
 
 namespace test {
 
-// A handshake makes thousands of allocations, nearly all inside OpenSSL. All up to here fail, which
-// is more than a plain request makes, and then one of so many; an emulator takes its time.
-#ifdef __arm__
-constexpr long each_up_to = 20;
-constexpr long one_of = 499;
-#else
-constexpr long each_up_to = 180;
-constexpr long one_of = 211;
-#endif
-
 /// Serves a request with all that came, as the origin or as a proxy and the origin behind it; not
 /// one after the other, since a transfer that failed may leave its connection open.
 void mirror(Socket& accepted) {
@@ -76,13 +63,6 @@ void mirror(Socket& accepted) {
     }).detach();
 }
 
-struct Scenario {
-    const char* name;
-    /// What stands in the outcome that no fault has touched.
-    std::string mark;
-    std::function<Get(const std::vector<std::string>& servers)> request;
-};
-
 /// All that a caller learns.
 std::string allOf(const zel::http::ResponseData& data) {
     std::ostringstream text;
@@ -92,100 +72,95 @@ std::string allOf(const zel::http::ResponseData& data) {
 }
 std::string allOf(const zel::http::ErrorData& data) { return "error: " + textOf(data); }
 
-class Memory : public EngineTest, public testing::WithParamInterface<Scenario> {
+class Memory : public EngineTest {
 protected:
     /// The outcome on an engine thread whose `nth` allocation fails.
-    std::string outcomeWithout(long nth) {
+    std::string outcomeWithout(long nth, const RequestConfig& request) {
         std::string outcome;
         const auto keep = [&](auto, const auto& data) { outcome = allOf(data); };
         engine->queueRequest([&] { failAllocation(nth); });
-        client->start_request(GetParam().request(servers), {}, keep, keep);
+        client->start_request(request, {}, keep, keep);
         runUntil("the outcome", [&] { return !outcome.empty(); });
         settle();  // what follows an outcome counts too
         return outcome;
     }
-    /// Without log lines, which have allocations of their own; with the proxy for a host of its
-    /// own.
+    /// With the proxy for a host that does not bypass it, and without log lines, which allocate.
     void start() {
         startEngine(atOnce, &none);
-        if (GetParam().request(servers).url.find("0.0.0.0") != std::string::npos) {
-            engine->setProxyConfig("http://" + servers[4], "device", "secret");
-        }
+        engine->setProxyConfig(proxy, "device", "secret");
     }
     /// Ends the process: with status 0 when no allocation was left to fail, 1 when all is as it
     /// must be (the exact answer or an error, and the exact answer to the next request), else 2.
-    [[noreturn]] void lose(long nth, const std::string& right) {
+    [[noreturn]] void lose(long nth, const RequestConfig& request, const std::string& right) {
         alarm(10);
         mallopt(M_PERTURB, 0xa5);  // what is used before it is written, or once it is freed, shows
         start();
-        const std::string first = outcomeWithout(nth);
+        const std::string first = outcomeWithout(nth, request);
         const bool failed = allocations_left.exchange(0) == 0;
-        const std::string next = outcomeWithout(0);
+        const std::string next = outcomeWithout(0, request);
         const bool good = first == right || (failed && first.rfind("error: ", 0) == 0);
         std::cerr << "first: " << first << "\nnext: " << next << '\n';
         _exit(!good || next != right ? 2 : failed ? 1 : 0);
     }
+    /// A handshake makes thousands of allocations, nearly all inside OpenSSL. As many fail as a
+    /// plain request makes, and then one of so many; an emulator takes its time.
+    void loseEach(const RequestConfig& request, const std::string& mark) {
+#ifdef __arm__
+        constexpr long each_up_to = 20, one_of = 499;
+#else
+        constexpr long each_up_to = 180, one_of = 211;
+#endif
+        start();
+        const std::string right = outcomeWithout(0, request);
+        ASSERT_NE(right.find(mark), std::string::npos) << right;
+        engine.reset();
+        bool whole = false;
+        for (long nth = 1; !whole && !HasFailure(); nth += nth < each_up_to ? 1 : one_of) {
+            const auto ended = [&](int status) {
+                whole = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+                const bool named = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
+                return whole || named || (WIFEXITED(status) && WEXITSTATUS(status) == 1);
+            };
+            EXPECT_EXIT(lose(nth, request, right), ended,
+                        "next: |std::bad_alloc|refuses a transfer")
+                << "allocation " << nth << " of " << mark;
+        }
+    }
 
     RecordingLogger none{-1};
-    std::vector<std::string> servers;
+    std::string proxy;
 };
 
-TEST_P(Memory, RunsOutAtEachAllocationOnce) {
+TEST_F(Memory, RunsOutAtEachAllocationOfARequest) {
     engine.reset();
     const ServerProcess process([](const ServerProcess::Ready& ready) {
         const TlsServers tls;
-        const ScriptedServer proxy(mirror);
-        ready({tls.local().url("/mirror"), tls.elsewhere().url("/mirror"),
-               tls.mutual().url("/mirror"), tls.certificates().file(""), proxy.authority()});
+        const ScriptedServer mirroring(mirror);
+        ready({tls.elsewhere().url("/mirror"), tls.mutual().url("/mirror"),
+               tls.certificates().file(""), mirroring.authority()});
     });
-    servers = process.addresses();
-    start();
-    const std::string right = outcomeWithout(0);
-    ASSERT_NE(right.find(GetParam().mark), std::string::npos) << right;
-    engine.reset();
+    const auto& servers = process.addresses();
+    proxy = "http://" + servers[3];
     testing::FLAGS_gtest_death_test_style = "fast";  // no thread is left that a fork would miss
-    bool whole = false;
-    long nth = 1;
-    for (; !whole && !HasFailure(); nth += nth < each_up_to ? 1 : one_of) {
-        const auto ended = [&](int status) {
-            whole = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-            const bool named = WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT;
-            return whole || named || (WIFEXITED(status) && WEXITSTATUS(status) == 1);
-        };
-        EXPECT_EXIT(lose(nth, right), ended, "next: |std::bad_alloc|refuses a transfer") << nth;
-    }
-    RecordProperty("outcome", std::to_string(nth) + " allocations");
+    const auto own = [&](const std::string& url) {
+        return Get(url)
+            .header("X-Own", "value")
+            .header("User-Agent", "own")
+            .trusting(servers[2] + "root.pem");
+    };
+    const std::string body(5000, 'b');
+    // Without a query: libcurl sends a request for which it could not copy its query without one.
+    loseEach(own(origin("/redirect/mirror")).sends(Method::POST, body), "GET /mirror");
+    loseEach(own(origin("/private")).sends(Method::PUT, body).login("device", "secret:word"),
+             "welcome");
+    // Is served by the same where no proxy is asked.
+    loseEach(own("http://0.0.0.0" + servers[3].substr(9) + "/mirror"), "CONNECT 0.0.0.0");
+    loseEach(own(servers[0]), "error: <Protocol");  // the name of another
+    loseEach(own(servers[1]).identity(servers[2] + "client.pem", servers[2] + "client.key"),
+             "GET /mirror");
 }
 
-Get own(const std::string& url) {
-    return Get(url).header("X-Own", "value").header("User-Agent", "own");
-}
-const std::string body(5000, 'b');
-
-// Without a query: libcurl sends a request for which it could not copy its query without one.
-const Scenario scenarios[] = {
-    {"POST behind a redirect", "GET /mirror",
-     [](const auto&) { return own(origin("/redirect/mirror")).sends(Method::POST, body); }},
-    {"PUT with a login", "welcome",
-     [](const auto&) {
-         return own(origin("/private")).sends(Method::PUT, body).login("device", "secret:word");
-     }},
-    {"proxy", "CONNECT 0.0.0.0",  // which is no host that bypasses it, but would be served
-     [](const auto& to) { return own("http://0.0.0.0" + to[4].substr(9) + "/mirror"); }},
-    {"name of another", "error: <Protocol",
-     [](const auto& to) { return own(to[1]).trusting(to[3] + "root.pem"); }},
-    {"client certificate", "GET /mirror",
-     [](const auto& to) {
-         return own(to[2])
-             .trusting(to[3] + "root.pem")
-             .identity(to[3] + "client.pem", to[3] + "client.key");
-     }},
-};
-INSTANTIATE_TEST_SUITE_P(Engine, Memory, testing::ValuesIn(scenarios), nameOf<Scenario>);
-
-using ClientMemory = EngineTest;
-
-TEST_F(ClientMemory, MayRunOutInACancel) {
+TEST_F(Memory, RunsOutInACancel) {
     for (long nth = 1; nth <= 8; ++nth) {
         int outcomes = 0;
         const auto count = [&](const auto&) { ++outcomes; };

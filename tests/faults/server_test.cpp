@@ -5,9 +5,10 @@
 #include <netdb.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 
-#include "support/servers.h"
+#include "support/real_servers.h"
 
 namespace {
 
@@ -26,13 +27,11 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
         return next(name, service, hints, result);
     }
     ++hung;
-    test::waitFor("the end of the look-up", [] { return !hanging; });
+    loopback::waitFor("the end of the look-up", [] { return !hanging; });
     return EAI_AGAIN;
 }
 
 namespace test {
-
-using Script = std::function<void(Socket&)>;
 
 const std::string ok = "HTTP/1.1 200 OK\r\n";
 const std::string half_header = ok + "Content-Type: text/pl";
@@ -49,20 +48,6 @@ const std::string not_http = "<Invalid URL> Unsupported protocol";
 const std::string too_many = protocol + "Weird server reply";
 const std::string broken_tls = protocol + "SSL connect error";
 
-void close(Socket& /*socket*/) {}
-void stall(Socket& socket) { waitForClose(socket); }
-void reset(Socket& socket) {
-    socket.set_option(boost::asio::socket_base::linger(true, 0));
-    socket.close();
-}
-
-Script says(const std::string& reply, const Script& then = close) {
-    return [=](Socket& socket) {
-        readRequest(socket);
-        write(socket, reply);
-        then(socket);
-    };
-}
 /// Opens a tunnel, and reads and answers one request in it.
 Script tunnel(const std::string& reply) { return says("HTTP/1.1 200 OK\r\n\r\n", says(reply)); }
 
@@ -168,19 +153,18 @@ TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
     }
 }
 
-TEST_F(FaultyServer, NginxIsKilledInABodyOverHttp2) {
-    const auto shell = [](const std::string& command) { return std::system(command.c_str()); };
-    ASSERT_EQ(shell(ZEL_HTTP_TEST_SCRIPTS "/start " ZEL_HTTP_TEST_SERVERS), 0);
-    std::ofstream(serverFile("large")) << std::string(1000000, 'l');
-    const auto request =
-        hostRequest(Get(at("https://{good}/slow/large")).trusting(serverFile("root.pem")));
+using Nginx = RealServersTest;
+
+TEST_F(Nginx, IsKilledInABodyOverHttp2) {
+    std::ofstream(file("large")) << std::string(1000000, 'l');
+    const auto request = hostRequest(Get(url("local", "/slow/large")).trusting(file("root.pem")));
     request->runRequest();
     waitFor("the body", [&] { return request->received > 0; });
-    // Stopped first, so that it does not replace the workers.
-    const std::string pid = "$(cat " + serverFile("nginx.pid") + ")";
-    shell("kill -STOP " + pid + "; pkill -KILL -P " + pid + "; kill -KILL " + pid);
+    const std::string workers = "pkill -KILL -P " + std::to_string(nginx.process());
+    ASSERT_EQ(kill(nginx.process(), SIGSTOP), 0);  // so that it does not replace them
+    ASSERT_EQ(std::system(workers.c_str()), 0);
+    ASSERT_EQ(kill(nginx.process(), SIGCONT), 0);
     expectOutcome(request->outcome(), "200 " + partial);
-    shell(ZEL_HTTP_TEST_SCRIPTS "/stop " ZEL_HTTP_TEST_SERVERS);
 }
 
 class LookUp : public EngineTest {

@@ -3,8 +3,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
-#include <stdexcept>
-#include <thread>
 
 namespace test {
 namespace {
@@ -12,15 +10,6 @@ namespace {
 std::string origin_url;
 
 }  // namespace
-
-void waitFor(const std::string& event, const std::function<bool()>& reached) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!reached()) {
-        const bool late = std::chrono::steady_clock::now() > deadline;
-        if (late) throw std::runtime_error("waited in vain for " + event);
-        std::this_thread::sleep_for(std::chrono::microseconds(100));
-    }
-}
 
 std::string origin(const std::string& target) { return origin_url + target; }
 
@@ -146,7 +135,7 @@ int main(int argc, char** argv) {
     // Proxies of the environment have no way to servers on loopback.
     setenv("no_proxy", "*", 1);
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // clients of the servers here may be gone
-    const test::ServerProcess servers([](const test::ServerProcess::Ready& ready) {
+    const loopback::ServerProcess servers([](const loopback::ServerProcess::Ready& ready) {
         const test::Origin served;
         ready({served.url("")});
     });

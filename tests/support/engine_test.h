@@ -3,17 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <cctype>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "loopback/event.h"
 #include "loopback/origin.h"
 #include "loopback/recording_logger.h"
 #include "loopback/scripted_server.h"
+#include "loopback/server_process.h"
 #include "oru/asio_executor.h"
 #include "support/process.h"
 #include "support/request.h"
@@ -24,22 +24,6 @@
 namespace test {
 
 using namespace loopback;  // the servers
-
-/// Throws when `reached` stays false for 30 s, the bound of every wait; `event` did not come then.
-void waitFor(const std::string& event, const std::function<bool()>& reached);
-
-/// One thread sets it, others wait for it.
-class Flag {
-public:
-    void set() { set_ = true; }
-    bool isSet() const { return set_; }
-    void await(const std::string& event) const {
-        waitFor(event, [this] { return isSet(); });
-    }
-
-private:
-    std::atomic<bool> set_{false};
-};
 
 /// The URL of a resource of an origin in a process of its own, which lives as long as the tests.
 std::string origin(const std::string& target);
@@ -134,7 +118,7 @@ protected:
     std::shared_ptr<zel::http::Client> client = zel::http::createClient(executor, logger);
 
 private:
-    std::pair<std::size_t, std::size_t> before_;
+    std::pair<long, long> before_;
 };
 
 }  // namespace test

@@ -2,51 +2,37 @@
 
 #include <sys/resource.h>
 
-#include <cstddef>
-#include <cstdio>
-#include <functional>
-#include <string>
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
 #include <utility>
-#include <vector>
 
 namespace test {
 
 /// How many descriptors and threads this process has.
-std::pair<std::size_t, std::size_t> descriptorsAndThreads();
+inline std::pair<long, long> descriptorsAndThreads() {
+    const auto entries = [](const char* directory) {
+        const std::filesystem::directory_iterator all(directory);
+        return std::distance(begin(all), end(all));
+    };
+    return {entries("/proc/self/fd"), entries("/proc/self/task")};
+}
 
 /// Sets the soft limit of descriptors, up to the hard one, while it lives.
 class DescriptorLimit {
 public:
     static constexpr rlim_t highest = RLIM_INFINITY;
-    explicit DescriptorLimit(rlim_t soft);
+    explicit DescriptorLimit(rlim_t soft) {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit limit{std::min(soft, before_.rlim_max), before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
     DescriptorLimit(const DescriptorLimit&) = delete;
     DescriptorLimit& operator=(const DescriptorLimit&) = delete;
     ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
 
 private:
     rlimit before_{};
-};
-
-/// Servers in a process of their own, so that what is counted here is the client's alone.
-class ServerProcess {
-public:
-    /// Tells the parent where the servers listen, and returns when they are no longer needed.
-    using Ready = std::function<void(const std::vector<std::string>& addresses)>;
-
-    /// Forks, so construct it before this process has threads. `serve` runs in the child, with as
-    /// many descriptors as it may have: it constructs the servers, calls `Ready` and returns.
-    explicit ServerProcess(const std::function<void(const Ready&)>& serve);
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
-    /// Ends the child.
-    ~ServerProcess();
-
-    const std::vector<std::string>& addresses() const { return addresses_; }
-
-private:
-    pid_t child_ = -1;
-    FILE* lifeline_ = nullptr;
-    std::vector<std::string> addresses_;
 };
 
 }  // namespace test

@@ -1,30 +1,24 @@
-#include "support/process.h"
+#include "loopback/server_process.h"
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <filesystem>
-#include <iterator>
 #include <stdexcept>
 
-namespace test {
+namespace loopback {
+namespace {
 
-std::pair<std::size_t, std::size_t> descriptorsAndThreads() {
-    const auto entries = [](const char* directory) {
-        const std::filesystem::directory_iterator all(directory);
-        return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-    };
-    return {entries("/proc/self/fd") - 1, entries("/proc/self/task")};  // without the one it takes
-}
-
-DescriptorLimit::DescriptorLimit(rlim_t soft) {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const rlimit limit{std::min(soft, before_.rlim_max), before_.rlim_max};
+void takeAllDescriptors() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
     setrlimit(RLIMIT_NOFILE, &limit);
 }
+
+}  // namespace
 
 ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
     std::array<int, 2> ends{};
@@ -35,7 +29,7 @@ ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
     child_ = fork();
     if (child_ == 0) {
         close(ends[0]);
-        const DescriptorLimit most(DescriptorLimit::highest);
+        takeAllDescriptors();
         serve([&](const auto& addresses) {
             for (const auto& address : addresses) dprintf(ends[1], "%s\n", address.c_str());
             shutdown(ends[1], SHUT_WR);
@@ -60,4 +54,4 @@ ServerProcess::~ServerProcess() {
     waitpid(child_, nullptr, 0);
 }
 
-}  // namespace test
+}  // namespace loopback

@@ -1,0 +1,86 @@
+#include "loopback/daemon.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <boost/algorithm/string/replace.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <csignal>
+#include <fstream>
+
+#include "loopback/origin.h"
+
+namespace loopback {
+namespace {
+
+bool answers(const std::string& address) {
+    const auto port = static_cast<unsigned short>(std::stoi(address.substr(address.find(':') + 1)));
+    boost::asio::io_context loop;
+    boost::system::error_code refused;
+    boost::asio::ip::tcp::socket(loop).connect({boost::asio::ip::address_v4::loopback(), port},
+                                               refused);
+    return !refused;
+}
+
+}  // namespace
+
+Daemon::Daemon(const std::string& command, const std::string& configuration,
+               const std::string& directory) {
+    const std::string path = directory + "/" + command.substr(0, command.find(' ')) + ".conf";
+    // Somebody else may take a port before the program does.
+    for (int attempt = 0; attempt < 3 && !runs(); ++attempt) {
+        chooseAddresses(configuration);
+        std::string text = boost::algorithm::replace_all_copy(configuration, "@dir@", directory);
+        for (const auto& [name, address] : addresses_) {
+            boost::algorithm::replace_all(text, "@" + name + "@", address);
+        }
+        std::ofstream(path) << text;
+        if (!start(boost::algorithm::replace_all_copy(command, "@conf@", path))) return;
+    }
+}
+
+Daemon::~Daemon() {
+    if (!runs()) return;
+    kill(process_, SIGTERM);
+    waitpid(process_, nullptr, 0);
+}
+
+void Daemon::chooseAddresses(const std::string& configuration) {
+    addresses_.clear();
+    std::size_t end = 0;
+    for (auto begin = configuration.find('@'); begin != std::string::npos;
+         begin = configuration.find('@', end + 1)) {
+        end = configuration.find('@', begin + 1);
+        const std::string name = configuration.substr(begin + 1, end - begin - 1);
+        if (name == "dir") continue;
+        addresses_.emplace(name, "127.0.0.1:" + std::to_string(closedPort()));
+    }
+}
+
+/// False where there is no such program; `process_` is set once it answers, within 10 s.
+bool Daemon::start(const std::string& command) {
+    const std::string line =
+        "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command + " 2>/dev/null";
+    std::array<const char*, 4> arguments = {"sh", "-c", line.c_str(), nullptr};
+    pid_t child = -1;
+    if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, const_cast<char**>(arguments.data()),
+                    environ) != 0) {
+        return false;
+    }
+    int status = 0;
+    for (int i = 0; i < 1000; ++i, usleep(10'000)) {
+        constexpr int not_found = 127;
+        if (waitpid(child, &status, WNOHANG) == child) return WEXITSTATUS(status) != not_found;
+        if (!answers(addresses_.begin()->second)) continue;
+        process_ = child;
+        return true;
+    }
+    kill(child, SIGTERM);
+    waitpid(child, nullptr, 0);
+    return true;
+}
+
+}  // namespace loopback
