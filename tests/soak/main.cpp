@@ -1,157 +1,349 @@
-// A mixed load for some minutes, with a ledger of what became of every request.
+// A mixed load for some minutes: what became of every request, and whether memory in use grows.
 // Usage: zel-http-soak [MINUTES [SEED]]: 2 minutes and a seed of chance unless told otherwise.
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <boost/asio/steady_timer.hpp>
 #include <csignal>
 #include <iostream>
 #include <list>
+#include <map>
+#include <random>
+#include <sstream>
 
-#include "caller.h"
-#include "loopback/certificates.h"
+#include "loopback/event.h"
 #include "loopback/scripted_server.h"
+#include "loopback/server_process.h"
 #include "loopback/tls_servers.h"
+#include "oru/asio_executor.h"
+#include "oru/thread_executor.h"
 #include "support/null_logger.h"
 #include "support/process.h"
+#include "zel_http/client.h"
 #include "zel_http/engine.h"
 
-namespace test {
-namespace {
+using loopback::bodyOf;
+using zel::http::Method;
+using zel::http::RequestConfig;
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds engine_life{4};
-constexpr std::chrono::milliseconds progress_interval{500};
-constexpr int callers = 3;
-constexpr unsigned round_patience_seconds = 120;
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool judges_memory = false;  // the allocator's statistics say nothing there
+#else
+constexpr bool judges_memory = true;
+#endif
 
-/// Runs the closures of the engine on a thread of its own.
-class FsmThread {
-public:
-    void post(const std::function<void()>& closure) { executor_.post(closure, 0); }
-    /// Runs what is left. After the engine is gone, which may be long before its last outcome.
-    void finish() {
-        guard_.reset();
-        thread_.join();
-    }
-
-private:
-    boost::asio::io_context loop_;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> guard_{
-        loop_.get_executor()};
-    oru::asio_executor executor_{loop_};
-    std::thread thread_{[this] { loop_.run(); }};
+/// Where the requests go: an origin, one over TLS that `authorities` knows, one that closes in the
+/// middle of its body, and a port on which nobody listens.
+struct Targets {
+    std::string origin, tls_origin, authorities, broken, closed;
 };
 
-/// A thread that has been joined is in the kernel's list for a moment more.
-Holdings holdingsAtRest() {
-    Holdings last = Holdings::now();
-    for (int i = 0; i < 50; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        const Holdings next = Holdings::now();
-        if (next == last) break;
-        last = next;
-    }
-    return last;
+/// What became of every request. Any thread.
+struct Ledger {
+    std::atomic<long> started{0}, delivered{0}, cancelled{0};
+    /// In flight when the engine was destroyed, and never heard of again.
+    std::atomic<long> ended_with_engine{0};
+    // What must not be.
+    std::atomic<long> after_its_end{0}, other_than_expected{0};
+};
+
+/// "200 300 bytes", or "other bytes" for a body that is not `bodyOf` of its length.
+std::string textOf(const zel::http::ResponseData& data) {
+    return fmt::format("{} {} {}bytes", data.status, data.body.size(),
+                       data.body == bodyOf(data.body.size()) ? "" : "other ");
+}
+std::string textOf(const zel::http::ErrorData& error) {
+    std::ostringstream text;
+    text << error.failure;
+    return text.str();
 }
 
-class Soak {
-public:
-    Soak(const Targets& targets, std::chrono::duration<double> length, unsigned seed)
-        : targets_(targets),
-          seed_(seed),
-          begun_(Clock::now()),
-          end_(begun_ + std::chrono::duration_cast<Clock::duration>(length)) {}
+/// One request and the one outcome it may have; empty for one that can only be cancelled.
+struct Work {
+    RequestConfig config;
+    std::string expected;
+};
 
-    bool run() {
-        std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first
-        const Holdings before = holdingsAtRest();
-        while (Clock::now() < end_) {
-            round();
-            if (engines_ == 1) first_memory_ = memoryKib("VmRSS");
-        }
-        const Holdings after = holdingsAtRest();
-        report(before, after);
-        return ledger_.balanced() && before == after && ledger_.started > 0;
+Work anyWork(const Targets& to, std::minstd_rand& random) {
+    // Mostly small, now and then some hundred KiB.
+    const std::size_t size = random() % (random() % 8 == 0 ? 400000 : 3000);
+    const std::string& origin = random() % 3 == 0 ? to.tls_origin : to.origin;
+    const std::string bytes = fmt::format("200 {} bytes", size);
+    RequestConfig get;
+    get.ca_file = to.authorities;
+    RequestConfig upload = get;
+    upload.method = std::vector{Method::POST, Method::PUT, Method::PATCH}[random() % 3];
+    upload.body = bodyOf(size);
+    RequestConfig hurried = get;
+    hurried.timeout = std::chrono::milliseconds(1 + random() % 60);
+    RequestConfig limited = get;
+    limited.max_download_size = 49999;
+    RequestConfig stranger = get;
+    stranger.ca_file.reset();
+    RequestConfig known = upload;
+    known.user = "device";
+    known.password = "secret:word";
+    const auto to_url = [](RequestConfig config, const std::string& url, const std::string& text) {
+        config.url = url;
+        return Work{config, text};
+    };
+    switch (random() % 20) {
+        case 0:
+            return to_url(get, to.broken, "<Protocol failure>");
+        case 1:
+            return to_url(get, to.closed, "<Failed to establish connection>");
+        case 2:
+            return to_url(get, "http://h:99999/", "<Invalid URL>");
+        case 3:
+            return to_url(stranger, to.tls_origin + "/hello", "<Protocol failure>");
+        case 4:
+            return to_url(get, fmt::format("{}/redirect/{}", origin, 1 + random() % 5),
+                          "200 0 bytes");
+        case 5:
+            return to_url(hurried, origin + "/silence", "<Operation timed out>");
+        case 6:
+            return to_url(limited, origin + (size % 2 == 0 ? "/bytes/50000" : "/bytes/50000?close"),
+                          "<Protocol failure>");
+        case 7:
+            return to_url(get, origin + "/silence", "");
+        case 8:
+            return to_url(known, origin + "/redirect/1?status=307", bytes);
+        case 9:
+        case 10:
+        case 11:
+        case 12:
+            return to_url(upload, origin + "/echo", bytes);
+        default:
+            return to_url(get,
+                          fmt::format("{}/bytes/{}{}", origin, size,
+                                      std::vector{"", "?chunked", "?close"}[size % 3]),
+                          bytes);
+    }
+}
+
+/// An application under load: a thread with an executor, two clients, and requests of its own. It
+/// keeps 40 in flight, cancels at random moments, and pauses and resumes its own.
+class Application {
+public:
+    Application(const Targets& targets, Ledger& ledger, logging::Logger& logger, unsigned seed)
+        : targets_(targets), ledger_(ledger), random_(seed) {
+        for (auto& client : clients_) client = zel::http::createClient(executor_, logger);
+    }
+    /// Starts the thread. After `until` it waits for all requests, or cancels those of its clients
+    /// and leaves its own in flight.
+    void run(Clock::time_point until, bool cancels_all) {
+        thread_ = std::thread([=] {
+            const auto busy = boost::asio::make_work_guard(loop_);
+            boost::asio::steady_timer timer(loop_, until);
+            timer.async_wait([=](auto) { end(cancels_all); });
+            goOn();
+            loop_.run();
+        });
+    }
+    void join() { thread_.join(); }
+    /// Enters what the engine took with it. After the engine is gone.
+    void settle() {
+        loop_.restart();
+        loop_.poll();  // what reached the executor after its end
+        ledger_.ended_with_engine += static_cast<long>(entries_.size());
+        entries_.clear();
     }
 
 private:
-    /// The life of one engine. Every other one hands its outcomes to a thread of its own, and every
-    /// other pair is destroyed with requests in flight.
-    void round() {
-        alarm(round_patience_seconds);
-        const auto until = std::min(Clock::now() + engine_life, end_);
-        FsmThread fsm;
-        const bool at_once = engines_ % 2 == 0;
-        const auto ending = engines_ / 2 % 2 == 0 ? Ending::wait_for_all : Ending::cancel_all;
-        auto engine = std::make_unique<zel::http::Engine>(
-            [&](const auto& closure) { at_once ? closure() : fsm.post(closure); }, &logger_);
-        std::list<Caller> all;
-        for (int i = 0; i < callers; ++i) {
-            all.emplace_back(targets_, ledger_, logger_, seed_++).run(until, ending);
+    struct Entry {
+        std::string expected;
+        std::function<void()> cancel;
+        std::shared_ptr<zel::http::Request> own;
+    };
+
+    /// Keeps the body as it comes, on the engine thread, and reports on the executor.
+    class OwnRequest : public zel::http::Request {
+    public:
+        OwnRequest(const RequestConfig& config, std::function<void(std::string)> report)
+            : Request(config), report_(std::move(report)) {}
+        void notifyDataReceived(const char* data, unsigned length) override {
+            body_.append(data, length);
         }
-        ++engines_;
-        while (Clock::now() < until) {
-            std::this_thread::sleep_for(progress_interval);
-            showProgress();
+        void notifyDataEnd() override { report_(textOf({getResponseCode(), {}, body_})); }
+        void notifyFailure(zel::http::Failure failure, const char* /*text*/) override {
+            report_(textOf({static_cast<zel::http::ClientFailure>(failure), {}}));
         }
-        for (Caller& caller : all) caller.join();
-        const auto destroying = Clock::now();
-        engine.reset();
-        longest_destruction_ = std::max(longest_destruction_, Clock::now() - destroying);
-        fsm.finish();
-        for (Caller& caller : all) caller.settle();
+        void start() override {}
+
+    private:
+        const std::function<void(std::string)> report_;
+        std::string body_;
+    };
+
+    void goOn() {
+        while (running_ && entries_.size() < 40) startOne(next_key_++);
+        if (!running_ && entries_.empty()) loop_.stop();
     }
 
-    std::string summary() const {
-        const auto seconds =
-            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begun_);
-        return fmt::format("{} s, engine {}: {} started, {} delivered, {} cancelled, {} MiB",
-                           seconds.count(), engines_, ledger_.started, ledger_.delivered,
-                           ledger_.cancelled, memoryKib("VmRSS") / 1024);
-    }
-
-    /// A live line on a terminal, a line now and then elsewhere.
-    void showProgress() {
-        if (isatty(STDOUT_FILENO) != 0) {
-            std::cout << "\r\033[K" << summary() << std::flush;
-        } else if (Clock::now() - shown_ >= std::chrono::seconds(10)) {
-            shown_ = Clock::now();
-            std::cout << summary() << std::endl;
+    void startOne(std::uint64_t key) {
+        const auto [config, expected] = anyWork(targets_, random_);
+        Entry& entry = entries_[key];
+        entry.expected = expected;
+        ++ledger_.started;
+        zel::http::Client& client = *clients_[key % 2];
+        const auto way = random_() % 10;
+        if (way == 0 && !expected.empty() && config.max_download_size == -1) {
+            startOwn(key, entry, config);
+        } else if (way < 5) {
+            const auto done = [=](auto, const auto& outcome) { finish(key, textOf(outcome)); };
+            const auto id = client.start_request(config, {}, done, done);
+            entry.cancel = [&client, id] { client.cancel_request(id); };
+        } else {
+            const auto done = [=](const auto& outcome) { finish(key, textOf(outcome)); };
+            using Handle = decltype(client.start_request(config, {}, done, done));
+            const auto handle =
+                std::make_shared<Handle>(client.start_request(config, {}, done, done));
+            entry.cancel = [handle] { *handle = Handle(); };
         }
+        const bool cancels = expected.empty() || (!entry.own && random_() % 5 == 0);
+        if (cancels) later(key, [=](Entry&) { cancel(key); });
     }
 
-    void report(const Holdings& before, const Holdings& after) const {
-        const std::chrono::duration<double, std::milli> longest = longest_destruction_;
-        std::cout << (isatty(STDOUT_FILENO) != 0 ? "\r\033[K" : "")
-                  << fmt::format("{} engines, {} callers each with 2 clients\n", engines_, callers)
-                  << ledger_.text()
-                  << fmt::format(
-                         "memory: {:.1f} MiB at most, {:.1f} MiB after the first engine, {:.1f} "
-                         "MiB after the last\n",
-                         mebi(memoryKib("VmHWM")), mebi(first_memory_), mebi(memoryKib("VmRSS")))
-                  << fmt::format("at the start {}, at the end {}\n", before.text(), after.text())
-                  << fmt::format("longest destruction of an engine: {:.1f} ms\n", longest.count());
+    /// Paused before its start or while it runs, for a moment.
+    void startOwn(std::uint64_t key, Entry& entry, const RequestConfig& config) {
+        entry.own = std::make_shared<OwnRequest>(config, [=](const std::string& outcome) {
+            executor_.post([=] { finish(key, outcome); }, 0);
+        });
+        if (random_() % 4 == 0) entry.own->pauseRequest();
+        entry.own->runRequest();
+        later(key, [=](Entry& running) {
+            running.own->pauseRequest();
+            later(key, [](Entry& paused) { paused.own->resumeRequest(); });
+        });
     }
 
-    static double mebi(long kib) { return static_cast<double>(kib) / 1024.0; }
+    /// Runs `work` after some milliseconds unless the request is over by then.
+    void later(std::uint64_t key, const std::function<void(Entry&)>& work) {
+        const std::chrono::milliseconds delay(random_() % 25);
+        const auto timer = std::make_shared<boost::asio::steady_timer>(loop_, delay);
+        timer->async_wait([this, key, timer, work](auto) {
+            if (const auto it = entries_.find(key); it != entries_.end()) work(it->second);
+        });
+    }
+
+    void cancel(std::uint64_t key) {
+        entries_.extract(key).mapped().cancel();
+        ++ledger_.cancelled;
+        goOn();
+    }
+
+    void finish(std::uint64_t key, const std::string& outcome) {
+        const auto entry = entries_.extract(key);
+        if (entry.empty()) {
+            ++ledger_.after_its_end;
+            return;
+        }
+        ++ledger_.delivered;
+        if (outcome != entry.mapped().expected && ++ledger_.other_than_expected <= 5) {
+            std::cerr << "\nexpected " << entry.mapped().expected << ", came " << outcome << '\n';
+        }
+        goOn();
+    }
+
+    void end(bool cancels_all) {
+        running_ = false;
+        std::vector<std::uint64_t> cancelled;
+        for (const auto& [key, entry] : entries_) {
+            if (entry.expected.empty() || (cancels_all && !entry.own)) cancelled.push_back(key);
+        }
+        for (const auto key : cancelled) cancel(key);
+        goOn();
+        if (cancels_all) loop_.stop();
+    }
 
     const Targets& targets_;
-    unsigned seed_;
-    Clock::time_point begun_;
-    Clock::time_point end_;
-    Clock::time_point shown_ = begun_;
-    NullLogger logger_;
-    Ledger ledger_;
-    int engines_ = 0;
-    long first_memory_ = 0;
-    Clock::duration longest_destruction_{};
+    Ledger& ledger_;
+    std::minstd_rand random_;
+    boost::asio::io_context loop_;
+    oru::asio_executor executor_{loop_};
+    std::shared_ptr<zel::http::Client> clients_[2];
+    std::map<std::uint64_t, Entry> entries_;
+    std::uint64_t next_key_ = 0;
+    bool running_ = true;
+    std::thread thread_;
 };
 
+/// The life of one engine under three applications.
+void runEngine(const Targets& targets, Ledger& ledger, unsigned seed, int number,
+               Clock::time_point until) {
+    alarm(120);
+    test::NullLogger logger;
+    oru::thread_executor fsm("fsm");
+    // Every other one hands its outcomes to a thread of its own, and every other pair is destroyed
+    // with requests in flight.
+    const bool at_once = number % 2 == 0;
+    const bool cancels_all = number / 2 % 2 != 0;
+    auto engine = std::make_unique<zel::http::Engine>(
+        [&](const auto& run) { at_once ? run() : fsm.post(run, 0); }, &logger);
+    std::list<Application> applications;
+    for (unsigned i = 0; i < 3; ++i) {
+        applications.emplace_back(targets, ledger, logger, seed + i).run(until, cancels_all);
+    }
+    for (Application& application : applications) application.join();
+    engine.reset();
+    loopback::Flag last;  // behind the outcomes that were handed over
+    fsm.post([&] { last.set(); }, 0);
+    last.await("the last outcome");
+    for (Application& application : applications) application.settle();
+}
+
+/// What the allocator has given out, in bytes.
+double memoryInUse() {
+    const auto info = mallinfo2();
+    return static_cast<double>(info.uordblks + info.hblkhd);
+}
+
+/// Once caches that live as long as the process are filled, it stays the same to the byte.
+bool staysSmall(double grown, long requests) {
+    constexpr double bound = 16 * 1024;
+    std::cout << (judges_memory ? fmt::format("memory in use: {} bytes more after {} requests\n",
+                                              grown, requests)
+                                : "memory is the sanitizer's to judge\n");
+    return !judges_memory || grown < bound;
+}
+
+bool soak(const Targets& targets, Clock::time_point end, unsigned seed) {
+    const bool terminal = isatty(STDOUT_FILENO) != 0;
+    std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first
+    const auto before = test::descriptorsAndThreads();
+    Ledger ledger;
+    double first_memory = 0;
+    long first_started = 0;
+    for (int number = 0; Clock::now() < end; ++number) {
+        runEngine(targets, ledger, seed + 3U * static_cast<unsigned>(number), number,
+                  std::min(Clock::now() + std::chrono::seconds(2), end));
+        std::cout << fmt::format("{}engine {}: {} started, {:.0f} KiB in use{}",
+                                 terminal ? "\r\033[K" : "", number + 1, ledger.started,
+                                 memoryInUse() / 1024, terminal ? "" : "\n")
+                  << std::flush;
+        if (number > 1) continue;
+        first_memory = memoryInUse();  // with caches that live as long as the process
+        first_started = ledger.started;
+    }
+    const auto& [started, delivered, cancelled, ended, after_its_end, other] = ledger;
+    const long unaccounted = started - delivered - cancelled - ended;
+    std::cout << fmt::format(
+        "\nstarted {}: delivered {}, cancelled {}, ended with the engine {}, unaccounted for {}\n"
+        "heard of after their end {}, other than expected {}\n",
+        started, delivered, cancelled, ended, unaccounted, after_its_end, other);
+    const bool balanced = started > 0 && unaccounted == 0 && after_its_end + other == 0;
+    const bool small = staysSmall(memoryInUse() - first_memory, started - first_started);
+    loopback::waitFor("threads and descriptors as before",
+                      [&] { return test::descriptorsAndThreads() == before; });
+    return balanced && small;
+}
+
 /// In a process of their own.
-void serve(const ServerProcess::Ready& ready) {
+void serve(const loopback::ServerProcess::Ready& ready) {
     const loopback::Origin origin;
     const loopback::TlsServers tls;
     const loopback::ScriptedServer broken("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
@@ -163,11 +355,7 @@ void serve(const ServerProcess::Ready& ready) {
            fmt::format("http://127.0.0.1:{}/", closed.local_endpoint().port())});
 }
 
-}  // namespace
-}  // namespace test
-
 int main(int argc, char** argv) {
-    using namespace test;
     const double minutes = argc > 1 ? std::strtod(argv[1], nullptr) : 2.0;
     if (minutes <= 0.0 || minutes > 100000.0) {
         std::cerr << "zel-http-soak: '" << argv[1] << "' is not a number of minutes\n";
@@ -175,14 +363,18 @@ int main(int argc, char** argv) {
     }
     const unsigned seed = argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10))
                                    : std::random_device()();
+    if (std::getenv("GLIBC_TUNABLES") == nullptr) {
+        // What a thread keeps for its next allocations would count as in use.
+        setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1);
+        execv("/proc/self/exe", argv);
+    }
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
-        unsetenv(name);
-    const ServerProcess servers(serve);
+    setenv("no_proxy", "*", 1);
+    const loopback::ServerProcess servers(serve);
     const auto& at = servers.addresses();
-    const Targets targets{at[0], at[1], at[2], at[3], at[4]};
     std::cout << fmt::format("mixed load for {} minutes, seed {}\n", minutes, seed) << std::flush;
-    const bool held = Soak(targets, std::chrono::duration<double>(minutes * 60), seed).run();
+    const auto length = std::chrono::milliseconds(static_cast<long>(minutes * 60000));
+    const bool held = soak({at[0], at[1], at[2], at[3], at[4]}, Clock::now() + length, seed);
     std::cout << (held ? "all is accounted for and nothing is left\n"
                        : "something is NOT accounted for, or left\n");
     return held ? 0 : 1;
