@@ -1,42 +1,74 @@
 // What the library takes of a small device: memory at rest and for requests that wait, and its
 // thread's stack. Prints a line "what<TAB>how much" for each.
 
-#include <curl/curl.h>
 #include <fmt/format.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
 #include <fstream>
 #include <future>
+#include <algorithm>
 #include <iostream>
+#include <sstream>
 
+#include "loopback/event.h"
+#include "loopback/server_process.h"
 #include "loopback/tls_servers.h"
 #include "oru/asio_executor.h"
-#include "own_memory.h"
 #include "support/null_logger.h"
-#include "support/painted_stack.h"
 #include "support/process.h"
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
 #include "zel_http/engine_hooks.h"
 
-namespace test {
-namespace {
-
 constexpr long waiting = 1000;
-constexpr unsigned patience_seconds = 120;
-constexpr const char* bundle = "/etc/ssl/certs/ca-certificates.crt";
 
 /// The transfers that there are. Engine thread only.
 std::vector<void*> attached;
 
+CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
+    attached.push_back(easy);
+    return curl_multi_add_handle(multi, easy);
+}
+
+/// The sum of a field of /proc/self/smaps, in KiB.
+long mapped(const std::string& field) {
+    // An emulator tells its program the program's own addresses in `maps`; `smaps` has the
+    // kernel's, and its own mappings beside the program's.
+    const auto first = [](const char* list) {
+        std::ifstream mappings(list);
+        for (std::string line; std::getline(mappings, line);) {
+            if (line.find("/libzel_http.so") == std::string::npos) continue;
+            return std::stoull(line, nullptr, 16);
+        }
+        return 0ULL;
+    };
+    const auto offset = first("/proc/self/smaps") - first("/proc/self/maps");
+    long sum = 0;
+    bool own = false;
+    std::ifstream mappings("/proc/self/smaps");
+    for (std::string line; std::getline(mappings, line);) {
+        std::istringstream words(line);
+        std::string name;
+        long kib = 0;
+        words >> name >> kib;
+        if (name.back() != ':') {
+            own = std::stoull(name, nullptr, 16) - offset <=
+                  std::numeric_limits<std::uintptr_t>::max();
+        } else if (own && name == field + ":") {
+            sum += kib;
+        }
+    }
+    return sum;
+}
+
 /// An engine and a client, as an application has them.
 class Host {
 public:
-    explicit Host(std::string authorities) { config_.ca_file = std::move(authorities); }
-
+    explicit Host(const std::string& authorities) {
+        config_.ca_file = authorities;
+        onEngine([] { return attached.clear(), 0; });
+    }
     void start(const std::string& url) {
         config_.url = url;
         client_->start_request(
@@ -45,7 +77,7 @@ public:
     }
     void perform(const std::string& url) {
         start(url);
-        while (status_ != 200) loop_.run_one();
+        while (status_ != 200) loop_.run_one_for(std::chrono::seconds(1));
     }
     template <typename Work>
     auto onEngine(const Work& work) {
@@ -53,22 +85,10 @@ public:
         engine_.queueRequest([&] { result.set_value(work()); });
         return result.get_future().get();
     }
-    /// Until the engine has sent that many requests.
-    void waitUntilSent(long count) {
-        const auto sent = [](void* easy) {
-            long bytes = 0;
-            curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &bytes);
-            return bytes > 0;
-        };
-        const auto all = [&] { return std::count_if(attached.begin(), attached.end(), sent); };
-        while (onEngine(all) < count) loop_.run_one_for(std::chrono::milliseconds(10));
-    }
 
 private:
-    NullLogger logger_;
+    test::NullLogger logger_;
     boost::asio::io_context loop_;
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
-        loop_.get_executor()};
     oru::asio_executor executor_{loop_};
     zel::http::Engine engine_{[](const auto& outcome) { outcome(); }, &logger_};
     std::shared_ptr<zel::http::Client> client_ = zel::http::createClient(executor_, logger_);
@@ -79,48 +99,70 @@ private:
 void show(const std::string& what, long kib) { std::cout << what << '\t' << kib << " KiB\n"; }
 
 void measureIdle() {
-    const OwnMemory before = OwnMemory::now();
-    Host host("");
-    host.onEngine([] { return 0; });
-    const OwnMemory with = OwnMemory::now();
-    show("resident before the engine", before.resident);
-    show("resident with an idle engine", with.resident);
-    show("of it private before", before.anonymous);
-    show("of it private with an idle engine", with.anonymous);
+    const long resident = mapped("Rss");
+    const long own = mapped("Anonymous");
+    const Host host("");
+    show("resident before the engine", resident);
+    show("resident with an idle engine", mapped("Rss"));
+    show("of it private before", own);
+    show("of it private with an idle engine", mapped("Anonymous"));
 }
 
-void measureWaiting(const std::string& scheme, const std::string& origin,
-                    const std::string& authorities) {
-    const DescriptorLimit enough(std::min<rlim_t>(DescriptorLimit::highest, 4 * waiting));
+void measureWaiting(const std::string& origin, const std::string& authorities) {
+    const test::DescriptorLimit enough(4 * waiting);
+    const std::string scheme = origin.substr(0, origin.find(':'));
     Host host(authorities);
-    host.onEngine([] { return 0; });
-    const OwnMemory idle = OwnMemory::now();
+    const long idle = mapped("Anonymous");
     host.perform(origin + "/hello");
-    const OwnMemory before = OwnMemory::now();
-    show("private, the first " + scheme + " request", before.anonymous - idle.anonymous);
+    const long before = mapped("Anonymous");
+    show("private, the first " + scheme + " request", before - idle);
     host.onEngine([] { return attached.clear(), 0; });
     for (long i = 0; i < waiting; ++i) host.start(origin + "/silence");
-    host.waitUntilSent(waiting);
+    const auto sent = [](void* easy) {
+        long bytes = 0;
+        curl_easy_getinfo(easy, CURLINFO_REQUEST_SIZE, &bytes);
+        return bytes > 0;
+    };
+    loopback::waitFor("all requests", [&] {
+        return host.onEngine(
+            [&] { return std::count_if(attached.begin(), attached.end(), sent) == waiting; });
+    });
     show(fmt::format("private, each of {} {} requests that wait", waiting, scheme),
-         (OwnMemory::now().anonymous - before.anonymous) / waiting);
+         (mapped("Anonymous") - before) / waiting);
 }
 
+/// Paints the free part of the engine thread's stack, and looks later how much of it is left.
 void measureStack(const std::string& origin, const std::string& authorities) {
+    constexpr unsigned char paint = 0xA5;
+    std::size_t size = 0;
+    volatile unsigned char* lowest = nullptr;
     Host host(authorities);
-    test::PaintedStack stack;
-    host.onEngine([&] { return stack.paint(), 0; });
+    host.onEngine([&] {
+        pthread_attr_t attributes;
+        void* address = nullptr;
+        pthread_getattr_np(pthread_self(), &attributes);
+        pthread_attr_getstack(&attributes, &address, &size);
+        pthread_attr_destroy(&attributes);
+        lowest = static_cast<unsigned char*>(address);
+        constexpr std::size_t this_frame = 1024;
+        const volatile void* free =
+            static_cast<unsigned char*>(__builtin_frame_address(0)) - this_frame;
+        for (auto* byte = lowest; byte < free; ++byte) *byte = paint;
+        return 0;
+    });
     host.perform(origin + "/hello");
-    std::cout << fmt::format(
-        "stack, of {} KiB, through a TLS 1.3 handshake\t{:.1f} KiB\n", stack.size() / 1024,
-        static_cast<double>(host.onEngine([&] { return stack.used(); })) / 1024);
+    std::size_t unused = 0;
+    while (unused < size && lowest[unused] == paint) ++unused;
+    std::cout << fmt::format("stack, of {} KiB, through a TLS 1.3 handshake\t{:.1f} KiB\n",
+                             size / 1024, static_cast<double>(size - unused) / 1024);
 }
 
-/// So that one measurement leaves nothing to the next. False when it fails.
-bool inAProcessOfItsOwn(const std::function<void()>& measure) {
+/// In a process of its own, so that one measurement leaves nothing to the next.
+bool measured(const std::function<void()>& measure) {
     std::cout.flush();
     const pid_t child = fork();
     if (child == 0) {
-        alarm(patience_seconds);
+        alarm(120);
         measure();
         std::cout.flush();
         _exit(0);
@@ -129,36 +171,19 @@ bool inAProcessOfItsOwn(const std::function<void()>& measure) {
     return waitpid(child, &status, 0) == child && status == 0;
 }
 
-/// In a process of their own.
-void serve(const ServerProcess::Ready& ready) {
-    const loopback::Origin origin;
-    const loopback::TlsServers tls;
-    const std::string authorities = tls.certificates().file("bundle.pem");
-    std::ofstream(authorities) << std::ifstream(bundle).rdbuf()
-                               << std::ifstream(tls.certificates().file("root.pem")).rdbuf();
-    ready({origin.url(""), tls.local().url(""), authorities});
-}
-
-}  // namespace
-}  // namespace test
-
-CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
-    test::attached.push_back(easy);
-    return curl_multi_add_handle(multi, easy);
-}
-
 int main() {
-    using namespace test;
-    for (const char* name : {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"})
-        unsetenv(name);
-    const ServerProcess servers(serve);
-    const std::string http = servers.addresses().at(0);
-    const std::string https = servers.addresses().at(1);
-    const std::string authorities = servers.addresses().at(2);
-    const bool measured =
-        inAProcessOfItsOwn(measureIdle) &&
-        inAProcessOfItsOwn([&] { measureWaiting("http", http, authorities); }) &&
-        inAProcessOfItsOwn([&] { measureWaiting("https", https, authorities); }) &&
-        inAProcessOfItsOwn([&] { measureStack(https, authorities); });
-    return measured ? 0 : 1;
+    setenv("no_proxy", "*", 1);
+    const loopback::ServerProcess servers([](const loopback::ServerProcess::Ready& ready) {
+        const loopback::Origin origin;
+        const loopback::TlsServers tls;
+        const std::string authorities = tls.certificates().file("bundle.pem");
+        std::ofstream(authorities) << std::ifstream("/etc/ssl/certs/ca-certificates.crt").rdbuf()
+                                   << std::ifstream(tls.certificates().file("root.pem")).rdbuf();
+        ready({origin.url(""), tls.local().url(""), authorities});
+    });
+    const auto& at = servers.addresses();
+    const bool all = measured(measureIdle) && measured([&] { measureWaiting(at[0], at[2]); }) &&
+                     measured([&] { measureWaiting(at[1], at[2]); }) &&
+                     measured([&] { measureStack(at[1], at[2]); });
+    return all ? 0 : 1;
 }
