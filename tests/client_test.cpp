@@ -137,6 +137,9 @@ TEST_F(ClientTest, TheLastPointerDroppedInFlightStillDelivers) {
     EXPECT_EQ(outcomesAfter(1), (Lines{"1: 200 hello"}));
     settle();
     EXPECT_TRUE(gone.expired());
+    Handle handle = startHandle("/silence");
+    client = zel::http::createClient(executor, logger);
+    handle.cancel();  // which now holds the last pointer
 }
 
 TEST_F(ClientTest, AForeignThreadIsReportedAndServed) {

@@ -93,6 +93,7 @@ TEST_F(Lifecycle, WithoutAnEngineARequestDoesNothing) {
     EXPECT_EQ(Engine::getEngine(), engine.get());
     EXPECT_THROW(unowned.runRequest(), std::bad_weak_ptr);
     EXPECT_THROW(unowned.tryToCancelRequest(), std::bad_weak_ptr);
+    engine->tryToCancelRequest(nullptr);
     EXPECT_EQ(request->outcomes, 0);
 }
 
@@ -146,29 +147,32 @@ TEST_F(Control, CancelledRequestsHearNothing) {
 }
 
 TEST_F(Control, AnUploadPausedBeforeItsStartWaitsWithItsBody) {
-    Flag others_done;
-    Flag counted;
-    std::size_t sent_meanwhile = 0;
-    const ScriptedServer server([&](Socket& socket) {
-        const std::string request = readRequest(socket);
-        others_done.await("the other requests");
-        sent_meanwhile = request.size() - request.find("\r\n\r\n") - 4 + socket.available();
-        counted.set();
-        std::string body(1000, 0);
-        boost::asio::read(socket, boost::asio::buffer(body));
-        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-    });
-    const auto upload = hostRequest(Get(server.url()).sends(Method::PUT, bodyOf(1000)));
-    whileEngineIsHeld([&] {
-        upload->pauseRequest();
-        upload->runRequest();
-    });
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
-    others_done.set();
-    counted.await("the server");
-    EXPECT_EQ(sent_meanwhile, 0U);
-    upload->resumeRequest();
-    EXPECT_EQ(upload->outcome(), "200 end");
+    for (const bool pauses_first : {true, false}) {
+        Flag others_done;
+        Flag counted;
+        std::size_t sent_meanwhile = 0;
+        const ScriptedServer server([&](Socket& socket) {
+            const std::string request = readRequest(socket);
+            others_done.await("the other requests");
+            sent_meanwhile = request.size() - request.find("\r\n\r\n") - 4 + socket.available();
+            counted.set();
+            std::string body(1000, 0);
+            boost::asio::read(socket, boost::asio::buffer(body));
+            write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+        });
+        const auto upload = hostRequest(Get(server.url()).sends(Method::PUT, bodyOf(1000)));
+        whileEngineIsHeld([&] {
+            if (pauses_first) upload->pauseRequest();
+            upload->runRequest();
+            upload->pauseRequest();
+        });
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
+        others_done.set();
+        counted.await("the server");
+        EXPECT_EQ(sent_meanwhile, 0U);
+        upload->resumeRequest();
+        EXPECT_EQ(upload->outcome(), "200 end");
+    }
 }
 
 /// libcurl reads on for many blocks before the engine comes to its queue.

@@ -136,13 +136,19 @@ TEST_F(Exchange, DeclaredLengthsReserveLittle) {
 
 /// A server that answers before it has read the body leaves a connection that waits for it.
 TEST_F(Exchange, AnAnswerBeforeTheBodyLeavesNoConnectionBehind) {
-    const ScriptedServer server([](Socket& socket) {
-        readRequest(socket);
-        write(socket, "HTTP/1.1 413 Too long\r\nContent-Length: 0\r\n\r\n");
-        waitForClose(socket);
-    });
-    const auto request = Get(server.url()).sends(Method::PATCH, bodyOf(3000000));
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(request), "413 ");
+    for (const std::string answer : {"413 ", "200 "}) {
+        const ScriptedServer server(
+            says("HTTP/1.1 " + answer + "Early\r\nContent-Length: 0\r\n\r\n", stall));
+        const auto request = Get(server.url()).sends(Method::PATCH, bodyOf(3000000));
+        for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(request), answer);
+    }
+}
+
+TEST_F(Exchange, AsAHostsOwnRequestHearsOfIt) {
+    EXPECT_EQ(hostRequest(origin("/status/401"))->runToOutcome(),
+              "401 <Authentication failure> HTTP code=401");
+    EXPECT_EQ(hostRequest(origin("/status/404"))->runToOutcome(),
+              "404 <Error code in HTTP Response> HTTP code=404");
 }
 
 }  // namespace test

@@ -45,6 +45,7 @@ TEST_F(LogTest, PayloadByStatusAndLevel) {
         {LogFilter::RequestBodies, 9, "/status/201", {request, fine}},
         {LogFilter::Verbose, 8, "/status/201", {}},
         {LogFilter::Verbose, 8, "/status/500", {failed}},
+        {LogFilter::Verbose, 8, "/status/300", {"1:  Body: status 300\n"}},
         {static_cast<LogFilter::Payload>(9), 9, "/status/201", {request, fine}},
     };
     for (const Row& row : rows) {

@@ -98,6 +98,7 @@ TEST(Rules, HeaderLines) {
     const std::pair<const char*, const char*> rows[] = {
         {"Content-Type: text/html\r\n", "Content-Type|text/html"},
         {"X-Empty:\r\n", "X-Empty|"},
+        {"X:y\r\n", "X|y"},
         {"  Name\t :\v\f a:b \t\r\n", "Name|a:b"},
         {": value\r\n", "none"},
         {"  : value\r\n", "none"},

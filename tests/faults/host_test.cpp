@@ -114,14 +114,16 @@ TEST_F(Host, GetsWhatTheLoggerOfAClientThrows) {
     FullDisk full;
     const auto throwing = zel::http::createClient(executor, full);
     int outcomes = 0;
+    const auto token = std::make_shared<int>(0);
     const auto start = [&](zel::http::LogFilter::Payload payload) {
-        const auto count = [&](auto, const auto&) { ++outcomes; };
+        const auto count = [&outcomes, token](auto, const auto&) { ++outcomes; };
         zel::http::LogFilter filter;
         filter.payload = payload;
         throwing->start_request(Get(origin("/hello")), filter, count, count);
     };
     EXPECT_THROW(start(zel::http::LogFilter::Full), std::runtime_error);
     EXPECT_THROW(runUntil("the outcome", [] { return false; }), std::runtime_error);
+    EXPECT_EQ(token.use_count(), 1);
     start(zel::http::LogFilter::None);
     runUntil("the second outcome", [&] { return outcomes == 1; });
 }

@@ -5,9 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <future>
-#include <algorithm>
 #include <iostream>
 #include <sstream>
 
@@ -65,10 +65,7 @@ long mapped(const std::string& field) {
 /// An engine and a client, as an application has them.
 class Host {
 public:
-    explicit Host(const std::string& authorities) {
-        config_.ca_file = authorities;
-        onEngine([] { return attached.clear(), 0; });
-    }
+    explicit Host(const std::string& authorities) { config_.ca_file = authorities; }
     void start(const std::string& url) {
         config_.url = url;
         client_->start_request(
@@ -77,7 +74,7 @@ public:
     }
     void perform(const std::string& url) {
         start(url);
-        while (status_ != 200) loop_.run_one_for(std::chrono::seconds(1));
+        while (status_ != 200) loop_.run_one();
     }
     template <typename Work>
     auto onEngine(const Work& work) {
@@ -89,6 +86,8 @@ public:
 private:
     test::NullLogger logger_;
     boost::asio::io_context loop_;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
+        loop_.get_executor()};
     oru::asio_executor executor_{loop_};
     zel::http::Engine engine_{[](const auto& outcome) { outcome(); }, &logger_};
     std::shared_ptr<zel::http::Client> client_ = zel::http::createClient(executor_, logger_);
@@ -112,6 +111,7 @@ void measureWaiting(const std::string& origin, const std::string& authorities) {
     const test::DescriptorLimit enough(4 * waiting);
     const std::string scheme = origin.substr(0, origin.find(':'));
     Host host(authorities);
+    host.onEngine([] { return 0; });
     const long idle = mapped("Anonymous");
     host.perform(origin + "/hello");
     const long before = mapped("Anonymous");

@@ -2,36 +2,24 @@
 
 #include "command_line.h"
 
-#include <algorithm>
-#include <sstream>
+#include <boost/algorithm/string.hpp>
+#include <cassert>
 
-#include "fuzz.h"
+using namespace boost::algorithm;
 
-using namespace test;
-
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    std::istringstream lines{std::string(text(data, size))};
-    std::vector<std::string> words = {"zel-http"};
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find('@') == std::string::npos) words.push_back(line);  // would read a file
-    }
-    std::vector<const char*> arguments(words.size());
-    std::transform(words.begin(), words.end(), arguments.begin(),
-                   [](const auto& word) { return word.c_str(); });
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::string lines = "zel-http\n" + std::string(reinterpret_cast<const char*>(data), size);
+    erase_all(lines, "@");  // would read a file
+    std::vector<std::string> words;
+    split(words, lines, is_any_of("\n"));
+    std::vector<const char*> arguments;
+    for (const std::string& word : words) arguments.push_back(word.c_str());
     tool::CommandLine parsed;
     const auto exit = tool::parse(static_cast<int>(arguments.size()), arguments.data(), parsed);
-    if (exit) {
-        require(exit->status == 0 || exit->status == 2, "help or a bad command line");
-        require(!exit->text.empty() && exit->text.back() == '\n', "a whole line says why");
-        return 0;
-    }
+    assert(!exit || ((exit->status == 0 || exit->status == 2) && ends_with(exit->text, "\n")));
     for (const auto& request : parsed.requests) {
-        require(request.timeout.count() >= 0, "no negative limit");
-        require(request.max_download_size >= -1, "no negative size");
-        for (const auto& [name, value] : request.headers) {
-            require((name + value).find_first_of("\r\n") == std::string::npos,
-                    "a header is a line");
-        }
+        assert(request.timeout.count() >= 0 && request.max_download_size >= -1);
+        for (const auto& [name, value] : request.headers) assert(!contains(name + value, "\r"));
     }
     return 0;
 }
