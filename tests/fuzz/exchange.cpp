@@ -127,7 +127,8 @@ void exchange(Engine& engine, Client& client, FuzzedDataProvider& input) {
         engine.queueRequest([] {});  // what is queued keeps it from waiting
         engine.runTasks();
         serve();
-        assert(!held || outcomes.empty());
+        // An answer without a body, or none, ends a paused transfer too.
+        assert(!held || outcomes.empty() || outcomes[0].body.empty());
     };
     for (const char step : script) {
         if (step == 'p') {
