@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <iterator>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -13,8 +15,10 @@ namespace loopback {
 /// Keeps its lines as "critical: text", "error: text", "info: text" or "N: text" for debug level N.
 class RecordingLogger final : public logging::Logger {
 public:
-    /// Debug lines above `level` are off.
-    explicit RecordingLogger(int level = 8) : level_(level) {}
+    /// Debug lines above `level` are off; the lines beyond the first `most` are made and dropped.
+    explicit RecordingLogger(int level = 8,
+                             std::size_t most = std::numeric_limits<std::size_t>::max())
+        : level_(level), most_(most) {}
 
     void critical(fmt::string_view format, fmt::printf_args args) override {
         add("critical: " + fmt::vsprintf(format, args));
@@ -37,7 +41,7 @@ public:
 
     void add(std::string line) {
         const std::lock_guard lock(mutex_);
-        lines_.push_back(std::move(line));
+        if (lines_.size() < most_) lines_.push_back(std::move(line));
     }
     /// The lines that contain `part`.
     std::vector<std::string> lines(const std::string& part = {}) const {
@@ -50,6 +54,7 @@ public:
 
 private:
     const int level_;
+    const std::size_t most_;
     mutable std::mutex mutex_;
     std::vector<std::string> lines_;
 };

@@ -1,6 +1,5 @@
 #include "loopback/server_process.h"
 
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,17 +7,9 @@
 #include <array>
 #include <stdexcept>
 
+#include "loopback/descriptor_limit.h"
+
 namespace loopback {
-namespace {
-
-void takeAllDescriptors() {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-}  // namespace
 
 ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
     std::array<int, 2> ends{};
@@ -29,7 +20,7 @@ ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
     child_ = fork();
     if (child_ == 0) {
         close(ends[0]);
-        takeAllDescriptors();
+        const DescriptorLimit all(DescriptorLimit::highest);
         serve([&](const auto& addresses) {
             for (const auto& address : addresses) dprintf(ends[1], "%s\n", address.c_str());
             shutdown(ends[1], SHUT_WR);

@@ -77,6 +77,10 @@ TEST_F(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
     outcomeOf("http://device.invalid/");
     EXPECT_EQ(credentials(), "Basic dXM6ZXI6");
     EXPECT_EQ(logger.lines("addProxyConfig: Encoding proxy password failed").size(), 1U);
+    engine->setProxyConfig(proxy.url(), "u\r\nX-Evil: 1", "secret");
+    outcomeOf("http://device.invalid/");
+    EXPECT_EQ(credentials(), "none");
+    EXPECT_EQ(logger.lines("contains CR, LF or NUL").size(), 1U);
     // Fallbacks are tried without them, once each, and then the outcome is delivered.
     engine->setProxyConfig("http://127.0.0.1:1", "us:er", "secret");
     const auto request = hostRequest("http://device.invalid/");

@@ -76,6 +76,8 @@ TEST_F(Tls, PoliciesAgainstCertificates) {
         {to("local12").root("root"), "200 TLSv1.2"},
         {to("local").root("other_root"), refused},
         {to("local").root("intermediate"), refused},
+        // Cut at its NUL, the path would name the very authority that the server needs.
+        {to("local").trusting(file("root.pem") + std::string("\0x", 2)), refused},
         {to("local").root("intermediate").partial(), http2},
         {to("elsewhere").root("root"), refused},
         {to("expired").root("root"), refused},
@@ -223,18 +225,10 @@ TEST_F(Tls, AnEndWithoutCloseNotifyIsATruncation) {
 
 /// What a host's engine sets in its own TLS step stands.
 TEST_F(Tls, ADerivedEnginesOwnStepStands) {
-    class OwnStep : public zel::http::Engine {
-    public:
-        using Engine::Engine;
-        OwnStep(const OwnStep&) = delete;
-        OwnStep& operator=(const OwnStep&) = delete;
-        ~OwnStep() override { stop(); }
-        void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request>) override {
-            curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
-        }
+    const auto lenient = [](auto&, void* curl) {
+        curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
     };
-    startDerived<OwnStep>();
-    EXPECT_EQ(outcomeOf(to("local").by(reject)), http2);
+    EXPECT_EQ(outcomeOn(lenient, *hostRequest(to("local").by(reject))), "200 end");
 }
 
 /// The server tells what came along: nothing that belongs to the first origin alone.

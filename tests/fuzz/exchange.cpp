@@ -13,8 +13,8 @@
 #include <set>
 
 #include "Engine/active_task.h"
+#include "loopback/recording_logger.h"
 #include "oru/executor.h"
-#include "support/null_logger.h"
 #include "zel_http/client.h"
 #include "zel_http/engine_hooks.h"
 
@@ -186,7 +186,7 @@ extern "C" __attribute__((visibility("default"))) int connect(int, const sockadd
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static test::NullLogger logger;
+    static loopback::RecordingLogger logger(9, 0);
     static EngineExecutor executor;
     static auto& engine = *new Engine([](const auto& closure) { closure(); }, &logger);
     static const auto client = createClient(executor, logger);

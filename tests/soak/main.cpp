@@ -14,19 +14,20 @@
 #include <sstream>
 
 #include "loopback/event.h"
+#include "loopback/recording_logger.h"
 #include "loopback/scripted_server.h"
 #include "loopback/server_process.h"
 #include "loopback/tls_servers.h"
 #include "oru/asio_executor.h"
 #include "oru/thread_executor.h"
-#include "support/null_logger.h"
 #include "support/process.h"
+#include "support/request.h"
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
 
 using loopback::bodyOf;
-using zel::http::Method;
-using zel::http::RequestConfig;
+using test::Get;
+using test::Method;
 
 using Clock = std::chrono::steady_clock;
 
@@ -64,7 +65,7 @@ std::string textOf(const zel::http::ErrorData& error) {
 
 /// One request and the one outcome it may have; empty for one that can only be cancelled.
 struct Work {
-    RequestConfig config;
+    zel::http::RequestConfig config;
     std::string expected;
 };
 
@@ -73,78 +74,83 @@ Work anyWork(const Targets& to, std::minstd_rand& random) {
     const std::size_t size = random() % (random() % 8 == 0 ? 400000 : 3000);
     const std::string& origin = random() % 3 == 0 ? to.tls_origin : to.origin;
     const std::string bytes = fmt::format("200 {} bytes", size);
-    RequestConfig get;
-    get.ca_file = to.authorities;
-    RequestConfig upload = get;
-    upload.method = std::vector{Method::POST, Method::PUT, Method::PATCH}[random() % 3];
-    upload.body = bodyOf(size);
-    RequestConfig hurried = get;
-    hurried.timeout = std::chrono::milliseconds(1 + random() % 60);
-    RequestConfig limited = get;
-    limited.max_download_size = 49999;
-    RequestConfig stranger = get;
-    stranger.ca_file.reset();
-    RequestConfig known = upload;
-    known.user = "device";
-    known.password = "secret:word";
-    const auto to_url = [](RequestConfig config, const std::string& url, const std::string& text) {
-        config.url = url;
-        return Work{config, text};
+    const std::string form = std::vector{"", "?chunked", "?close"}[size % 3];
+    const Method method = std::vector{Method::POST, Method::PUT, Method::PATCH}[random() % 3];
+    const auto get = [&](const std::string& url) { return Get(url).trusting(to.authorities); };
+    const auto upload = [&](const std::string& target) {
+        return get(origin + target).sends(method, bodyOf(size));
     };
-    switch (random() % 20) {
+    switch (random() % 16) {
         case 0:
-            return to_url(get, to.broken, "<Protocol failure>");
+            return {get(to.broken), "<Protocol failure>"};
         case 1:
-            return to_url(get, to.closed, "<Failed to establish connection>");
+            return {get(to.closed), "<Failed to establish connection>"};
         case 2:
-            return to_url(get, "http://h:99999/", "<Invalid URL>");
+            return {get("http://h:99999/"), "<Invalid URL>"};
         case 3:
-            return to_url(stranger, to.tls_origin + "/hello", "<Protocol failure>");
+            return {Get(to.tls_origin + "/hello"), "<Protocol failure>"};
         case 4:
-            return to_url(get, fmt::format("{}/redirect/{}", origin, 1 + random() % 5),
-                          "200 0 bytes");
+            return {get(fmt::format("{}/redirect/{}", origin, 1 + size % 5)), "200 0 bytes"};
         case 5:
-            return to_url(hurried, origin + "/silence", "<Operation timed out>");
+            return {get(origin + "/silence").within(1 + static_cast<int>(size % 60)),
+                    "<Operation timed out>"};
         case 6:
-            return to_url(limited, origin + (size % 2 == 0 ? "/bytes/50000" : "/bytes/50000?close"),
-                          "<Protocol failure>");
+            return {get(origin + "/bytes/50000" + form).atMost(49999), "<Protocol failure>"};
         case 7:
-            return to_url(get, origin + "/silence", "");
+            return {get(origin + "/silence"), ""};
         case 8:
-            return to_url(known, origin + "/redirect/1?status=307", bytes);
+            return {upload("/redirect/1?status=307").login("device", "secret:word"), bytes};
         case 9:
         case 10:
         case 11:
-        case 12:
-            return to_url(upload, origin + "/echo", bytes);
+            return {upload("/echo"), bytes};
         default:
-            return to_url(get,
-                          fmt::format("{}/bytes/{}{}", origin, size,
-                                      std::vector{"", "?chunked", "?close"}[size % 3]),
-                          bytes);
+            return {get(fmt::format("{}/bytes/{}{}", origin, size, form)), bytes};
     }
 }
 
-/// An application under load: a thread with an executor, two clients, and requests of its own. It
+/// Keeps the body as it comes, on the engine thread, where it reports its outcome too.
+class OwnRequest : public zel::http::Request {
+public:
+    OwnRequest(const zel::http::RequestConfig& config, std::function<void(std::string)> report)
+        : Request(config), report_(std::move(report)) {}
+    void notifyDataReceived(const char* data, unsigned length) override {
+        body_.append(data, length);
+    }
+    void notifyDataEnd() override { report_(textOf({getResponseCode(), {}, body_})); }
+    void notifyFailure(zel::http::Failure failure, const char* /*text*/) override {
+        report_(textOf({static_cast<zel::http::ClientFailure>(failure), {}}));
+    }
+    void start() override {}
+
+private:
+    const std::function<void(std::string)> report_;
+    std::string body_;
+};
+
+/// An application under load: a thread with an executor, a client, and requests of its own. It
 /// keeps 40 in flight, cancels at random moments, and pauses and resumes its own.
 class Application {
 public:
     Application(const Targets& targets, Ledger& ledger, logging::Logger& logger, unsigned seed)
-        : targets_(targets), ledger_(ledger), random_(seed) {
-        for (auto& client : clients_) client = zel::http::createClient(executor_, logger);
-    }
-    /// Starts the thread. After `until` it waits for all requests, or cancels those of its clients
-    /// and leaves its own in flight.
+        : targets_(targets),
+          ledger_(ledger),
+          random_(seed),
+          client_(zel::http::createClient(executor_, logger)) {}
+    /// After `until` it waits for all requests, or cancels those of its client and leaves its own
+    /// in flight.
     void run(Clock::time_point until, bool cancels_all) {
-        thread_ = std::thread([=] {
-            const auto busy = boost::asio::make_work_guard(loop_);
-            boost::asio::steady_timer timer(loop_, until);
-            timer.async_wait([=](auto) { end(cancels_all); });
-            goOn();
-            loop_.run();
-        });
+        const auto busy = boost::asio::make_work_guard(loop_);
+        goOn();
+        loop_.run_until(until);
+        running_ = false;
+        std::vector<std::uint64_t> cancelled;
+        for (const auto& [key, entry] : entries_) {
+            if (entry.expected.empty() || (cancels_all && !entry.own)) cancelled.push_back(key);
+        }
+        for (const auto key : cancelled) cancel(key);
+        while (!cancels_all && !entries_.empty()) loop_.run_one();
     }
-    void join() { thread_.join(); }
     /// Enters what the engine took with it. After the engine is gone.
     void settle() {
         loop_.restart();
@@ -160,28 +166,8 @@ private:
         std::shared_ptr<zel::http::Request> own;
     };
 
-    /// Keeps the body as it comes, on the engine thread, and reports on the executor.
-    class OwnRequest : public zel::http::Request {
-    public:
-        OwnRequest(const RequestConfig& config, std::function<void(std::string)> report)
-            : Request(config), report_(std::move(report)) {}
-        void notifyDataReceived(const char* data, unsigned length) override {
-            body_.append(data, length);
-        }
-        void notifyDataEnd() override { report_(textOf({getResponseCode(), {}, body_})); }
-        void notifyFailure(zel::http::Failure failure, const char* /*text*/) override {
-            report_(textOf({static_cast<zel::http::ClientFailure>(failure), {}}));
-        }
-        void start() override {}
-
-    private:
-        const std::function<void(std::string)> report_;
-        std::string body_;
-    };
-
     void goOn() {
         while (running_ && entries_.size() < 40) startOne(next_key_++);
-        if (!running_ && entries_.empty()) loop_.stop();
     }
 
     void startOne(std::uint64_t key) {
@@ -189,19 +175,18 @@ private:
         Entry& entry = entries_[key];
         entry.expected = expected;
         ++ledger_.started;
-        zel::http::Client& client = *clients_[key % 2];
         const auto way = random_() % 10;
         if (way == 0 && !expected.empty() && config.max_download_size == -1) {
             startOwn(key, entry, config);
         } else if (way < 5) {
             const auto done = [=](auto, const auto& outcome) { finish(key, textOf(outcome)); };
-            const auto id = client.start_request(config, {}, done, done);
-            entry.cancel = [&client, id] { client.cancel_request(id); };
+            const auto id = client_->start_request(config, {}, done, done);
+            entry.cancel = [=] { client_->cancel_request(id); };
         } else {
             const auto done = [=](const auto& outcome) { finish(key, textOf(outcome)); };
-            using Handle = decltype(client.start_request(config, {}, done, done));
+            using Handle = oru::AsyncActionHandle<zel::http::ZelHttpClientTag>;
             const auto handle =
-                std::make_shared<Handle>(client.start_request(config, {}, done, done));
+                std::make_shared<Handle>(client_->start_request(config, {}, done, done));
             entry.cancel = [handle] { *handle = Handle(); };
         }
         const bool cancels = expected.empty() || (!entry.own && random_() % 5 == 0);
@@ -209,7 +194,7 @@ private:
     }
 
     /// Paused before its start or while it runs, for a moment.
-    void startOwn(std::uint64_t key, Entry& entry, const RequestConfig& config) {
+    void startOwn(std::uint64_t key, Entry& entry, const zel::http::RequestConfig& config) {
         entry.own = std::make_shared<OwnRequest>(config, [=](const std::string& outcome) {
             executor_.post([=] { finish(key, outcome); }, 0);
         });
@@ -249,34 +234,22 @@ private:
         goOn();
     }
 
-    void end(bool cancels_all) {
-        running_ = false;
-        std::vector<std::uint64_t> cancelled;
-        for (const auto& [key, entry] : entries_) {
-            if (entry.expected.empty() || (cancels_all && !entry.own)) cancelled.push_back(key);
-        }
-        for (const auto key : cancelled) cancel(key);
-        goOn();
-        if (cancels_all) loop_.stop();
-    }
-
     const Targets& targets_;
     Ledger& ledger_;
     std::minstd_rand random_;
     boost::asio::io_context loop_;
     oru::asio_executor executor_{loop_};
-    std::shared_ptr<zel::http::Client> clients_[2];
+    const std::shared_ptr<zel::http::Client> client_;
     std::map<std::uint64_t, Entry> entries_;
     std::uint64_t next_key_ = 0;
     bool running_ = true;
-    std::thread thread_;
 };
 
 /// The life of one engine under three applications.
-void runEngine(const Targets& targets, Ledger& ledger, unsigned seed, int number,
+void runEngine(const Targets& targets, Ledger& ledger, unsigned seed, unsigned number,
                Clock::time_point until) {
     alarm(120);
-    test::NullLogger logger;
+    loopback::RecordingLogger logger(9, 0);
     oru::thread_executor fsm("fsm");
     // Every other one hands its outcomes to a thread of its own, and every other pair is destroyed
     // with requests in flight.
@@ -285,10 +258,13 @@ void runEngine(const Targets& targets, Ledger& ledger, unsigned seed, int number
     auto engine = std::make_unique<zel::http::Engine>(
         [&](const auto& run) { at_once ? run() : fsm.post(run, 0); }, &logger);
     std::list<Application> applications;
+    std::vector<std::thread> threads;
     for (unsigned i = 0; i < 3; ++i) {
-        applications.emplace_back(targets, ledger, logger, seed + i).run(until, cancels_all);
+        auto& application =
+            applications.emplace_back(targets, ledger, logger, seed + 3 * number + i);
+        threads.emplace_back([&, until, cancels_all] { application.run(until, cancels_all); });
     }
-    for (Application& application : applications) application.join();
+    for (std::thread& thread : threads) thread.join();
     engine.reset();
     loopback::Flag last;  // behind the outcomes that were handed over
     fsm.post([&] { last.set(); }, 0);
@@ -296,50 +272,41 @@ void runEngine(const Targets& targets, Ledger& ledger, unsigned seed, int number
     for (Application& application : applications) application.settle();
 }
 
-/// What the allocator has given out, in bytes.
+/// What the allocator has given out, in bytes. Once caches that live as long as the process are
+/// filled, it stays the same to the byte.
 double memoryInUse() {
     const auto info = mallinfo2();
     return static_cast<double>(info.uordblks + info.hblkhd);
 }
 
-/// Once caches that live as long as the process are filled, it stays the same to the byte.
-bool staysSmall(double grown, long requests) {
-    constexpr double bound = 16 * 1024;
-    std::cout << (judges_memory ? fmt::format("memory in use: {} bytes more after {} requests\n",
-                                              grown, requests)
-                                : "memory is the sanitizer's to judge\n");
-    return !judges_memory || grown < bound;
-}
-
 bool soak(const Targets& targets, Clock::time_point end, unsigned seed) {
+    constexpr double most_growth = 16 * 1024;
     const bool terminal = isatty(STDOUT_FILENO) != 0;
     std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first
     const auto before = test::descriptorsAndThreads();
     Ledger ledger;
     double first_memory = 0;
-    long first_started = 0;
-    for (int number = 0; Clock::now() < end; ++number) {
-        runEngine(targets, ledger, seed + 3U * static_cast<unsigned>(number), number,
+    for (unsigned number = 0; Clock::now() < end; ++number) {
+        runEngine(targets, ledger, seed, number,
                   std::min(Clock::now() + std::chrono::seconds(2), end));
+        if (number < 2) first_memory = memoryInUse();
         std::cout << fmt::format("{}engine {}: {} started, {:.0f} KiB in use{}",
                                  terminal ? "\r\033[K" : "", number + 1, ledger.started,
                                  memoryInUse() / 1024, terminal ? "" : "\n")
                   << std::flush;
-        if (number > 1) continue;
-        first_memory = memoryInUse();  // with caches that live as long as the process
-        first_started = ledger.started;
     }
     const auto& [started, delivered, cancelled, ended, after_its_end, other] = ledger;
     const long unaccounted = started - delivered - cancelled - ended;
+    const double growth = judges_memory ? memoryInUse() - first_memory : 0;
     std::cout << fmt::format(
         "\nstarted {}: delivered {}, cancelled {}, ended with the engine {}, unaccounted for {}\n"
-        "heard of after their end {}, other than expected {}\n",
-        started, delivered, cancelled, ended, unaccounted, after_its_end, other);
-    const bool balanced = started > 0 && unaccounted == 0 && after_its_end + other == 0;
-    const bool small = staysSmall(memoryInUse() - first_memory, started - first_started);
+        "heard of after their end {}, other than expected {}\n"
+        "memory in use since the second engine: {}\n",
+        started, delivered, cancelled, ended, unaccounted, after_its_end, other,
+        judges_memory ? fmt::format("{:+} bytes", growth) : "is the sanitizer's to judge");
     loopback::waitFor("threads and descriptors as before",
                       [&] { return test::descriptorsAndThreads() == before; });
-    return balanced && small;
+    return started > 0 && unaccounted == 0 && after_its_end + other == 0 && growth < most_growth;
 }
 
 /// In a process of their own.

@@ -85,6 +85,14 @@ void EngineTest::startEngine(const Runner& runner, logging::Logger* log) {
     engine = std::make_unique<zel::http::Engine>(runner, log == nullptr ? &logger : log);
 }
 
+std::string EngineTest::outcomeOn(OwnEngine::Step step, HostRequest& request) {
+    engine.reset();
+    engine = std::make_unique<OwnEngine>(logger, std::move(step));
+    const std::string outcome = request.runToOutcome();
+    startEngine();
+    return outcome;
+}
+
 std::string EngineTest::outcomeOf(const RequestConfig& config, const zel::http::LogFilter& filter) {
     std::string outcome;
     const auto keep = [&](auto, const auto& data) { outcome = textOf(data); };

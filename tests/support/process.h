@@ -1,8 +1,5 @@
 #pragma once
 
-#include <sys/resource.h>
-
-#include <algorithm>
 #include <filesystem>
 #include <iterator>
 #include <utility>
@@ -17,22 +14,5 @@ inline std::pair<long, long> descriptorsAndThreads() {
     };
     return {entries("/proc/self/fd"), entries("/proc/self/task")};
 }
-
-/// Sets the soft limit of descriptors, up to the hard one, while it lives.
-class DescriptorLimit {
-public:
-    static constexpr rlim_t highest = RLIM_INFINITY;
-    explicit DescriptorLimit(rlim_t soft) {
-        getrlimit(RLIMIT_NOFILE, &before_);
-        const rlimit limit{std::min(soft, before_.rlim_max), before_.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before_); }
-
-private:
-    rlimit before_{};
-};
 
 }  // namespace test
