@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "loopback/descriptor_limit.h"
@@ -12,6 +14,8 @@
 namespace loopback {
 
 ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
+    setenv("no_proxy", "*", 1);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     std::array<int, 2> ends{};
     // Not for the programs that this one starts: the child waits for the last copy to be closed.
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {

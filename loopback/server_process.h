@@ -15,6 +15,8 @@ public:
     /// Tells the parent where the servers listen, and returns when they are no longer needed.
     using Ready = std::function<void(const std::vector<std::string>& addresses)>;
 
+    /// Requests of this process go to loopback without the proxy that its environment may name, and
+    /// a client that is gone does not end it: the environment's "no_proxy" and the signal SIGPIPE.
     /// Forks, so construct it before this process has threads. `serve` runs in the child, with as
     /// many descriptors as it may have: it constructs the servers, calls `Ready` and returns.
     explicit ServerProcess(const std::function<void(const Ready&)>& serve);

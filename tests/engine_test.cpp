@@ -68,12 +68,6 @@ TEST_F(LifecycleDeathTest, ProgrammingFaultsStopTheProcess) {
     EXPECT_DEATH(second(), "zel_http/src/Engine/lifecycle.cpp:.*Assertion `!currentEngine' failed");
     engine.reset();
     EXPECT_DEATH(Engine::getEngine(), "Assertion `currentEngine' failed");
-    const auto thrown = [&] {
-        startEngine();
-        engine->queueRequest([] { throw std::runtime_error("host's own fault"); });
-        settle();
-    };
-    EXPECT_DEATH(thrown(), "CurlEngine.*host's own fault");
 }
 
 TEST_F(Lifecycle, WithoutAnEngineARequestDoesNothing) {
@@ -83,13 +77,9 @@ TEST_F(Lifecycle, WithoutAnEngineARequestDoesNothing) {
     request->tryToCancelRequest();
     request->pauseRequest();
     request->resumeRequest();
-    HostRequest unowned(Get("http://127.0.0.1:1/"));
-    EXPECT_EQ(unowned.getResponseCode(), 4294967295U);
     startEngine();
-    EXPECT_EQ(Engine::getEngine(), engine.get());
+    HostRequest unowned(Get("http://127.0.0.1:1/"));
     EXPECT_THROW(unowned.runRequest(), std::bad_weak_ptr);
-    EXPECT_THROW(unowned.tryToCancelRequest(), std::bad_weak_ptr);
-    engine->tryToCancelRequest(nullptr);
     EXPECT_EQ(request->outcomes, 0);
 }
 
@@ -146,15 +136,11 @@ TEST_F(Control, CancelledRequestsHearNothing) {
 TEST_F(Control, AnUploadPausedBeforeItsStartWaitsWithItsBody) {
     for (const bool pauses_first : {true, false}) {
         Flag others_done;
-        Flag counted;
-        std::size_t sent_meanwhile = 0;
+        std::atomic<std::size_t> sent_meanwhile{1};
         const ScriptedServer server([&](Socket& socket) {
             const std::string request = readRequest(socket);
             others_done.await("the other requests");
             sent_meanwhile = request.size() - request.find("\r\n\r\n") - 4 + socket.available();
-            counted.set();
-            std::string body(1000, 0);
-            boost::asio::read(socket, boost::asio::buffer(body));
             write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
         });
         const auto upload = hostRequest(Get(server.url()).sends(Method::PUT, bodyOf(1000)));
@@ -165,7 +151,7 @@ TEST_F(Control, AnUploadPausedBeforeItsStartWaitsWithItsBody) {
         });
         for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
         others_done.set();
-        counted.await("the server");
+        waitFor("the server", [&] { return sent_meanwhile != 1; });
         EXPECT_EQ(sent_meanwhile, 0U);
         upload->resumeRequest();
         EXPECT_EQ(upload->outcome(), "200 end");

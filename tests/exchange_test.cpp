@@ -114,7 +114,7 @@ TEST_F(Exchange, RequestsOnTheWire) {
     }
 }
 
-/// What is reserved on a server's word: nothing of a redirect's, and 16 MiB at most.
+/// Of the length that a redirect declares nothing is reserved.
 TEST_F(Exchange, DeclaredLengthsReserveLittle) {
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const std::string page(1000000, 'p');

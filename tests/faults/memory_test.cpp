@@ -6,7 +6,6 @@
 #include <csignal>
 #include <iostream>
 #include <sstream>
-#include <thread>
 
 #include "loopback/tls_servers.h"
 #include "support/engine_test.h"
@@ -50,19 +49,6 @@ void* realloc(void* memory, std::size_t size) noexcept {
 
 namespace test {
 
-/// Serves a request with all that came, as the origin or as a proxy and the origin behind it; not
-/// one after the other, since a transfer that failed may leave its connection open.
-void mirror(Socket& accepted) {
-    std::thread([socket = std::move(accepted)]() mutable {
-        std::string request = readRequest(socket);
-        if (request.rfind("CONNECT", 0) == 0) {
-            write(socket, "HTTP/1.1 200 OK\r\n\r\n");
-            request += readRequest(socket);
-        }
-        write(socket, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n" + request);
-    }).detach();
-}
-
 /// All that a caller learns.
 std::string allOf(const zel::http::ResponseData& data) {
     std::ostringstream text;
@@ -84,17 +70,12 @@ protected:
         settle();  // what follows an outcome counts too
         return outcome;
     }
-    /// With the proxy for a host that does not bypass it, and without log lines, which allocate.
-    void start() {
-        startEngine(atOnce, &none);
-        engine->setProxyConfig(proxy, "device", "secret");
-    }
     /// Ends the process: with status 0 when no allocation was left to fail, 1 when all is as it
     /// must be (the exact answer or an error, and the exact answer to the next request), else 2.
     [[noreturn]] void lose(long nth, const RequestConfig& request, const std::string& right) {
         alarm(10);
         mallopt(M_PERTURB, 0xa5);  // what is used before it is written, or once it is freed, shows
-        start();
+        startEngine(atOnce, &none);
         const std::string first = outcomeWithout(nth, request);
         const bool failed = allocations_left.exchange(0) == 0;
         const std::string next = outcomeWithout(0, request);
@@ -110,7 +91,7 @@ protected:
 #else
         constexpr long each_up_to = 180, one_of = 211;
 #endif
-        start();
+        startEngine(atOnce, &none);
         const std::string right = outcomeWithout(0, request);
         ASSERT_NE(right.find(mark), std::string::npos) << right;
         engine.reset();
@@ -127,20 +108,17 @@ protected:
         }
     }
 
-    RecordingLogger none{-1};
-    std::string proxy;
+    RecordingLogger none{-1};  // log lines allocate
 };
 
 TEST_F(Memory, RunsOutAtEachAllocationOfARequest) {
     engine.reset();
     const ServerProcess process([](const ServerProcess::Ready& ready) {
         const TlsServers tls;
-        const ScriptedServer mirroring(mirror);
         ready({tls.elsewhere().url("/mirror"), tls.mutual().url("/mirror"),
-               tls.certificates().file(""), mirroring.authority()});
+               tls.certificates().file("")});
     });
     const auto& servers = process.addresses();
-    proxy = "http://" + servers[3];
     testing::FLAGS_gtest_death_test_style = "fast";  // no thread is left that a fork would miss
     const auto own = [&](const std::string& url) {
         return Get(url)
@@ -153,24 +131,9 @@ TEST_F(Memory, RunsOutAtEachAllocationOfARequest) {
     loseEach(own(origin("/redirect/mirror")).sends(Method::POST, body), "GET /mirror");
     loseEach(own(origin("/private")).sends(Method::PUT, body).login("device", "secret:word"),
              "welcome");
-    // Is served by the same where no proxy is asked.
-    loseEach(own("http://0.0.0.0" + servers[3].substr(9) + "/mirror"), "CONNECT 0.0.0.0");
     loseEach(own(servers[0]), "error: <Protocol");  // the name of another
     loseEach(own(servers[1]).identity(servers[2] + "client.pem", servers[2] + "client.key"),
              "GET /mirror");
-}
-
-TEST_F(Memory, RunsOutInACancel) {
-    for (long nth = 1; nth <= 8; ++nth) {
-        int outcomes = 0;
-        const auto count = [&](const auto&) { ++outcomes; };
-        auto handle = client->start_request(Get(origin("/silence")).within(50), {}, count, count);
-        failAllocation(nth);
-        handle.cancel();
-        failAllocation(0);
-        outcomeOf(Get(origin("/silence")).within(100));
-        EXPECT_EQ(outcomes, 0) << nth;
-    }
 }
 
 }  // namespace test

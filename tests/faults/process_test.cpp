@@ -1,11 +1,12 @@
-// Descriptors that run out, that are too many for `select`, and that somebody else closes.
+// Descriptors that run out, that are too many for `select`, and one that somebody else closes.
 
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 #include "support/engine_test.h"
 
@@ -73,13 +74,10 @@ private:
     std::vector<int> low_;
 };
 
-TEST_F(Process, HasNoDescriptorLeft) {
-    const DescriptorLimit none(3);
-    expectOutcome(outcomeOf(origin("/hello")),
-                  "<Failed to establish connection> Couldn't connect to server");
-}
-
 TEST_F(Process, Has1024DescriptorsFor2000Requests) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer needs a descriptor to look at an object's type";
+#endif
     const DescriptorLimit usual(FD_SETSIZE);
     expectOutcome(crowdOutcome(origin("/hello")), "some answered, the others refused");
 }
@@ -111,18 +109,6 @@ protected:
         Process::SetUp();
         if (GetParam()) restartWithPoll();
     }
-    /// Closes the lowest descriptor that is `wanted` between two waits: nothing wakes one that is
-    /// under way.
-    void closeBehind(const std::function<bool(int)>& wanted) {
-        Flag closed;
-        engine->queueRequest([&] {
-            int descriptor = 3;
-            while (!wanted(descriptor)) ++descriptor;
-            close(descriptor);
-            closed.set();
-        });
-        closed.await("the engine thread");
-    }
 };
 INSTANTIATE_TEST_SUITE_P(Loop, Wait, testing::Bool(),
                          [](const auto& row) { return row.param ? "Poll" : "Select"; });
@@ -133,35 +119,19 @@ TEST_P(Wait, MakesNoPassesWithoutWork) {
     EXPECT_LT(passes() - before, 30U);
 }
 
-TEST_P(Wait, OutlivesItsSocket) {
-    Flag arrived;
-    const ScriptedServer server([&](Socket& socket) {
-        readRequest(socket);
-        arrived.set();
-        waitForClose(socket);
-    });
-    const auto request = hostRequest(Get(server.url()).within(1000));
-    request->runRequest();
-    arrived.await("the request");
-    const std::size_t before = passes();
-    closeBehind([&](int descriptor) {
-        sockaddr_in peer{};
-        socklen_t length = sizeof peer;
-        return getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
-               "127.0.0.1:" + std::to_string(ntohs(peer.sin_port)) == server.authority();
-    });
-    expectOutcome(request->outcome(), "0 <Protocol failure> Failed sending data to the peer");
-    EXPECT_LT(passes() - before, 300U);
-}
-
 /// Nothing can wake it any more, so it looks at its queue now and then, and can be destroyed.
 TEST_P(Wait, OutlivesWhatWakesIt) {
-    closeBehind([](int descriptor) {
-        char target[50] = "";
-        const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
-        return readlink(link.c_str(), target, sizeof target - 1) > 0 &&
-               std::string(target) == "anon_inode:[eventfd]";
+    Flag closed;
+    engine->queueRequest([&] {  // between two waits: nothing wakes one that is under way
+        for (int descriptor = 3; !closed.isSet(); ++descriptor) {
+            const std::filesystem::path link = "/proc/self/fd/" + std::to_string(descriptor);
+            std::error_code none;
+            if (read_symlink(link, none) != "anon_inode:[eventfd]") continue;
+            close(descriptor);
+            closed.set();
+        }
     });
+    closed.await("the engine thread");
     const auto begun = std::chrono::steady_clock::now();
     const std::size_t before = passes();
     waitFor("passes", [&] { return passes() > before + 10; });

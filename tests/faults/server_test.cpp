@@ -5,14 +5,13 @@
 #include <netdb.h>
 #include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
+#include <atomic>
 
-#include "support/real_servers.h"
+#include "support/engine_test.h"
 
 namespace {
 
-/// Look-ups of "hangs.test" return once this is false, without a result.
+/// Look-ups of "hangs.test" return once this is false.
 std::atomic<bool> hanging{false};
 std::atomic<int> hung{0};
 
@@ -28,7 +27,7 @@ extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo
     }
     ++hung;
     loopback::waitFor("the end of the look-up", [] { return !hanging; });
-    return EAI_AGAIN;
+    return next("127.0.0.1", service, hints, result);
 }
 
 namespace test {
@@ -77,9 +76,12 @@ class Server : public EngineTest, public testing::WithParamInterface<Row> {};
 TEST_P(Server, HasOneOutcome) {
     const auto& [name, script, outcome] = GetParam();
     const ScriptedServer server(script);
-    const bool tls = outcome == broken_tls || std::string(name).rfind("TLS", 0) == 0;
-    const Get request((tls ? "https://" : "http://") + server.authority() + "/");
+    const bool proxy = std::string(name).rfind("proxy", 0) == 0;
+    if (proxy) engine->setProxyConfig(server.url(), "", "");
+    const std::string at = proxy ? "device.example" : server.authority();
+    const auto request = Get((outcome == broken_tls ? "https://" : "http://") + at);
     expectOutcome(outcomeOf(Get(request).within(outcome == timed_out ? 300 : 0)), outcome);
+    engine->setProxyConfig("", "", "");
 }
 
 const Row faults[] = {
@@ -95,6 +97,9 @@ const Row faults[] = {
     {"silent in the TLS handshake", stall, timed_out},
     {"TLS asked of HTTP", [](Socket& socket) { write(socket, ok); }, broken_tls},
     {"answers byte by byte", byteByByte, "200 hello"},
+    {"proxy closes behind CONNECT", says(""), reset_text},
+    {"proxy closes before the answer", tunnel(""), nothing},
+    {"proxy closes in the body", tunnel(half_body), partial},
 };
 INSTANTIATE_TEST_SUITE_P(Faulty, Server, testing::ValuesIn(faults), nameOf<Row>);
 
@@ -123,26 +128,14 @@ const Row answers[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Odd, Server, testing::ValuesIn(answers), nameOf<Row>);
 
-class Proxy : public EngineTest, public testing::WithParamInterface<Row> {};
-
-TEST_P(Proxy, HasOneOutcome) {
-    const ScriptedServer proxy(GetParam().script);
-    engine->setProxyConfig(proxy.url(), "", "");
-    expectOutcome(outcomeOf("http://device.example/"), GetParam().outcome);
-    engine->setProxyConfig("", "", "");
-}
-
-const Row proxies[] = {{"closes behind CONNECT", says(""), reset_text},
-                       {"closes before the answer", tunnel(""), nothing},
-                       {"closes in the body", tunnel(half_body), partial}};
-INSTANTIATE_TEST_SUITE_P(Faulty, Proxy, testing::ValuesIn(proxies), nameOf<Row>);
-
 using FaultyServer = EngineTest;
 
 TEST_F(FaultyServer, IsResetWhileItIsSent8MB) {
-    const ScriptedServer server(says("", reset));
-    const auto request = Get(server.url()).sends(Method::PUT, std::string(8000000, 'u'));
-    expectOutcome(outcomeOf(request).substr(0, protocol.size()), protocol);
+    for (const std::string answer : {"", "HTTP/1.1 413 Early\r\nContent-Length: 9\r\n\r\nhalf"}) {
+        const ScriptedServer server(says(answer, reset));
+        const auto request = Get(server.url()).sends(Method::PUT, std::string(8000000, 'u'));
+        expectOutcome(outcomeOf(request).substr(0, protocol.size()), protocol);
+    }
 }
 
 TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
@@ -153,48 +146,33 @@ TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
     }
 }
 
-using Nginx = RealServersTest;
-
-TEST_F(Nginx, IsKilledInABodyOverHttp2) {
-    std::ofstream(file("large")) << std::string(1000000, 'l');
-    const auto request = hostRequest(Get(url("local", "/slow/large")).trusting(file("root.pem")));
-    request->runRequest();
-    waitFor("the body", [&] { return request->received > 0; });
-    const std::string workers = "pkill -KILL -P " + std::to_string(nginx.process());
-    ASSERT_EQ(kill(nginx.process(), SIGSTOP), 0);  // so that it does not replace them
-    ASSERT_EQ(std::system(workers.c_str()), 0);
-    ASSERT_EQ(kill(nginx.process(), SIGCONT), 0);
-    expectOutcome(request->outcome(), "200 " + partial);
-}
-
-class LookUp : public EngineTest {
-protected:
-    /// Others go on while the request waits for the name.
-    std::shared_ptr<HostRequest> start(int limit) {
+/// Others go on while a request waits for its name, until its limit, a cancel, or the engine's end.
+TEST_F(FaultyServer, HasANameWhoseLookUpHangs) {
+    for (const std::string end : {"limit", "cancel", "engine"}) {
         hanging = true;
         hung = 0;
-        const auto request = hostRequest(Get("http://hangs.test/").within(limit));
+        const auto request =
+            hostRequest(Get("http://hangs.test/").within(end == "limit" ? 500 : 0));
         request->runRequest();
         waitFor("the look-up", [&] { return hung > 0; });
         EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
-        return request;
-    }
-    void TearDown() override {
-        hanging = false;
-        EngineTest::TearDown();
-    }
-};
-
-TEST_F(LookUp, ThatHangsEndsAtTheLimit) { expectOutcome(start(500)->outcome(), "0 " + timed_out); }
-
-TEST_F(LookUp, ThatHangsEndsByACancelOrWithTheEngine) {
-    for (const bool cancel : {true, false}) {
-        const auto request = start(0);
-        if (cancel) request->tryToCancelRequest();
-        if (!cancel) engine.reset();
+        if (end == "limit") expectOutcome(request->outcome(), "0 " + timed_out);
+        if (end == "cancel") request->tryToCancelRequest();
+        if (end == "engine") engine.reset();
         waitFor("the end", [&] { return request.use_count() == 1; });
-        EXPECT_EQ(request->outcomes, 0);
+        EXPECT_EQ(request->outcomes, end == "limit" ? 1 : 0);
+        hanging = false;
     }
+}
+
+/// A device's server may move: each new connection looks its name up.
+TEST_F(FaultyServer, HasANameThatIsLookedUpEachTime) {
+    hung = 0;
+    auto named = Get("http://hangs.test" + origin("/hello").substr(16));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(outcomeOf(named.set(&RequestConfig::reset_state, true)), "200 hello");
+    }
+    EXPECT_EQ(hung, 2);
 }
 
 }  // namespace test

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <boost/asio/steady_timer.hpp>
-#include <csignal>
 #include <iostream>
 #include <list>
 #include <map>
@@ -335,8 +334,6 @@ int main(int argc, char** argv) {
         setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1);
         execv("/proc/self/exe", argv);
     }
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    setenv("no_proxy", "*", 1);
     const loopback::ServerProcess servers(serve);
     const auto& at = servers.addresses();
     std::cout << fmt::format("mixed load for {} minutes, seed {}\n", minutes, seed) << std::flush;

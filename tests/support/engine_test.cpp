@@ -1,7 +1,5 @@
 #include "support/engine_test.h"
 
-#include <csignal>
-#include <cstdlib>
 #include <sstream>
 
 namespace test {
@@ -140,9 +138,6 @@ void EngineTest::whileEngineIsHeld(const std::function<void()>& work) {
 /// The origin's process is made first: it is a fork, and tests have threads.
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    // Proxies of the environment have no way to servers on loopback.
-    setenv("no_proxy", "*", 1);
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // clients of the servers here may be gone
     const loopback::ServerProcess servers([](const loopback::ServerProcess::Ready& ready) {
         const test::Origin served;
         ready({served.url("")});
