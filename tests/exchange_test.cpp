@@ -114,26 +114,6 @@ TEST_F(Exchange, RequestsOnTheWire) {
     }
 }
 
-/// Of the length that a redirect declares nothing is reserved.
-TEST_F(Exchange, DeclaredLengthsReserveLittle) {
-    const std::string ok = "HTTP/1.1 200 OK\r\n";
-    const std::string page(1000000, 'p');
-    const ScriptedServer server([&](Socket& socket) {
-        const std::string request = readRequest(socket);
-        const bool second = request.find("/end") != std::string::npos;
-        write(socket, second ? ok + "\r\n" + std::string(100, 'e')
-                             : "HTTP/1.1 302 Found\r\nLocation: /end\r\n"
-                               "Content-Length: 1000000\r\n\r\n" +
-                                   page);
-    });
-    std::size_t reserved = 0;
-    const auto failed = [](auto, const auto& error) { ADD_FAILURE() << textOf(error); };
-    const auto keep = [&](auto, const auto& data) { reserved = data.body.capacity(); };
-    client->start_request(Get(server.url()), {}, keep, failed);
-    runUntil("the response", [&] { return reserved != 0; });
-    EXPECT_LT(reserved, page.size());
-}
-
 /// A server that answers before it has read the body leaves a connection that waits for it.
 TEST_F(Exchange, AnAnswerBeforeTheBodyLeavesNoConnectionBehind) {
     for (const std::string answer : {"413 ", "200 "}) {

@@ -101,15 +101,11 @@ TEST(Programs, Downloads) {
     std::ofstream(file) << "before";
     fs::permissions(file, fs::perms::owner_all);
     fs::create_symlink("file", folder + "/link");
-    const std::string to_link = tool + "-o " + folder + "/link ";
-    run(to_link + origin("/status/404"));
+    run(tool + "-o " + folder + "/link " + origin("/status/404"));
     EXPECT_EQ(read("file"), "before");
-    run(to_link + origin("/hello"));
+    run(tool + "-o " + folder + "/link " + origin("/hello"));
     EXPECT_EQ(read("file"), "hello\n");
     EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_all);
-    fs::create_hard_link(file, folder + "/second");
-    run(to_link + origin("/bytes/5"));
-    EXPECT_EQ(read("second"), bodyOf(5));
     fs::remove_all(folder);
 }
 

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <future>
 #include <iostream>
-#include <sstream>
 
+#include "bench/process_usage.h"
 #include "loopback/descriptor_limit.h"
 #include "loopback/event.h"
 #include "loopback/recording_logger.h"
@@ -29,37 +29,6 @@ std::vector<void*> attached;
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
     attached.push_back(easy);
     return curl_multi_add_handle(multi, easy);
-}
-
-/// The sum of a field of /proc/self/smaps, in KiB.
-long mapped(const std::string& field) {
-    // An emulator tells its program the program's own addresses in `maps`; `smaps` has the
-    // kernel's, and its own mappings beside the program's.
-    const auto first = [](const char* list) {
-        std::ifstream mappings(list);
-        for (std::string line; std::getline(mappings, line);) {
-            if (line.find("/libzel_http.so") == std::string::npos) continue;
-            return std::stoull(line, nullptr, 16);
-        }
-        return 0ULL;
-    };
-    const auto offset = first("/proc/self/smaps") - first("/proc/self/maps");
-    long sum = 0;
-    bool own = false;
-    std::ifstream mappings("/proc/self/smaps");
-    for (std::string line; std::getline(mappings, line);) {
-        std::istringstream words(line);
-        std::string name;
-        long kib = 0;
-        words >> name >> kib;
-        if (name.back() != ':') {
-            own = std::stoull(name, nullptr, 16) - offset <=
-                  std::numeric_limits<std::uintptr_t>::max();
-        } else if (own && name == field + ":") {
-            sum += kib;
-        }
-    }
-    return sum;
 }
 
 /// An engine and a client, as an application has them.
@@ -98,13 +67,13 @@ private:
 void show(const std::string& what, long kib) { std::cout << what << '\t' << kib << " KiB\n"; }
 
 void measureIdle() {
-    const long resident = mapped("Rss");
-    const long own = mapped("Anonymous");
+    const long resident = bench::memoryKib("VmRSS");
+    const long own = bench::memoryKib("RssAnon");
     const Host host("");
     show("resident before the engine", resident);
-    show("resident with an idle engine", mapped("Rss"));
+    show("resident with an idle engine", bench::memoryKib("VmRSS"));
     show("of it private before", own);
-    show("of it private with an idle engine", mapped("Anonymous"));
+    show("of it private with an idle engine", bench::memoryKib("RssAnon"));
 }
 
 void measureWaiting(const std::string& origin, const std::string& authorities) {
@@ -112,9 +81,9 @@ void measureWaiting(const std::string& origin, const std::string& authorities) {
     const std::string scheme = origin.substr(0, origin.find(':'));
     Host host(authorities);
     host.onEngine([] { return 0; });
-    const long idle = mapped("Anonymous");
+    const long idle = bench::memoryKib("RssAnon");
     host.perform(origin + "/hello");
-    const long before = mapped("Anonymous");
+    const long before = bench::memoryKib("RssAnon");
     show("private, the first " + scheme + " request", before - idle);
     host.onEngine([] { return attached.clear(), 0; });
     for (long i = 0; i < waiting; ++i) host.start(origin + "/silence");
@@ -128,7 +97,7 @@ void measureWaiting(const std::string& origin, const std::string& authorities) {
             [&] { return std::count_if(attached.begin(), attached.end(), sent) == waiting; });
     });
     show(fmt::format("private, each of {} {} requests that wait", waiting, scheme),
-         (mapped("Anonymous") - before) / waiting);
+         (bench::memoryKib("RssAnon") - before) / waiting);
 }
 
 /// Paints the free part of the engine thread's stack, and looks later how much of it is left.

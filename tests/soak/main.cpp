@@ -76,36 +76,29 @@ Work anyWork(const Targets& to, std::minstd_rand& random) {
     const std::string form = std::vector{"", "?chunked", "?close"}[size % 3];
     const Method method = std::vector{Method::POST, Method::PUT, Method::PATCH}[random() % 3];
     const auto get = [&](const std::string& url) { return Get(url).trusting(to.authorities); };
-    const auto upload = [&](const std::string& target) {
-        return get(origin + target).sends(method, bodyOf(size));
-    };
-    switch (random() % 16) {
-        case 0:
-            return {get(to.broken), "<Protocol failure>"};
-        case 1:
-            return {get(to.closed), "<Failed to establish connection>"};
-        case 2:
-            return {get("http://h:99999/"), "<Invalid URL>"};
-        case 3:
-            return {Get(to.tls_origin + "/hello"), "<Protocol failure>"};
-        case 4:
-            return {get(fmt::format("{}/redirect/{}", origin, 1 + size % 5)), "200 0 bytes"};
-        case 5:
-            return {get(origin + "/silence").within(1 + static_cast<int>(size % 60)),
-                    "<Operation timed out>"};
-        case 6:
-            return {get(origin + "/bytes/50000" + form).atMost(49999), "<Protocol failure>"};
-        case 7:
-            return {get(origin + "/silence"), ""};
-        case 8:
-            return {upload("/redirect/1?status=307").login("device", "secret:word"), bytes};
-        case 9:
-        case 10:
-        case 11:
-            return {upload("/echo"), bytes};
-        default:
-            return {get(fmt::format("{}/bytes/{}{}", origin, size, form)), bytes};
-    }
+    const int limit = 1 + static_cast<int>(size % 60);
+    const Work download{get(fmt::format("{}/bytes/{}{}", origin, size, form)), bytes};
+    const Work upload{get(origin + "/echo").sends(method, ""), bytes};
+    const Work all[] = {
+        {get(to.broken), "<Protocol failure>"},
+        {get(to.closed), "<Failed to establish connection>"},
+        {get("http://h:99999/"), "<Invalid URL>"},
+        {Get(to.tls_origin + "/hello"), "<Protocol failure>"},
+        {get(fmt::format("{}/redirect/{}", origin, 1 + size % 5)), "200 0 bytes"},
+        {get(origin + "/silence").within(limit), "<Operation timed out>"},
+        {get(origin + "/bytes/50000" + form).atMost(49999), "<Protocol failure>"},
+        {get(origin + "/silence"), ""},
+        {get(origin + "/redirect/1?status=307").sends(method, "").login("me", "secret"), bytes},
+        upload,
+        upload,
+        upload,
+        download,
+        download,
+        download,
+        download};
+    Work work = all[random() % std::size(all)];
+    if (work.config.method != Method::GET) work.config.body = bodyOf(size);
+    return work;
 }
 
 /// Keeps the body as it comes, on the engine thread, where it reports its outcome too.
