@@ -1,7 +1,6 @@
 // The engine from a host's side: its queue, its life, and the control of transfers.
 
 #include <fcntl.h>
-#include <netinet/in.h>
 
 #include <filesystem>
 #include <fstream>
@@ -88,13 +87,13 @@ TEST_F(Lifecycle, DescriptorsAreNotInherited) {
     EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
     int own = 0;
     for (int descriptor = 3; descriptor < 100; ++descriptor) {
-        sockaddr_in peer{};
+        sockaddr peer{};
         socklen_t length = sizeof peer;
-        getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &length);
+        getpeername(descriptor, &peer, &length);
         std::error_code none;
         const std::filesystem::path link = "/proc/self/fd/" + std::to_string(descriptor);
         const bool wakeup = read_symlink(link, none) == "anon_inode:[eventfd]";
-        if (!wakeup && peer.sin_family != AF_INET) continue;
+        if (!wakeup && peer.sa_family != AF_INET) continue;
         ++own;
         EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << wakeup;
     }

@@ -19,7 +19,6 @@ std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
 std::atomic<bool> throws{false};
-std::atomic<int> performs_a_pass{1};
 std::atomic<std::size_t> performs{0};
 std::atomic<std::size_t> blocks_of_pass{0};
 std::size_t most_blocks = 0;
@@ -51,14 +50,10 @@ CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
 }
 
 CURLMcode engine_curl_multi_perform(void* multi, int* running) {
-    CURLMcode result = CURLM_OK;
-    for (int i = 0; i < performs_a_pass; ++i) {
-        if (i != 0) curl_multi_poll(multi, nullptr, 0, 10, nullptr);
-        blocks_of_pass = 0;
-        result = curl_multi_perform(multi, running);
-        most_blocks = std::max(most_blocks, blocks_of_pass.load());
-        ++performs;
-    }
+    blocks_of_pass = 0;
+    const CURLMcode result = curl_multi_perform(multi, running);
+    most_blocks = std::max(most_blocks, blocks_of_pass.load());
+    ++performs;
     return result;
 }
 
@@ -100,26 +95,6 @@ TEST_F(Hooks, OneTransferLeavesRoomInAPassForOthers) {
     EXPECT_EQ(request->body, std::string(chunks, 'x'));
     settle();
     EXPECT_LE(most_blocks, 512U);
-}
-
-/// A pause that was asked for too early meets a body that is there already: it is kept back, and
-/// when the request refuses it on the resume, libcurl reports a success that is none.
-TEST_F(Hooks, ALatePauseHoldsTheBodyAndAFailedResumeIsNoSuccess) {
-    for (const char* outcome :
-         {"200 end", "200 <Protocol failure> Failed writing received data to disk/application"}) {
-        const auto request = hostRequest(origin("/bytes/2000?close"));
-        if (outcome[4] == '<') request->on_data = [] { throw std::runtime_error("enough"); };
-        performs_a_pass = 30;
-        whileEngineIsHeld([&] {
-            request->runRequest();
-            request->pauseRequest();
-        });
-        performs_a_pass = 1;
-        EXPECT_EQ(request->received + static_cast<std::size_t>(request->outcomes), 0U);
-        request->resumeRequest();
-        EXPECT_EQ(request->outcome(), outcome);
-        EXPECT_EQ(request->received, 2000U);
-    }
 }
 
 TEST_F(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {

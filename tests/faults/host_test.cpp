@@ -1,4 +1,4 @@
-// A host that runs outcomes later, throws, logs to a full disk, destroys the engine at any time,
+// A host that throws, logs to a full disk, destroys the engine at any time,
 // and has texts that must not put on the wire what was not asked for.
 
 #include <new>
@@ -11,30 +11,6 @@ namespace test {
 
 using Host = EngineTest;
 using HostDeathTest = EngineTest;
-
-/// On another thread, backwards, and when the engine is gone.
-TEST_F(Host, RunsOutcomesLater) {
-    std::mutex mutex;
-    std::vector<std::function<void()>> kept;
-    startEngine([&](const auto& closure) {
-        const std::lock_guard lock(mutex);
-        kept.push_back(closure);
-    });
-    std::vector<std::shared_ptr<HostRequest>> requests(50);
-    for (auto& request : requests) {
-        request = hostRequest(origin("/hello"));
-        request->runRequest();
-    }
-    waitFor("all outcomes", [&] {
-        const std::lock_guard lock(mutex);
-        return kept.size() == requests.size();
-    });
-    engine.reset();
-    std::thread([&] {
-        for (; !kept.empty(); kept.pop_back()) kept.back()();
-    }).join();
-    for (const auto& request : requests) EXPECT_EQ(request->outcome(), "200 end");
-}
 
 /// Throws out of one operation.
 class ThrowingRequest : public HostRequest {

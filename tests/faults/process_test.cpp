@@ -6,7 +6,9 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <boost/algorithm/string/join.hpp>
 #include <filesystem>
+#include <set>
 
 #include "support/engine_test.h"
 
@@ -48,25 +50,15 @@ protected:
         takeLowDescriptors();
         startEngine();
     }
-    /// Performs as many requests at once, attached in one pass. "all answered", say.
-    std::string crowdOutcome(const std::string& url) {
-        std::size_t answered = 0;
-        std::size_t refused = 0;
-        std::vector<int> outcomes(crowd, 0);
+    /// The outcomes, each once, of as many requests, attached in one pass.
+    std::string crowdOutcomes(const std::string& url) {
+        std::vector<std::shared_ptr<HostRequest>> requests(crowd);
         whileEngineIsHeld([&] {
-            for (std::size_t i = 0; i < crowd; ++i) {
-                const auto keep = [&, i](auto, const auto& data) {
-                    const std::string text = textOf(data);
-                    ++outcomes[i];
-                    if (text.rfind("200", 0) == 0) ++answered;
-                    if (text.rfind("<Failed to establish connection>", 0) == 0) ++refused;
-                };
-                client->start_request(Get(url), {}, keep, keep);
-            }
+            for (auto& request : requests) (request = hostRequest(url))->runRequest();
         });
-        runUntil("all outcomes", [&] { return answered + refused == crowd; });
-        EXPECT_EQ(outcomes, std::vector<int>(crowd, 1));
-        return refused == 0 ? "all answered" : "some answered, the others refused";
+        std::set<std::string> outcomes;
+        for (const auto& request : requests) outcomes.insert(request->outcome());
+        return boost::algorithm::join(outcomes, ", ");
     }
 
 private:
@@ -79,16 +71,17 @@ TEST_F(Process, Has1024DescriptorsFor2000Requests) {
     GTEST_SKIP() << "the sanitizer needs a descriptor to look at an object's type";
 #endif
     const DescriptorLimit usual(FD_SETSIZE);
-    expectOutcome(crowdOutcome(origin("/hello")), "some answered, the others refused");
+    expectOutcome(crowdOutcomes(origin("/hello")),
+                  "0 <Failed to establish connection> Couldn't connect to server, 200 end");
 }
 
 /// In flight together, which the origin makes sure of; without and with a high one of the engine.
 TEST_F(Process, Has2000RequestsInFlightBeyondSelect) {
     takeLowDescriptors();
-    expectOutcome(crowdOutcome(origin("/together/2000")), "all answered");
+    expectOutcome(crowdOutcomes(origin("/together/2000")), "200 end");
     engine.reset();
     startEngine();
-    expectOutcome(crowdOutcome(origin("/together/2000")), "all answered");
+    expectOutcome(crowdOutcomes(origin("/together/2000")), "200 end");
 }
 
 TEST_F(Process, FailsToWakeTheEngineOnce) {
