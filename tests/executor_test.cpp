@@ -5,12 +5,9 @@
 #include <boost/asio/io_context.hpp>
 #include <functional>
 #include <future>
-#include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <thread>
-#include <utility>
 
 #include "oru/asio_executor.h"
 #include "oru/thread_executor.h"
@@ -28,7 +25,6 @@
 // `destroy` leaves no way for a task to run.
 
 struct AsioLoop {
-    static constexpr bool runs_here = true;
     static constexpr bool nests = false;
     std::unique_ptr<boost::asio::io_context> loop = std::make_unique<boost::asio::io_context>();
     std::optional<oru::asio_executor> executor{*loop};
@@ -41,7 +37,6 @@ struct AsioLoop {
 };
 
 struct PlainThread {
-    static constexpr bool runs_here = false;
     static constexpr bool nests = false;
     std::optional<oru::thread_executor> executor{"tasks"};
     std::promise<void> stopped;
@@ -52,7 +47,6 @@ struct PlainThread {
 
 #ifdef ZEL_HTTP_WITH_GLIB
 struct GlibLoop {
-    static constexpr bool runs_here = true;
     static constexpr bool nests = true;
     const std::unique_ptr<GMainContext, decltype(&g_main_context_unref)> loop{g_main_context_new(),
                                                                               g_main_context_unref};
@@ -71,7 +65,6 @@ struct GlibLoop {
 
 #ifdef ZEL_HTTP_WITH_QT
 struct QtLoop {
-    static constexpr bool runs_here = true;
     static constexpr bool nests = true;
     int arguments = 0;
     QCoreApplication application{arguments, nullptr};
@@ -117,15 +110,15 @@ TYPED_TEST(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost) {
         threads.insert(std::this_thread::get_id());
     };
     std::promise<void> posted;
+    std::promise<void> runs;
     this->post([&] {
         posted.get_future().wait();
         this->post([&] { note('c'); });
         note('a');
     });
     this->post([&] { note('b'); });
-    posted.set_value();
-    std::promise<void> runs;
     this->post([&] { runs.set_value(); });
+    posted.set_value();
     std::thread other([&] {  // wakes the loop
         runs.get_future().wait();
         this->post([&] { this->loop.stop(); });
@@ -134,7 +127,6 @@ TYPED_TEST(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost) {
     other.join();
     EXPECT_EQ(order, "abc");
     EXPECT_EQ(threads.size(), 1U);
-    EXPECT_EQ(threads.count(std::this_thread::get_id()) == 1, TypeParam::runs_here);
 }
 
 /// Posts itself when it runs, so that one is always left.

@@ -99,23 +99,21 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
 }
 
 TEST_F(LogTest, BodiesInChunks) {
-    struct Row {
-        std::size_t length;
-        int level;
-        std::vector<std::pair<std::string, std::size_t>> chunks;  // label and bytes
-    };
-    Row many{300000, 9, {}};
-    for (int i = 1; i <= 32; ++i) many.chunks.emplace_back("[" + std::to_string(i) + "/38]", 8000);
-    for (const Row& row :
-         {Row{0, 8, {{"", 0}}}, Row{8000, 8, {{"", 8000}}},
-          Row{8001, 8, {{"[1/2]", 8000}, {"[2/2]", 1}}},
-          Row{100000, 8, {{"[1/13]", 8000}, {"[2/13]", 8000}, {"[3/13]", 8000}}}, many}) {
+    std::vector<std::pair<std::string, std::size_t>> many;  // label and bytes
+    for (int i = 1; i <= 32; ++i) many.emplace_back("[" + std::to_string(i) + "/38]", 8000);
+    const std::tuple<std::size_t, int, decltype(many)> rows[] = {
+        {0, 8, {{"", 0}}},
+        {8000, 8, {{"", 8000}}},
+        {8001, 8, {{"[1/2]", 8000}, {"[2/2]", 1}}},
+        {100000, 8, {{"[1/13]", 8000}, {"[2/13]", 8000}, {"[3/13]", 8000}}},
+        {300000, 9, many}};
+    for (const auto& [length, level, chunks] : rows) {
         Lines expected;
-        for (const auto& [label, bytes] : row.chunks) {
+        for (const auto& [label, bytes] : chunks) {
             expected.push_back("1:  Body" + label + ": " + std::string(bytes, 'b'));
         }
-        const Get config = post("/hello", std::string(row.length, 'b'));
-        EXPECT_EQ(linesOf(row.level, config, {}, "1:  Body"), expected) << row.length;
+        const Get config = post("/hello", std::string(length, 'b'));
+        EXPECT_EQ(linesOf(level, config, {}, "1:  Body"), expected) << length;
     }
 }
 

@@ -68,8 +68,6 @@ TEST_F(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
                    : seen.substr(place + 21, seen.find("\r\n", place) - place - 21);
     };
     engine->setProxyConfig(proxy.url(), "us:er", "a b");
-    EXPECT_EQ(engine->getProxyUrl() + engine->getProxyUser() + engine->getProxyPassword(),
-              proxy.url() + "us:era b");
     outcomeOf("http://device.invalid/");
     EXPECT_EQ(credentials(), "Basic dXM6ZXI6YSBi");
     const std::string too_long_to_encode(8100000, ' ');
@@ -88,9 +86,6 @@ TEST_F(Proxy, CredentialsAreEncodedAndBelongToTheStoredProxyAlone) {
     EXPECT_EQ(request->runToOutcome().substr(0, 20), "0 <Protocol failure>");
     EXPECT_EQ(logger.lines("Retry with another proxy").size(), 2U);
     EXPECT_EQ(credentials(), "none");
-    request->fallbackProxies = {"http://127.0.0.1:1"};
-    request->runRequest();
-    waitFor("the second outcome", [&] { return request->outcomes == 2; });
     engine->setProxyConfig("", "", "");
 }
 

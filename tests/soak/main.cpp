@@ -167,13 +167,8 @@ private:
         Entry& entry = entries_[key];
         entry.expected = expected;
         ++ledger_.started;
-        const auto way = random_() % 10;
-        if (way == 0 && !expected.empty() && config.max_download_size == -1) {
+        if (random_() % 10 == 0 && !expected.empty() && config.max_download_size == -1) {
             startOwn(key, entry, config);
-        } else if (way < 5) {
-            const auto done = [=](auto, const auto& outcome) { finish(key, textOf(outcome)); };
-            const auto id = client_->start_request(config, {}, done, done);
-            entry.cancel = [=] { client_->cancel_request(id); };
         } else {
             const auto done = [=](const auto& outcome) { finish(key, textOf(outcome)); };
             using Handle = oru::AsyncActionHandle<zel::http::ZelHttpClientTag>;
