@@ -76,13 +76,6 @@ TEST(Records, RenderingIsExactAndHidesSecrets) {
               "read-cookies, write-cookies\n"
               "CA dir     : /ca\nOwn cert   : c.pem\nOwn pkey   : k.pem\n"
               "Verifier   : On\n    w/data : (empty)\nBODY       : 1048576 bytes\n--\n");
-    RequestConfig six(Method::PUT, "http://a/", {}, "b", std::chrono::milliseconds(5), "");
-    EXPECT_EQ(six.timeout.count(), 5);
-    six.tls_verify = six.enable_cookies = false;
-    six.verifier_data = "d";
-    EXPECT_EQ(printed(six),
-              "HTTP: Outgoing => PUT http://a/\nAuthMethod : ANY\nFlags      : \n"
-              "CA file    : (empty)\n    w/data : d\nBODY       : 1 bytes\n--\n");
 }
 
 TEST(Rules, HeaderLines) {

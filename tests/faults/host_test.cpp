@@ -100,16 +100,6 @@ TEST_F(Host, GetsWhatTheLoggerOfAClientThrows) {
     runUntil("the second outcome", [&] { return outcomes == 1; });
 }
 
-/// Every wait ends at once.
-TEST_F(Host, HasAQueueWithoutEnd) {
-    std::function<void()> again = [&, running = engine.get()] { running->queueRequest(again); };
-    engine->queueRequest(again);
-    EXPECT_EQ(outcomeOf(Get(origin("/silence")).within(300)),
-              "<Operation timed out> Timeout was reached");
-    EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
-    engine.reset();
-}
-
 /// With requests wherever they happen to be.
 TEST_F(Host, DestroysTheEngineAThousandTimes) {
     std::minstd_rand random;
@@ -132,7 +122,6 @@ TEST_F(Host, DestroysTheEngineAThousandTimes) {
 
 const std::string line = "\r\nX-Evil: 1";
 const std::string nul("u\0evil", 6);
-const std::string huge(100000, 'h');
 
 struct Text {
     const char* name;
@@ -189,11 +178,9 @@ const Text texts[] = {
     {"NUL in a header", header("X-A", nul), "401 ", 1},
     {"a name that continues a line", header(" X-Evil", "b"), "401 ", 1},
     {"a name that continues it with a tab", header("\tX-Evil", "b"), "401 ", 1},
-    {"a long header", header("X-A", huge), "401 ", 0},
     {"a line in the user", login("u" + line, "secret"), "401 ", 1},
     {"a line in the password", login("u", "secret" + line), "401 ", 1},
     {"NUL in the user", login(nul, "secret"), "401 ", 1},
-    {"a long user", login(huge, "secret"), "200 ", 0},
     {"a line in the path", url(" HTTP/1.1" + line), bad_url, 0},
     {"NUL in the URL", url(nul), bad_url, 0},
     {"a line in the user of the URL", [](Get& config) { config.url.insert(7, "u%0D%0AX-Evil:1@"); },

@@ -1,8 +1,6 @@
 // Descriptors that run out, that are too many for `select`, and one that somebody else closes.
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <sys/eventfd.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -11,21 +9,6 @@
 #include <set>
 
 #include "support/engine_test.h"
-
-namespace {
-
-/// How many of the next wake-ups fail.
-std::atomic<int> failing_wakeups{0};
-
-}  // namespace
-
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
-extern "C" int eventfd_write(int descriptor, eventfd_t value) {
-    static const auto next =
-        reinterpret_cast<decltype(&eventfd_write)>(dlsym(RTLD_NEXT, "eventfd_write"));
-    if (failing_wakeups > 0 && failing_wakeups-- > 0) return -1;
-    return next(descriptor, value);
-}
 
 namespace test {
 
@@ -82,18 +65,6 @@ TEST_F(Process, Has2000RequestsInFlightBeyondSelect) {
     engine.reset();
     startEngine();
     expectOutcome(crowdOutcomes(origin("/together/2000")), "200 end");
-}
-
-TEST_F(Process, FailsToWakeTheEngineOnce) {
-    std::shared_ptr<HostRequest> request;
-    failing_wakeups = 1;
-    while (failing_wakeups > 0) {  // an engine that is not waiting needs no wake-up
-        request = hostRequest(origin("/hello"));
-        request->runRequest();
-        waitFor("the failure", [&] { return failing_wakeups == 0 || request->outcomes > 0; });
-    }
-    EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");  // wakes the engine for both
-    EXPECT_EQ(request->outcome(), "200 end");
 }
 
 class Wait : public Process, public testing::WithParamInterface<bool> {

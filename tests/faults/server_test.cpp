@@ -3,7 +3,6 @@
 
 #include <dlfcn.h>
 #include <netdb.h>
-#include <unistd.h>
 
 #include <atomic>
 
@@ -50,15 +49,6 @@ const std::string broken_tls = protocol + "SSL connect error";
 /// Opens a tunnel, and reads and answers one request in it.
 Script tunnel(const std::string& reply) { return says("HTTP/1.1 200 OK\r\n\r\n", says(reply)); }
 
-void byteByByte(Socket& socket) {
-    readRequest(socket);
-    socket.set_option(boost::asio::ip::tcp::no_delay(true));
-    for (const char byte : ok + "Content-Length: 5\r\nX-Slow: yes\r\n\r\nhello") {
-        write(socket, {byte});
-        usleep(500);
-    }
-}
-
 std::string fields(int count) {
     std::string text;
     for (int i = 0; i < count; ++i) text += "X-" + std::to_string(i) + ": v\r\n";
@@ -96,7 +86,6 @@ const Row faults[] = {
     {"silent in the body", says(half_body, stall), timed_out},
     {"silent in the TLS handshake", stall, timed_out},
     {"TLS asked of HTTP", [](Socket& socket) { write(socket, ok); }, broken_tls},
-    {"answers byte by byte", byteByByte, "200 hello"},
     {"proxy closes behind CONNECT", says(""), reset_text},
     {"proxy closes before the answer", tunnel(""), nothing},
     {"proxy closes in the body", tunnel(half_body), partial},
@@ -135,14 +124,6 @@ TEST_F(FaultyServer, IsResetWhileItIsSent8MB) {
         const ScriptedServer server(says(answer, reset));
         const auto request = Get(server.url()).sends(Method::PUT, std::string(8000000, 'u'));
         expectOutcome(outcomeOf(request).substr(0, protocol.size()), protocol);
-    }
-}
-
-TEST_F(FaultyServer, ClosesAKeptConnectionOverTheNextRequest) {
-    const ScriptedServer server(says(ok + "Content-Length: 5\r\n\r\nfirst", says("")));
-    for (int i = 0; i < 6; ++i) {
-        const Method method = i < 3 ? Method::GET : Method::POST;
-        EXPECT_EQ(outcomeOf(Get(server.url()).sends(method, "once")), "200 first");
     }
 }
 
