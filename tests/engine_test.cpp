@@ -208,7 +208,6 @@ TEST_F(Control, HeaderLinesComeOneByOneAfterAPause) {
 /// Pause and resume act on the transfer with the lower handle, which is now and then the second:
 /// what they held of the first before that goes on.
 TEST_F(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
-    std::vector<std::shared_ptr<HostRequest>> between;
     for (int i = 0; i < 10; ++i) {
         const auto request = hostRequest(origin("/bytes/200000"));
         Flag again;
@@ -218,8 +217,7 @@ TEST_F(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
             request->pauseRequest();
             again.set();
         };
-        between.push_back(hostRequest(origin("/hello")));
-        between.back()->runRequest();
+        hostRequest(origin("/hello"))->runRequest();  // takes a handle in between
         request->runRequest();
         again.await("the first block");
         settle();

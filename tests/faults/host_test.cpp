@@ -75,7 +75,7 @@ TEST_F(HostDeathTest, WhatLeavesTheEngineThreadEndsTheProcessByName) {
     }
     FullDisk full;
     const auto log = [&] {
-        startEngine(atOnce, &full);
+        startEngine(&full);
         waitFor("the end of the process", [] { return false; });
     };
     EXPECT_DEATH(log(), named + "the disk is full");
@@ -105,7 +105,7 @@ TEST_F(Host, DestroysTheEngineAThousandTimes) {
     std::minstd_rand random;
     RecordingLogger none(-1);
     for (int round = 0; round < 1000; ++round) {
-        startEngine(atOnce, &none);
+        startEngine(&none);
         const auto download = hostRequest(origin("/bytes/100000"));
         const auto silent = hostRequest(origin("/silence"));
         for (const auto& request : {download, silent}) {

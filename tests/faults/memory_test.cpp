@@ -75,7 +75,7 @@ protected:
     [[noreturn]] void lose(long nth, const RequestConfig& request, const std::string& right) {
         alarm(10);
         mallopt(M_PERTURB, 0xa5);  // what is used before it is written, or once it is freed, shows
-        startEngine(atOnce, &none);
+        startEngine(&none);
         const std::string first = outcomeWithout(nth, request);
         const bool failed = allocations_left.exchange(0) == 0;
         const std::string next = outcomeWithout(0, request);
@@ -91,7 +91,7 @@ protected:
 #else
         constexpr long each_up_to = 180, one_of = 211;
 #endif
-        startEngine(atOnce, &none);
+        startEngine(&none);
         const std::string right = outcomeWithout(0, request);
         ASSERT_NE(right.find(mark), std::string::npos) << right;
         engine.reset();

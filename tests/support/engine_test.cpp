@@ -78,9 +78,9 @@ void EngineTest::TearDown() {
     for (const auto& line : logger.lines("secret")) ADD_FAILURE() << "logged: " << line;
 }
 
-void EngineTest::startEngine(const Runner& runner, logging::Logger* log) {
+void EngineTest::startEngine(logging::Logger* log) {
     engine.reset();
-    engine = std::make_unique<zel::http::Engine>(runner, log == nullptr ? &logger : log);
+    engine = std::make_unique<zel::http::Engine>(atOnce, log == nullptr ? &logger : log);
 }
 
 std::string EngineTest::outcomeOn(OwnEngine::Step step, HostRequest& request) {

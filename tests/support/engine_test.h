@@ -95,7 +95,6 @@ private:
     const Step step_;
 };
 
-using Runner = std::function<void(const std::function<void()>&)>;
 inline void atOnce(const std::function<void()>& closure) { closure(); }
 
 /// An engine whose outcomes run at once on its thread, and a client on the test's thread. Each test
@@ -107,7 +106,7 @@ protected:
     void TearDown() override;
 
     /// Replaces the engine.
-    void startEngine(const Runner& runner = atOnce, logging::Logger* log = nullptr);
+    void startEngine(logging::Logger* log = nullptr);
     /// The outcome on an engine of the host's own, after which there is a plain one again.
     std::string outcomeOn(OwnEngine::Step step, HostRequest& request);
     /// Performs a request of the client.
