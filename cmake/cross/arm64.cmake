@@ -1,0 +1,6 @@
+set(ZEL_HTTP_DEBIAN_ARCHITECTURE arm64)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(compiler aarch64-linux-gnu-g++)
+set(libraries aarch64-linux-gnu)
+set(emulator qemu-aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

@@ -1,0 +1,6 @@
+set(ZEL_HTTP_DEBIAN_ARCHITECTURE armhf)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(compiler arm-linux-gnueabihf-g++)
+set(libraries arm-linux-gnueabihf)
+set(emulator qemu-arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

@@ -1,0 +1,6 @@
+set(ZEL_HTTP_DEBIAN_ARCHITECTURE i386)
+set(CMAKE_SYSTEM_PROCESSOR i686)
+set(compiler i686-linux-gnu-g++)
+set(libraries i386-linux-gnu)
+set(emulator qemu-i386)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

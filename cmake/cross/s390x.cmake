@@ -1,0 +1,6 @@
+set(ZEL_HTTP_DEBIAN_ARCHITECTURE s390x)
+set(CMAKE_SYSTEM_PROCESSOR s390x)
+set(compiler s390x-linux-gnu-g++)
+set(libraries s390x-linux-gnu)
+set(emulator qemu-s390x)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
