@@ -1,6 +1,7 @@
 #include "support/engine_test.h"
 
 #include <sstream>
+#include <thread>
 
 namespace test {
 namespace {
@@ -61,6 +62,8 @@ std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config) {
 std::shared_ptr<HostRequest> hostRequest(const std::string& url) { return hostRequest(Get(url)); }
 
 void EngineTest::SetUp() {
+    // TSan starts a thread of its own with the first of the process.
+    std::thread([] {}).join();
     before_ = descriptorsAndThreads();
     startEngine();
 }
