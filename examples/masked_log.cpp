@@ -38,14 +38,14 @@ class TokenFreeLogger final : public logging::Logger {
 public:
     explicit TokenFreeLogger(logging::Logger& target) : target_(target) {}
 
-    void critical(fmt::string_view format, fmt::printf_args args) override {
-        target_.critical("%s", fmt::make_printf_args(withoutToken(fmt::vsprintf(format, args))));
+    void critical(std::string_view format, logging::Arguments args) override {
+        target_.critical("%s", logging::arguments(withoutToken(args.format(format))));
     }
-    void error(fmt::string_view format, fmt::printf_args args) override {
-        target_.error("%s", fmt::make_printf_args(withoutToken(fmt::vsprintf(format, args))));
+    void error(std::string_view format, logging::Arguments args) override {
+        target_.error("%s", logging::arguments(withoutToken(args.format(format))));
     }
-    void debug(int level, fmt::string_view format, fmt::printf_args args) override {
-        if (isDebugEnabled(level)) debugStream(level) << fmt::vsprintf(format, args);
+    void debug(int level, std::string_view format, logging::Arguments args) override {
+        if (isDebugEnabled(level)) debugStream(level) << args.format(format);
     }
     bool isDebugEnabled(int level) const override { return target_.isDebugEnabled(level); }
     logging::detail::StreamProxy infoStream() override {

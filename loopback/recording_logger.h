@@ -20,14 +20,14 @@ public:
                              std::size_t most = std::numeric_limits<std::size_t>::max())
         : level_(level), most_(most) {}
 
-    void critical(fmt::string_view format, fmt::printf_args args) override {
-        add("critical: " + fmt::vsprintf(format, args));
+    void critical(std::string_view format, logging::Arguments args) override {
+        add("critical: " + args.format(format));
     }
-    void error(fmt::string_view format, fmt::printf_args args) override {
-        add("error: " + fmt::vsprintf(format, args));
+    void error(std::string_view format, logging::Arguments args) override {
+        add("error: " + args.format(format));
     }
-    void debug(int level, fmt::string_view format, fmt::printf_args args) override {
-        if (isDebugEnabled(level)) add(std::to_string(level) + ": " + fmt::vsprintf(format, args));
+    void debug(int level, std::string_view format, logging::Arguments args) override {
+        if (isDebugEnabled(level)) add(std::to_string(level) + ": " + args.format(format));
     }
     bool isDebugEnabled(int level) const override { return level <= level_; }
     logging::detail::StreamProxy infoStream() override {

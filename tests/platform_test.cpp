@@ -16,7 +16,10 @@
 #include "oru/thread.h"
 #include "uri/uri.h"
 #ifdef ZEL_HTTP_BUNDLED_PLATFORM
+#include <spdlog/sinks/ostream_sink.h>
+
 #include "logging/bundled.h"
+#include "logging/spdlog_sinks.h"
 #endif
 
 using Handle = oru::AsyncActionHandle<struct Tag>;
@@ -132,7 +135,7 @@ TEST(Logger, WritesWholeLinesAndDebugLinesUpToItsLevel) {
     expected += "debug 3|stream 3|";
 #endif
     logger.critical("critical", {});
-    logger.error("error %d of %ld", fmt::make_printf_args(1, 2L));
+    logger.error("error %d of %ld", logging::arguments(1, 2L));
     {
         logging::detail::StreamProxy line = logger.infoStream();
         line << "in" << 'f';
@@ -141,7 +144,7 @@ TEST(Logger, WritesWholeLinesAndDebugLinesUpToItsLevel) {
     }
     logging::detail::StreamProxy([](const std::string&) { throw 1; }) << "lost, not thrown";
     for (const int level : {3, 4}) {
-        logger.debug(level, "debug %d", fmt::make_printf_args(level));
+        logger.debug(level, "debug %d", logging::arguments(level));
         logger.debugStream(level) << "stream " << level;
     }
     std::istringstream lines(testing::internal::GetCapturedStderr());
@@ -150,10 +153,25 @@ TEST(Logger, WritesWholeLinesAndDebugLinesUpToItsLevel) {
         written += line.substr(line.find("HttpClient: ") + 12) + "|";
     }
     EXPECT_EQ(written, expected);
+#ifdef ZEL_HTTP_BUNDLED_PLATFORM
+    std::ostringstream kept;
+    const auto sink = std::make_shared<spdlog::sinks::ostream_sink_mt>(kept);
+    sink->set_pattern("%l %n %v");
+    logging::setSinks({sink});
+    logger.critical("100 %%", {});
+    logger.error("%s", logging::arguments("e"));
+    logger.infoStream() << "i";
+    logger.debug(1, "%d", logging::arguments(2));
+    logging::setReceiver({});
+    logger.error("nowhere", {});
+    EXPECT_EQ(kept.str(),
+              "critical HttpClient 100 %\nerror HttpClient e\n"
+              "info HttpClient i\ndebug HttpClient 2\n");
+#endif
 }
 
 TEST(EventLogDeathTest, DiesWithItsText) {
-    EXPECT_EXIT(eventlog_die("%s: gone %d", fmt::make_printf_args("f", 4)),
+    EXPECT_EXIT(eventlog_die("%s: gone %d", logging::arguments("f", 4)),
                 testing::KilledBySignal(SIGABRT), "f: gone 4\n");
 }
 

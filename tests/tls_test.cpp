@@ -198,28 +198,28 @@ TEST_F(Tls, AnEndWithoutCloseNotifyIsATruncation) {
     boost::asio::ssl::context context(boost::asio::ssl::context::tls_server);
     context.use_certificate_chain_file(file("local.pem"));
     context.use_private_key_file(file("local.key"), boost::asio::ssl::context::pem);
-    std::string answer;
-    bool orderly = false;
-    const ScriptedServer server([&](Socket& socket) {
-        boost::system::error_code ignored;
-        boost::asio::ssl::stream<Socket&> tls(socket, context);
-        std::string request;
-        tls.handshake(boost::asio::ssl::stream_base::server, ignored);
-        boost::asio::read_until(tls, boost::asio::dynamic_buffer(request), "\r\n\r\n", ignored);
-        boost::asio::write(tls, boost::asio::buffer("HTTP/1.1 " + answer), ignored);
-        if (orderly) tls.shutdown(ignored);
-    });
     const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n4\r\nbody\r\n0\r\n\r\n";
-    for (const auto& [text, whole] : {std::pair<std::string, bool>("200 OK\r\n\r\nbody", false),
-                                      {"200 OK\r\n\r\nbody", true},
-                                      {"200 OK\r\nContent-Length: 4\r\n\r\nbody", true},
-                                      {"200 OK\r\n" + chunked, true},
-                                      {"204 No\r\n\r\n", true}}) {
-        orderly = whole && text.size() == 14;
-        answer = text;
+    struct Row {
+        std::string answer;
+        bool orderly, whole;
+    };
+    for (const Row& row : {Row{"200 OK\r\n\r\nbody", false, false},
+                           {"200 OK\r\n\r\nbody", true, true},
+                           {"200 OK\r\nContent-Length: 4\r\n\r\nbody", false, true},
+                           {"200 OK\r\n" + chunked, false, true},
+                           {"204 No\r\n\r\n", false, true}}) {
+        const ScriptedServer server([&](Socket& socket) {
+            boost::system::error_code ignored;
+            boost::asio::ssl::stream<Socket&> tls(socket, context);
+            std::string request;
+            tls.handshake(boost::asio::ssl::stream_base::server, ignored);
+            boost::asio::read_until(tls, boost::asio::dynamic_buffer(request), "\r\n\r\n", ignored);
+            boost::asio::write(tls, boost::asio::buffer("HTTP/1.1 " + row.answer), ignored);
+            if (row.orderly) tls.shutdown(ignored);
+        });
         const auto outcome =
             outcomeOf(Get("https://" + server.authority()).trusting(file("root.pem")));
-        EXPECT_EQ(outcome[0] == '2', whole) << text << outcome;
+        EXPECT_EQ(outcome[0] == '2', row.whole) << row.answer << outcome;
     }
 }
 

@@ -38,7 +38,7 @@ void waitForEngine() {
 
 int main(int argc, char** argv) {
     bench::Load load("zel_http", argc, argv);
-    logging::setSinks({});  // a line for each cancel is made, and goes nowhere
+    logging::setReceiver({});  // a line for each cancel is made, and goes nowhere
     logging::Logger& logger = logging::getLogger("bench");
     zel::http::Engine engine([](const std::function<void()>& closure) { closure(); }, &logger);
     boost::asio::io_context context(1);

@@ -55,9 +55,9 @@ TEST_F(Host, ThrowsAndFailsThatRequestOnly) {
 
 class FullDisk final : public logging::Logger {
 public:
-    void critical(fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
-    void error(fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
-    void debug(int, fmt::string_view /*format*/, fmt::printf_args /*args*/) override { fail(); }
+    void critical(std::string_view /*format*/, logging::Arguments /*args*/) override { fail(); }
+    void error(std::string_view /*format*/, logging::Arguments /*args*/) override { fail(); }
+    void debug(int, std::string_view /*format*/, logging::Arguments /*args*/) override { fail(); }
     bool isDebugEnabled(int /*level*/) const override { return true; }
     logging::detail::StreamProxy infoStream() override { fail(); }
     logging::detail::StreamProxy debugStream(int /*level*/) override { fail(); }

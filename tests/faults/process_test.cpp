@@ -85,8 +85,10 @@ TEST_P(Wait, MakesNoPassesWithoutWork) {
 
 /// Nothing can wake it any more, so it looks at its queue now and then, and can be destroyed.
 TEST_P(Wait, OutlivesWhatWakesIt) {
+    Flag queued;
     Flag closed;
     engine->queueRequest([&] {  // between two waits: nothing wakes one that is under way
+        queued.await("the end of the wake-up");
         for (int descriptor = 3; !closed.isSet(); ++descriptor) {
             const std::filesystem::path link = "/proc/self/fd/" + std::to_string(descriptor);
             std::error_code none;
@@ -95,6 +97,7 @@ TEST_P(Wait, OutlivesWhatWakesIt) {
             closed.set();
         }
     });
+    queued.set();
     closed.await("the engine thread");
     const auto begun = std::chrono::steady_clock::now();
     const std::size_t before = passes();

@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
             return exit->status;
         }
         // Every outcome is printed anyway; the log is for who asks for it.
-        if (command_line.log_level == 0) logging::setSinks({});
+        if (command_line.log_level == 0) logging::setReceiver({});
         logging::setLevel(command_line.log_level);
         return command_line.requests.empty() ? tool::demonstrate() : tool::fetch(command_line);
     } catch (const std::exception& error) {

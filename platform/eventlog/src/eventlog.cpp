@@ -20,11 +20,11 @@ void record(int priority, const char* text) noexcept {
 
 void eventlog(const char* text) noexcept { record(LOG_ERR, text); }
 
-void eventlog_die(fmt::string_view format, fmt::printf_args args) noexcept {
+void eventlog_die(const char* format, logging::Arguments args) noexcept {
     try {
-        record(LOG_CRIT, fmt::vsprintf(format, args).c_str());
+        record(LOG_CRIT, args.format(format).c_str());
     } catch (...) {  // no memory, or arguments that do not fit the format: record it as it is
-        record(LOG_CRIT, format.data());
+        record(LOG_CRIT, format);
     }
     std::abort();
 }

@@ -1,6 +1,7 @@
 #include "logging/bundled.h"
 
 #include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/dist_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 
@@ -12,6 +13,7 @@
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "logging/logger.h"
 
@@ -35,6 +37,36 @@ Sinks terminalSinks() {
     return sinks;
 }
 
+Importance importanceOf(spdlog::level::level_enum level) {
+    switch (level) {
+        case spdlog::level::critical:
+            return Importance::Critical;
+        case spdlog::level::err:
+            return Importance::Error;
+        case spdlog::level::info:
+            return Importance::Info;
+        default:
+            return Importance::Debug;
+    }
+}
+
+std::string textOf(spdlog::string_view_t text) { return {text.data(), text.size()}; }
+
+class ReceiverSink final : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    explicit ReceiverSink(LineReceiver receiver) : receiver_(std::move(receiver)) {}
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        receiver_(importanceOf(message.level), textOf(message.logger_name),
+                  textOf(message.payload));
+    }
+    void flush_() override {}
+
+private:
+    const LineReceiver receiver_;
+};
+
 /// Never destroyed, like the loggers: threads may still log while the process exits.
 const Sinks& sharedSinks() {
     static const auto& sinks = *new Sinks(terminalSinks());
@@ -48,14 +80,14 @@ public:
         target_.flush_on(spdlog::level::trace);
     }
 
-    void critical(fmt::string_view format, fmt::printf_args args) override {
-        target_.critical(fmt::vsprintf(format, args));
+    void critical(std::string_view format, Arguments args) override {
+        target_.critical(args.format(format));
     }
-    void error(fmt::string_view format, fmt::printf_args args) override {
-        target_.error(fmt::vsprintf(format, args));
+    void error(std::string_view format, Arguments args) override {
+        target_.error(args.format(format));
     }
-    void debug(int level, fmt::string_view format, fmt::printf_args args) override {
-        if (isDebugEnabled(level)) target_.debug(fmt::vsprintf(format, args));
+    void debug(int level, std::string_view format, Arguments args) override {
+        if (isDebugEnabled(level)) target_.debug(args.format(format));
     }
     bool isDebugEnabled(int level) const override { return level <= enabledLevel(); }
     detail::StreamProxy infoStream() override {
@@ -83,8 +115,10 @@ Logger& getLogger(const std::string& name) {
 
 void setLevel(int level) { enabledLevel() = std::clamp(level, 0, 9); }
 
-void setSinks(std::vector<spdlog::sink_ptr> replacement) {
-    sharedSinks()->set_sinks(std::move(replacement));
+void setReceiver(LineReceiver receiver) {
+    std::vector<spdlog::sink_ptr> sinks;
+    if (receiver) sinks.push_back(std::make_shared<ReceiverSink>(std::move(receiver)));
+    sharedSinks()->set_sinks(std::move(sinks));
 }
 
 }  // namespace logging

@@ -11,8 +11,8 @@
 
 void eventlog(const char* text) noexcept { std::fputs(text, stderr); }
 
-void eventlog_die(fmt::string_view format, fmt::printf_args args) noexcept {
-    std::fprintf(stderr, "%s\n", fmt::vsprintf(format, args).c_str());
+void eventlog_die(const char* format, logging::Arguments args) noexcept {
+    std::fprintf(stderr, "%s\n", args.format(format).c_str());
     std::abort();
 }
 
@@ -24,13 +24,9 @@ void write(const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str())
 /// Errors and fixed-level lines to stderr; no debug lines at all.
 class StderrLogger final : public Logger {
 public:
-    void critical(fmt::string_view format, fmt::printf_args args) override {
-        write(fmt::vsprintf(format, args));
-    }
-    void error(fmt::string_view format, fmt::printf_args args) override {
-        write(fmt::vsprintf(format, args));
-    }
-    void debug(int, fmt::string_view, fmt::printf_args) override {}
+    void critical(std::string_view format, Arguments args) override { write(args.format(format)); }
+    void error(std::string_view format, Arguments args) override { write(args.format(format)); }
+    void debug(int, std::string_view, Arguments) override {}
     bool isDebugEnabled(int) const override { return false; }
     detail::StreamProxy infoStream() override { return detail::StreamProxy(write); }
     detail::StreamProxy debugStream(int) override { return {}; }

@@ -1,7 +1,7 @@
 #include "oru/thread.h"
 
 #include <cxxabi.h>
-#include <fmt/printf.h>
+
 #include <pthread.h>
 
 #include <csignal>
@@ -92,7 +92,7 @@ private:
 };
 
 [[noreturn]] void die(const std::string& name, const char* what) {
-    eventlog_die("Thread '%s' ended by an exception: %s", fmt::make_printf_args(name, what));
+    eventlog_die("Thread '%s' ended by an exception: %s", logging::arguments(name, what));
 }
 
 void* run(void* argument) {

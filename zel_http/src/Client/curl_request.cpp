@@ -31,9 +31,9 @@ ClientFailure convert_failure(Failure failure) {
             return static_cast<ClientFailure>(failure);  // the same numbers
         case Failure::HttpErrorCode:
             eventlog_die("%s: Invalid Failure -> ClientFailure conversion",
-                         fmt::make_printf_args(function));
+                         logging::arguments(function));
     }
-    eventlog_die("%s: Unexpected switch-case fallthrough", fmt::make_printf_args(function));
+    eventlog_die("%s: Unexpected switch-case fallthrough", logging::arguments(function));
 }
 
 /// Makes the task that delivers an outcome. Its copies share the record: bodies are not copied.

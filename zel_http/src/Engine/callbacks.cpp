@@ -50,7 +50,7 @@ unsigned saturated(Number bytes) {
 void Engine::reportCallbackFailure(const char* name, const char* what) noexcept {
     if (currentEngine == nullptr) return;
     try {
-        currentEngine->logger->error("Engine::%s: %s", fmt::make_printf_args(name, what));
+        currentEngine->logger->error("Engine::%s: %s", logging::arguments(name, what));
     } catch (...) {  // a logger's exception must not pass through libcurl either
     }
 }

@@ -102,7 +102,7 @@ void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
 
 void Engine::retry(std::shared_ptr<Request> request) {
     logger->debug(8, "Engine::%s: Retry with another proxy",
-                  fmt::make_printf_args("processCompletedTasks"));
+                  logging::arguments("processCompletedTasks"));
     const std::string proxy = std::move(request->fallbackProxies.front());
     request->fallbackProxies.pop_front();
     addTask(std::move(request), proxy);
@@ -118,9 +118,9 @@ void Engine::handOver(const ActiveTask& task, CURLcode result, long httpCode) {
 void Engine::runCallbackHandlerInFsmContext(logging::Logger* logger,
                                             std::shared_ptr<Request> request, CURLcode result,
                                             long httpCode, const std::string& reason) {
-    logger->debug(8, "Engine::%s: res=%d, http_code=%ld",
-                  fmt::make_printf_args("runCallbackHandlerInFsmContext", static_cast<int>(result),
-                                        httpCode));
+    logger->debug(
+        8, "Engine::%s: res=%d, http_code=%ld",
+        logging::arguments("runCallbackHandlerInFsmContext", static_cast<int>(result), httpCode));
     const unsigned status = protocol::valid_status(httpCode) ? static_cast<unsigned>(httpCode) : 0;
     request->setResponseCode(status);
     if (result != CURLE_OK) {
@@ -128,12 +128,12 @@ void Engine::runCallbackHandlerInFsmContext(logging::Logger* logger,
         const std::string url = printable(request->config.url);
         const std::string detail = reason.empty() ? reason : ": " + reason;
         logger->error("HTTPClientCurl error (%s): %d '%s'%s",
-                      fmt::make_printf_args(url, static_cast<int>(result), text, detail));
+                      logging::arguments(url, static_cast<int>(result), text, detail));
         request->notifyFailure(failureOf(result), text);
     } else if (protocol::success_status(status)) {
         request->notifyDataEnd();
     } else {
-        logger->debug(1, "zel-http received HTTP status '%d'", fmt::make_printf_args(status));
+        logger->debug(1, "zel-http received HTTP status '%d'", logging::arguments(status));
         const std::string text = "HTTP code=" + std::to_string(status);
         request->notifyFailure(failureOf(status), text.c_str());
     }

@@ -33,7 +33,7 @@ std::optional<CookieLine> parse(const char* line, const char* operation, logging
     auto cookie = splitCookieLine(line);
     if (!cookie) {
         logger.error("%s: curl cookie didn't split into 7 parts, skipping. [%s]",
-                     fmt::make_printf_args(operation, printable(line)));
+                     logging::arguments(operation, printable(line)));
     }
     return cookie;
 }
@@ -49,11 +49,11 @@ std::string Engine::getCurrentXAuthCookieDomainFromRequest(void* curl, const std
     CookieList cookies(nullptr, curl_slist_free_all);
     if (const CURLcode result = fetchCookies(curl, cookies); result != CURLE_OK) {
         logger->error("%s: Fetching curl cookie list failed: '%s'",
-                      fmt::make_printf_args(operation, curl_easy_strerror(result)));
+                      logging::arguments(operation, curl_easy_strerror(result)));
         return {};
     }
     if (!cookies) {
-        logger->debug(8, "%s: curl cookie list empty", fmt::make_printf_args(operation));
+        logger->debug(8, "%s: curl cookie list empty", logging::arguments(operation));
         return {};
     }
     for (const curl_slist* entry = cookies.get(); entry != nullptr; entry = entry->next) {
@@ -69,12 +69,12 @@ void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
     CookieList cookies(nullptr, curl_slist_free_all);
     if (const CURLcode result = fetchCookies(curl, cookies); result != CURLE_OK) {
         logger->error("%s: Fetching curl cookie list failed, unable to clear cookies: '%s'",
-                      fmt::make_printf_args(operation, curl_easy_strerror(result)));
+                      logging::arguments(operation, curl_easy_strerror(result)));
         return;
     }
     if (!cookies) {
         logger->debug(8, "%s: curl cookie list empty, no cookies to clear",
-                      fmt::make_printf_args(operation));
+                      logging::arguments(operation));
         return;
     }
     std::vector<const char*> kept;
@@ -86,9 +86,8 @@ void Engine::deleteCookiesFromRequest(void* curl, const std::string& url) {
             continue;
         }
         const std::string expired = expiredCookieLine(*cookie, std::time(nullptr) - 1);
-        logger->debug(
-            8, "%s: deleting cookie '%s' for domain '%s'",
-            fmt::make_printf_args(operation, (*cookie)[CookieLine::name], cookie->host()));
+        logger->debug(8, "%s: deleting cookie '%s' for domain '%s'",
+                      logging::arguments(operation, (*cookie)[CookieLine::name], cookie->host()));
         setText<CURLOPT_COOKIELIST>(curl, expired.c_str());
         deleted = true;
     }
@@ -105,8 +104,8 @@ void Engine::edgeCookieCheck(const ActiveTask& task) {
     if (!config.xauth_check_domain) return;
     const auto report = [&](const char* format, const std::string& domain,
                             const std::string& other) {
-        logger->error("Set-Cookie for request: '%s'", fmt::make_printf_args(printable(config.url)));
-        logger->error(format, fmt::make_printf_args(domain, other));
+        logger->error("Set-Cookie for request: '%s'", logging::arguments(printable(config.url)));
+        logger->error(format, logging::arguments(domain, other));
     };
     const std::string domain = request.xauthCookieDomain();
     if (config.xauth_expected_domain.find(domain) == std::string::npos) {

@@ -93,7 +93,7 @@ void Engine::flagTermination() {
 void Engine::thread_loop() {
     engineThreadId = oru::this_thread::get_id();
     while (!terminationFlag) runTasks();
-    logger->debug(8, "Engine::%s: Exiting thread loop", fmt::make_printf_args("thread_loop"));
+    logger->debug(8, "Engine::%s: Exiting thread loop", logging::arguments("thread_loop"));
     engineThreadId = 0;
 }
 

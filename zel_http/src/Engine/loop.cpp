@@ -30,7 +30,7 @@ int milliseconds(timeval timeout) {
 }  // namespace
 
 void Engine::trace(const char* operation) {
-    logger->debug(8, "Engine::%s", fmt::make_printf_args(operation));
+    logger->debug(8, "Engine::%s", logging::arguments(operation));
 }
 
 void Engine::checkEngineThread() const {
@@ -136,7 +136,7 @@ bool Engine::waitWithPoll(timeval timeout) {
 }
 
 void Engine::drainWakeup() {
-    logger->debug(8, "Engine::%s: waking up", fmt::make_printf_args("doCurlProcessing"));
+    logger->debug(8, "Engine::%s: waking up", logging::arguments("doCurlProcessing"));
     std::unique_lock lock(queueMutex);
     eventfd_t value = 0;
     const bool read = eventfd_read(wakeupFd, &value) == 0;

@@ -78,32 +78,30 @@ void Engine::addProxyConfig(void* curl, const std::string& proxy) {
     }
     if (used.empty()) return;
     logger->debug(8, "Engine::%s: Using proxy '%s'",
-                  fmt::make_printf_args("addProxyConfig", printable(used)));
+                  logging::arguments("addProxyConfig", printable(used)));
     setText<CURLOPT_PROXY>(curl, used.c_str());
     setLong<CURLOPT_HTTPPROXYTUNNEL>(curl, 1);
     setLong<CURLOPT_PROXYAUTH>(curl, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     setText<CURLOPT_NOPROXY>(curl, bypassed_hosts);
     if (!isUsable(used)) {
         logger->error("Engine::%s: the proxy's URL cannot be used; transfers that need it fail",
-                      fmt::make_printf_args("addProxyConfig"));
+                      logging::arguments("addProxyConfig"));
         setText<CURLOPT_PROXY>(curl, refused_proxy);
     }
 
     if (user.empty()) return;
     if (hasCrLfOrNul(user) || hasCrLfOrNul(password)) {
         logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
-                      fmt::make_printf_args("addProxyConfig"));
+                      logging::arguments("addProxyConfig"));
         return;
     }
     const EscapedText escaped_user = escape(curl, user);
     const EscapedText escaped_password = escape(curl, password);
     if (!escaped_user) {
-        logger->error("%s: Encoding proxy username failed",
-                      fmt::make_printf_args("addProxyConfig"));
+        logger->error("%s: Encoding proxy username failed", logging::arguments("addProxyConfig"));
     }
     if (!escaped_password && !password.empty()) {
-        logger->error("%s: Encoding proxy password failed",
-                      fmt::make_printf_args("addProxyConfig"));
+        logger->error("%s: Encoding proxy password failed", logging::arguments("addProxyConfig"));
     }
     std::string credentials;
     if (escaped_user) {

@@ -197,7 +197,7 @@ void Engine::setCredentials(void* curl, const RequestConfig& config) {
     if (hasCrLfOrNul(config.user) || hasCrLfOrNul(config.password)) {
         // Digest authentication copies the user name into a header line unescaped.
         logger->error("Engine::%s: user or password contains CR, LF or NUL and both are left out",
-                      fmt::make_printf_args("setCredentials"));
+                      logging::arguments("setCredentials"));
         return;
     }
     setText<CURLOPT_USERNAME>(curl, config.user.c_str());
@@ -240,12 +240,12 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
     for (const auto& [name, value] : config.headers) {
         if (hasCrLfOrNul(name) || hasCrLfOrNul(value)) {
             logger->error("Engine::%s: header '%s' contains CR, LF or NUL and is left out",
-                          fmt::make_printf_args("addHeadersToRequest", printable(name)));
+                          logging::arguments("addHeadersToRequest", printable(name)));
             continue;
         }
         if (continuesLine(name)) {
             logger->error("Engine::%s: header '%s' begins with a blank and is left out",
-                          fmt::make_printf_args("addHeadersToRequest", printable(name)));
+                          logging::arguments("addHeadersToRequest", printable(name)));
             continue;
         }
         line.assign(name).append(": ").append(value);
@@ -271,7 +271,7 @@ void Engine::recordXAuthDomain(void* curl, RequestConfig& config) {
     if (config.xauth_required && config.xauth_previous_domain.empty()) {
         const std::string url = printable(config.url);
         logger->critical("Request '%s' is missing required X-Auth cookie on outgoing request",
-                         fmt::make_printf_args(url));
+                         logging::arguments(url));
     }
 }
 

@@ -23,7 +23,7 @@ constexpr char partial_chain_signature[] =
 using PlainVerifier = int (*)(int, X509_STORE_CTX*);
 
 CURLcode refuse(const char* format, const char* signature) {
-    logging::getLogger("HttpClient").error(format, fmt::make_printf_args(signature));
+    logging::getLogger("HttpClient").error(format, logging::arguments(signature));
     return CURLE_BAD_FUNCTION_ARGUMENT;
 }
 
@@ -46,7 +46,7 @@ void Engine::addTlsConfig(void* curl, std::shared_ptr<Request> request) {
     }
     if (hasClientCertificate(config)) {
         logger->debug(8, "Configuring own certificate for mTLS (cert=%s; pkey=%s)",
-                      fmt::make_printf_args(*config.own_cert, *config.own_pkey));
+                      logging::arguments(*config.own_cert, *config.own_pkey));
         setText<CURLOPT_SSLCERT>(curl, config.own_cert->c_str());
         setText<CURLOPT_SSLCERTTYPE>(curl, "PEM");
         setText<CURLOPT_SSLKEY>(curl, config.own_pkey->c_str());

@@ -1,23 +1,28 @@
 #pragma once
 
-#include <memory>
-#include <vector>
+#include <functional>
+#include <string>
 
 #include "oru/export.h"
 
-namespace spdlog::sinks {
-class sink;
-}
-
-/// What the bundled loggers, which write through spdlog, offer beyond `logging::Logger`.
+/// What the bundled loggers offer beyond `logging::Logger`.
 namespace logging {
 
 /// Enables debug lines up to `level`, 1 to 9, for every bundled logger; 0, the default, turns them
 /// off. Any thread.
 ORU_EXPORT void setLevel(int level);
 
-/// Replaces the sinks of all bundled loggers. At first they write to stderr, coloured on a terminal
-/// unless NO_COLOR is in the environment. Any thread.
-ORU_EXPORT void setSinks(std::vector<std::shared_ptr<spdlog::sinks::sink>> sinks);
+/// How important a line is: of `debug`, `infoStream`, `error` and `critical`.
+enum class Importance { Debug, Info, Error, Critical };
+
+/// Receives a complete line of the logger of that name. Runs on the thread that logs, for one line
+/// at a time. A line whose receiver throws is lost.
+using LineReceiver =
+    std::function<void(Importance importance, const std::string& logger, const std::string& line)>;
+
+/// Sends the lines of all bundled loggers to `receiver`, or nowhere when it is empty. At first they
+/// go to stderr, coloured on a terminal unless NO_COLOR is in the environment. Any thread.
+/// `logging/spdlog_sinks.h` makes a receiver of spdlog's sinks.
+ORU_EXPORT void setReceiver(LineReceiver receiver);
 
 }  // namespace logging

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <fmt/printf.h>
-
 #include <functional>
 #include <locale>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 
+#include "logging/arguments.h"
 #include "oru/export.h"
 
 namespace logging {
@@ -65,9 +65,9 @@ class ORU_EXPORT Logger {
 public:
     /// @{
     /// Writes a line of that importance.
-    virtual void critical(fmt::string_view format, fmt::printf_args args) = 0;
-    virtual void error(fmt::string_view format, fmt::printf_args args) = 0;
-    virtual void debug(int level, fmt::string_view format, fmt::printf_args args) = 0;
+    virtual void critical(std::string_view format, Arguments args) = 0;
+    virtual void error(std::string_view format, Arguments args) = 0;
+    virtual void debug(int level, std::string_view format, Arguments args) = 0;
     /// @}
     virtual bool isDebugEnabled(int level) const = 0;  ///< whether `debug` at `level` writes
     /// Begins a line at the logger's own fixed level.

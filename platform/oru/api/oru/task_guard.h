@@ -1,7 +1,5 @@
 #pragma once
 
-#include <fmt/printf.h>
-
 #include <exception>
 #include <functional>
 
@@ -15,10 +13,10 @@ inline void run_guarded(const std::function<void()>& task) noexcept {
     try {
         task();
     } catch (const std::exception& error) {
-        eventlog_die("A task ended by an exception: %s", fmt::make_printf_args(error.what()));
+        eventlog_die("A task ended by an exception: %s", logging::arguments(error.what()));
     } catch (...) {
         eventlog_die("A task ended by an exception: %s",
-                     fmt::make_printf_args("not a std::exception"));
+                     logging::arguments("not a std::exception"));
     }
 }
 
