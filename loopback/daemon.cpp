@@ -30,7 +30,7 @@ bool answers(const std::string& address) {
 Daemon::Daemon(const std::string& command, const std::string& configuration,
                const std::string& directory) {
     const std::string path = directory + "/" + command.substr(0, command.find(' ')) + ".conf";
-    // Somebody else may take a port before the program does.
+    // Between its choice and the program's start another process may take the port.
     for (int attempt = 0; attempt < 3 && !runs(); ++attempt) {
         chooseAddresses(configuration);
         std::string text = boost::algorithm::replace_all_copy(configuration, "@dir@", directory);
@@ -60,7 +60,8 @@ void Daemon::chooseAddresses(const std::string& configuration) {
     }
 }
 
-/// False where there is no such program; `process_` is set once it answers, within 10 s.
+/// Starts the program and sets `process_` once it accepts connections, which may take 10 s. Returns
+/// false when it is not installed: another attempt has no use.
 bool Daemon::start(const std::string& command) {
     const std::string line =
         "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command + " 2>/dev/null";

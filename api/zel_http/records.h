@@ -110,8 +110,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// certificate of an https proxy. Such a request never shares a connection with another, so
     /// each costs a handshake.
     std::function<int(int, X509_STORE_CTX*)> verifier;
-    /// Data for `verifier`: its characters, NUL-terminated, stand in the `SSL_CTX` ex-data slot
-    /// `certificate::sslctx_data_index()`.
+    /// Data for `verifier`, which finds a pointer to the NUL-terminated text in the `SSL_CTX`
+    /// ex-data slot `certificate::sslctx_data_index()`.
     std::optional<std::string> verifier_data;
 
     /// @{

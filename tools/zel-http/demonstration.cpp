@@ -36,8 +36,8 @@ constexpr std::size_t shown_body = 40;
 constexpr std::size_t many = 200;
 constexpr std::size_t name_width = 22;
 
-/// Tells what came of a scenario, once.
-using Report = std::function<void(const std::string& came)>;
+/// Called once with the outcome of a scenario, as text.
+using Report = std::function<void(const std::string& actual)>;
 
 struct Scenario {
     std::string name;
@@ -45,7 +45,7 @@ struct Scenario {
     std::function<void(const Report&)> start;
 };
 
-/// 200 to PUT, 4.0 MiB as sent
+/// A response as text: "200 to PUT, 4.0 MiB as sent".
 std::string describe(const RequestConfig& config, const ResponseData& response) {
     std::string text = std::to_string(response.status);
     if (const auto method = response.headers.find("X-Method"); method != response.headers.end()) {
@@ -132,13 +132,15 @@ private:
     /// The answer to a later request proves that the cancelled one stays silent.
     void addCancel() {
         const auto start = [this](const Report& report) {
-            auto came = std::make_shared<std::string>("no outcome");
+            auto outcome = std::make_shared<std::string>("no outcome");
             const RequestConfig silent = request(Method::GET, origin_.url("/silence"));
             {
-                const auto dropped = perform(silent, [came](const auto& text) { *came = text; });
+                const auto dropped =
+                    perform(silent, [outcome](const auto& text) { *outcome = text; });
             }
             const RequestConfig later = request(Method::GET, origin_.url("/hello"));
-            handles_.push_back(perform(later, [came, report](const auto&) { report(*came); }));
+            handles_.push_back(
+                perform(later, [outcome, report](const auto&) { report(*outcome); }));
         };
         scenarios_.push_back({"handle dropped", "no outcome", start});
     }
@@ -225,13 +227,13 @@ private:
             session_.stop();
             return;
         }
-        scenarios_[current_].start([this](const std::string& came) { finish(came); });
+        scenarios_[current_].start([this](const std::string& actual) { finish(actual); });
     }
 
-    void finish(const std::string& came) {
+    void finish(const std::string& actual) {
         const Scenario& scenario = scenarios_[current_++];
-        if (came == scenario.expected) ++as_expected_;
-        std::cout << comparison(scenario.name, name_width, scenario.expected, came) << std::flush;
+        if (actual == scenario.expected) ++as_expected_;
+        std::cout << comparison(scenario.name, name_width, scenario.expected, actual) << std::flush;
         next();
     }
 
@@ -250,7 +252,7 @@ private:
 }  // namespace
 
 int demonstrate() {
-    // A proxy of the environment has no way to this origin.
+    // A proxy that the environment names could not reach servers on this machine's loopback.
     for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
     return Demonstration().run();
 }
