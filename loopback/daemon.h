@@ -13,7 +13,8 @@ class Daemon {
 public:
     /// Runs `command`, which must stay in the foreground, and returns once it answers. In the
     /// command "@conf@" is the path of a file with `configuration`; in that, "@dir@" is
-    /// `directory`, and each other "@name@" an address.
+    /// `directory`, and each other "@name@" an address. Throws, with what the program says, when it
+    /// does not start.
     Daemon(const std::string& command, const std::string& configuration,
            const std::string& directory);
     Daemon(const Daemon&) = delete;
