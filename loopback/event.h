@@ -6,7 +6,8 @@
 
 namespace loopback {
 
-/// Throws when `reached` stays false for 20 s, the bound of every wait; `event` did not come then.
+/// Throws when `reached` stays false for 20 s (100 in an emulator), the bound of every wait;
+/// `event` did not come then.
 void waitFor(const std::string& event, const std::function<bool()>& reached);
 
 /// One thread sets it, others wait for it: a script for a client, say.
