@@ -10,6 +10,8 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <csignal>
 #include <fstream>
+#include <iterator>
+#include <stdexcept>
 
 #include "loopback/origin.h"
 
@@ -38,8 +40,13 @@ Daemon::Daemon(const std::string& command, const std::string& configuration,
             boost::algorithm::replace_all(text, "@" + name + "@", address);
         }
         std::ofstream(path) << text;
-        if (!start(boost::algorithm::replace_all_copy(command, "@conf@", path))) return;
+        const std::string line = boost::algorithm::replace_all_copy(command, "@conf@", path);
+        if (!start(line + " 2>" + path + ".errors")) return;
     }
+    if (runs()) return;
+    std::ifstream errors(path + ".errors");
+    throw std::runtime_error(
+        command + " does not start: " + std::string(std::istreambuf_iterator<char>(errors), {}));
 }
 
 Daemon::~Daemon() {
@@ -63,8 +70,7 @@ void Daemon::chooseAddresses(const std::string& configuration) {
 /// Starts the program and sets `process_` once it accepts connections, which may take 10 s. Returns
 /// false when it is not installed: another attempt has no use.
 bool Daemon::start(const std::string& command) {
-    const std::string line =
-        "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command + " 2>/dev/null";
+    const std::string line = "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command;
     std::array<const char*, 4> arguments = {"sh", "-c", line.c_str(), nullptr};
     pid_t child = -1;
     if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, const_cast<char**>(arguments.data()),

@@ -14,6 +14,7 @@ public:
     /// Runs `command`, which must stay in the foreground, and returns once it accepts connections.
     /// In the command "@conf@" stands for the path of a file with `configuration`; in the
     /// configuration "@dir@" stands for `directory`, and each other "@name@" for an address.
+    /// Throws, with what the program says, when it does not start.
     Daemon(const std::string& command, const std::string& configuration,
            const std::string& directory);
     Daemon(const Daemon&) = delete;

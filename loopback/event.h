@@ -6,8 +6,8 @@
 
 namespace loopback {
 
-/// Polls `reached` until it returns true. Throws after 20 s, with `event` in the message: the one
-/// bound of all waits.
+/// Polls `reached` until it returns true. Throws after 20 s (100 in an emulator), with `event` in
+/// the message: the one bound of all waits.
 void waitFor(const std::string& event, const std::function<bool()>& reached);
 
 /// Set by one thread and awaited by others, as when a server's script waits for a step of a test.
