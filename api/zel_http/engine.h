@@ -183,6 +183,7 @@ private:
     void startWithCleanState(void* curl, const RequestConfig& config);
     void recordXAuthDomain(void* curl, RequestConfig& config);
     void setProtectiveOptions(ActiveTask& task);
+    void lendUrl(ActiveTask& task);
     void startTransfer(const std::shared_ptr<ActiveTask>& task);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
     void finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported);
@@ -245,6 +246,8 @@ private:
     std::set<void*> usedShares;
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
+    // Engine thread only: the last URL that was parsed; null where that is not possible.
+    std::pair<std::string, std::shared_ptr<CURLU>> lastUrl;
     // Engine thread only.
     std::unique_ptr<TlsIsolation> tlsIsolation;
     // Written by the engine thread; 0 while it does not run.

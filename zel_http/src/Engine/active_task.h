@@ -47,6 +47,8 @@ public:
     std::shared_ptr<Request> request;
     CURL* curl;
     curl_slist* headerList = nullptr;
+    /// What `CURLOPT_CURLU` points to; null when libcurl parses the text itself.
+    std::shared_ptr<CURLU> url;
     /// How many bytes of the body an upload has read.
     std::uint32_t readPosition = 0;
     /// Reset before the outcome is handed over: the notified request no longer counts the transfer.
