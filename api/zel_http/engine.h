@@ -235,9 +235,8 @@ private:
     bool wakeupUnread = false;
     // Engine thread only, as `tasks`: how many open sockets are too high for `select`.
     std::size_t highSockets = 0;
-    // Engine thread only, as `tasks` and with the same entries: requests and their easy handles, in
-    // an order that finds a request's handles without a walk over `tasks`.
-    std::set<std::pair<const Request*, void*>> handlesOfRequests;
+    // Engine thread only: the task that a callback has looked up last, until a task goes.
+    std::shared_ptr<ActiveTask> lastFound;
     // Engine thread only: the highest size of `tasks` so far.
     std::size_t peakTasks = 0;
     // Engine thread only: the number of the current pass, and the easy handles that have used up

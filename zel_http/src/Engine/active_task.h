@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "Engine/header_list.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -39,14 +40,12 @@ public:
     /// The task of an easy handle; null for one that the engine does not drive.
     static std::shared_ptr<ActiveTask> of(void* handle) { return findTask(handle); }
 
-    /// Appends a header line to `headerList`; when memory runs out the transfer fails.
-    void appendHeader(const char* line);
     /// Makes `code` the transfer's result, unless an earlier failure is recorded.
     void fail(CURLcode code);
 
     std::shared_ptr<Request> request;
     CURL* curl;
-    curl_slist* headerList = nullptr;
+    HeaderList headerList;
     /// What `CURLOPT_CURLU` points to; null when libcurl parses the text itself.
     std::shared_ptr<CURLU> url;
     /// How many bytes of the body an upload has read.
@@ -55,6 +54,8 @@ public:
     std::optional<CountedTransfer> counted;
     /// `Engine::addTlsConfig` itself has run, not an override of it.
     bool ownTlsConfig = false;
+    /// libcurl has told a length of the current response's body.
+    bool lengthKnown = false;
     /// A status line has come, but not the empty line that ends its header block. When the
     /// connection closes in between, libcurl (7.88) reports a complete response.
     bool inHeaderBlock = false;

@@ -45,6 +45,14 @@ unsigned saturated(Number bytes) {
     return bytes < static_cast<Number>(largest) ? static_cast<unsigned>(bytes) : largest;
 }
 
+/// Whether it is worth to ask libcurl for the body's length: inside a header block libcurl learns
+/// it from one field alone, and (7.88) tells it only when the block has ended.
+bool mayKnowLength(const Engine::ActiveTask& task, std::string_view line) {
+    constexpr std::string_view name = "Content-Length:";
+    return task.lengthKnown || !task.inHeaderBlock ||
+           curl_strnequal(line.data(), name.data(), std::min(name.size(), line.size())) != 0;
+}
+
 }  // namespace
 
 void Engine::reportCallbackFailure(const char* name, const char* what) noexcept {
@@ -56,11 +64,15 @@ void Engine::reportCallbackFailure(const char* name, const char* what) noexcept 
 }
 
 std::shared_ptr<Engine::ActiveTask> Engine::findTask(void* handle) {
-    const Engine* engine = currentEngine;
+    Engine* engine = currentEngine;
     if (engine == nullptr) return nullptr;
     engine->checkEngineThread();
+    // Header lines and blocks of one transfer come one after another.
+    if (engine->lastFound && engine->lastFound->curl == handle) return engine->lastFound;
     const auto found = engine->tasks.find(handle);
-    return found == engine->tasks.end() ? nullptr : found->second;
+    if (found == engine->tasks.end()) return nullptr;
+    engine->lastFound = found->second;
+    return found->second;
 }
 
 /// Runs `work` on the handle's task. Without a task, or when `work` throws, the callback returns
@@ -124,21 +136,22 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
 }
 
 void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
-    const bool begins = isStatusLine(line);
-    const bool ends = isEmptyLine(line);
-    if (begins || ends) task.inHeaderBlock = begins;
+    const LineKind kind = kindOf(line);
+    if (kind != LineKind::Field) task.inHeaderBlock = kind == LineKind::Status;
     task.headerBytes += line.size();
-    if (!begins && !ends) ++task.headerFields;
+    if (kind == LineKind::Field) ++task.headerFields;
     if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
-    watchForCloseNotify(task, line);
+    watchForCloseNotify(task, line, kind);
     if (task.request->config.own_cert) dropClientCertificateOnCrossOrigin(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
+    if (!mayKnowLength(task, line)) return;
     double length = 0.0;
     curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
-    if (length > 0.0) task.request->notifySize(saturated(length));
+    task.lengthKnown = length > 0.0;
+    if (task.lengthKnown) task.request->notifySize(saturated(length));
 }
 
 std::size_t Engine::putReadFunc(char* buffer, std::size_t size, std::size_t count,

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -246,9 +247,9 @@ void Engine::addHTTPMethodToRequest(void* curl, std::shared_ptr<Request> request
 }
 
 void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
-                                 std::shared_ptr<ActiveTask> task) {
+                                 std::shared_ptr<ActiveTask> task) try {
     const RequestConfig& config = request->config;
-    std::string line;
+    HeaderList& lines = task->headerList;
     for (const auto& [name, value] : config.headers) {
         if (hasCrLfOrNul(name) || hasCrLfOrNul(value)) {
             logger->error("Engine::%s: header '%s' contains CR, LF or NUL and is left out",
@@ -260,15 +261,16 @@ void Engine::addHeadersToRequest(void* curl, std::shared_ptr<Request> request,
                           fmt::make_printf_args("addHeadersToRequest", printable(name)));
             continue;
         }
-        line.assign(name).append(": ").append(value);
-        task->appendHeader(line.c_str());
+        lines.append({name, ": ", value});
     }
-    if (config.headers.count(user_agent_name) == 0) task->appendHeader(default_user_agent);
-    task->appendHeader(default_accept_charset);
+    if (config.headers.count(user_agent_name) == 0) lines.append({default_user_agent});
+    lines.append({default_accept_charset});
     if (config.method == Method::POST || config.method == Method::PUT) {
-        task->appendHeader(no_expect);
+        lines.append({no_expect});
     }
-    setPointer<CURLOPT_HTTPHEADER>(curl, task->headerList);
+    setPointer<CURLOPT_HTTPHEADER>(curl, lines.list());
+} catch (const std::bad_alloc&) {
+    task->fail(CURLE_OUT_OF_MEMORY);
 }
 
 void Engine::startWithCleanState(void* curl, const RequestConfig& config) {
