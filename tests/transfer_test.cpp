@@ -18,6 +18,8 @@ double total_time = -1;
 std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
+/// The URL of every transfer, if not empty.
+std::string instead;
 std::atomic<bool> throws{false};
 std::atomic<std::size_t> performs{0};
 std::atomic<std::size_t> blocks_of_pass{0};
@@ -46,6 +48,7 @@ void engine_request_added() {
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
     ++attached;
+    if (!instead.empty()) curl_easy_setopt(easy, CURLOPT_URL, instead.c_str());
     return refuse ? CURLM_OUT_OF_MEMORY : curl_multi_add_handle(multi, easy);
 }
 
@@ -71,6 +74,9 @@ TEST_F(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
+    instead = origin("/status/204");
+    EXPECT_EQ(outcomeOf(origin("/hello")), "204 ");
+    instead.clear();
     // In every pass, those that find nothing but a wake-up too.
     std::set<std::size_t> unperformed;
     for (int i = 0; i < 2; ++i) {

@@ -7,12 +7,15 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "Engine/active_task.h"
 #include "Engine/curl_version.h"
 #include "Engine/easy_options.h"
+#include "Engine/hooks.h"
+#include "Engine/parsed_url.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/wire_text.h"
 #include "eventlog/eventlog.h"
@@ -157,14 +160,26 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         finishTask(task, task->failure);
         return;
     }
+    attachedByOwnHook = false;
     const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task->curl);
     if (result != CURLM_OK) {
         const std::string reason = curl_multi_strerror(result);
         eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
         std::abort();
     }
+    if (attachedByOwnHook && task->ownTlsConfig) lendUrl(*task);
     // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
+}
+
+/// Spares libcurl the parsing of the URL. Where a host's own code has seen the handle libcurl goes
+/// by the text: options of the host's may change the URL or how it is parsed. Devices ask the same
+/// few URLs, so the last one is kept.
+void Engine::lendUrl(ActiveTask& task) {
+    const std::string& url = task.request->config.url;
+    if (url != lastUrl.first) lastUrl = {url, parseUrl(url)};
+    task.url = lastUrl.second;
+    if (task.url) setPointer<CURLOPT_CURLU>(task.curl, task.url.get());
 }
 
 void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
