@@ -104,7 +104,9 @@ TEST_F(Hooks, OneTransferLeavesRoomInAPassForOthers) {
 }
 
 TEST_F(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {
+    engine.reset();  // a child that the test forks would be without its thread
     const auto refused = [&] {
+        startEngine();
         refuse = true;
         outcomeOf("http://127.0.0.1:1/");
     };
