@@ -30,10 +30,15 @@ constexpr char default_user_agent[] = "User-Agent: Velto/Dunmoreline";
 constexpr char default_accept_charset[] = "Accept-Charset: ISO-8859-1,utf-8";
 constexpr char no_expect[] = "Expect:";
 
-/// Larger than libcurl's 16 KiB: a large body takes fewer passes and a third less CPU. A small body
-/// touches only the pages that it fills, but every transfer reserves the whole address range, and
-/// 32-bit targets have little of it.
-constexpr long receive_buffer = (sizeof(void*) > 4 ? 512 : 64) * 1024L;
+/// The receive buffer of a transfer, by how many are in flight with it. With a large one a large
+/// body takes fewer passes and a third to half of the CPU. A small body touches only the pages that
+/// it fills, but large buffers of many transfers make the heap grow and shrink all the time: at 64
+/// in flight a page fault, and a tenth more CPU, for each. 32-bit targets have few addresses.
+constexpr long receiveBuffer(std::size_t in_flight) {
+    constexpr long kibibyte = 1024;
+    if (in_flight > 8) return 16 * kibibyte;  // as libcurl's own
+    return (in_flight > 1 || sizeof(void*) == 4 ? 64 : 512) * kibibyte;
+}
 
 /// libcurl checks for a response between two buffers of an upload. When the server has answered and
 /// closed by then, sending the next buffer loses the response; small buffers make that rare.
@@ -128,7 +133,7 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     // in a transfer, in a race with the host's threads. Nothing needs the handler: libcurl's writes
     // do not raise the signal (7.87 on), and the engine thread has all signals blocked.
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
-    setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
+    setLong<CURLOPT_BUFFERSIZE>(curl, receiveBuffer(tasks.size()));
     setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
     if (hasUpload(config) && losesEarlyAnswers()) {
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
