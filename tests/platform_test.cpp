@@ -178,6 +178,7 @@ TEST(EventLogDeathTest, DiesWithItsText) {
 TEST(Stores, CertificatesAndUris) {
     EXPECT_EQ(certificate::ca_pem_exists("default"), !certificate::ca_path("default").empty());
     EXPECT_FALSE(certificate::ca_pem_exists("no such bundle"));
+    EXPECT_EQ(certificate::ca_path("default"), "/etc/ssl/certs/ca-certificates.crt");
 #ifdef ZEL_HTTP_BUNDLED_PLATFORM
     setenv("SSL_CERT_FILE", "/no/such/file", 1);
     EXPECT_FALSE(certificate::ca_pem_exists("default"));

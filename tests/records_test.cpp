@@ -106,7 +106,7 @@ TEST(Rules, WhatLeadsToAnotherOrigin) {
         EXPECT_FALSE(leaves(line)) << line;
     }
     for (const char* line :
-         {"Location: http://a.b/\n", "Location: https://a.b:444/", "Location: //c/",
+         {"Location: http://a.b/\n", "Location: https://a.b:444/", "location: //c/",
           "Location: https://b.a.b/\r\n", "Location: https://a.b@c/", "Location: https://[c/"}) {
         EXPECT_TRUE(leaves(line)) << line;
     }

@@ -1,6 +1,7 @@
 // TLS policies against real servers: who is delivered, who is refused, and that no connection made
 // under one policy serves a transfer under another.
 
+#include <dlfcn.h>
 #include <openssl/ssl.h>
 
 #include <boost/asio/ssl.hpp>
@@ -8,6 +9,25 @@
 
 #include "certificate/certificate.h"
 #include "support/real_servers.h"
+
+/// OpenSSL says that it has given up.
+std::atomic<bool> broken{false};
+
+extern "C" const char* SSL_state_string(const SSL* connection) {
+    static const auto next =
+        reinterpret_cast<decltype(&SSL_state_string)>(dlsym(RTLD_NEXT, "SSL_state_string"));
+    return broken ? "SSLERR" : next(connection);
+}
+
+/// The file of authorities that was read last.
+std::string loaded;
+
+extern "C" int X509_STORE_load_file(X509_STORE* store, const char* file) {
+    static const auto next =
+        reinterpret_cast<decltype(&X509_STORE_load_file)>(dlsym(RTLD_NEXT, "X509_STORE_load_file"));
+    loaded = file;
+    return next(store, file);
+}
 
 namespace test {
 
@@ -69,10 +89,13 @@ TEST_F(Tls, PoliciesAgainstCertificates) {
     const std::string bad_key = "<Protocol failure> Problem with the local SSL certificate";
     auto upper_case = to("local").root("root");
     upper_case.url.replace(0, 5, "HTTPS");
+    auto early = to("local", "/small").root("root");  // which over HTTP/2 libcurl (7.88) loses
+    early.sends(Method::PUT, bodyOf(3000000));
     const Get plain("http://" + nginx.address("plain") + "/to-https");
     const std::pair<RequestConfig, std::string> rows[] = {
         {to("local").root("root"), http2},
         {upper_case, http2},
+        {early, "413 early"},
         {to("local12").root("root"), "200 TLSv1.2"},
         {to("local").root("other_root"), refused},
         {to("local").root("intermediate"), refused},
@@ -123,7 +146,10 @@ TEST_F(Tls, AuthoritiesThatNobodyNames) {
     unsetenv("SSL_CERT_FILE");
 #endif
     EXPECT_EQ(outcomeOf(to("local")), refused);
-    EXPECT_NE(outcomeOf(to("local").trusting("")), http2);  // no file is not the default bundle
+    EXPECT_EQ(loaded, certificate::ca_path("default"));
+    loaded.clear();
+    EXPECT_NE(outcomeOf(to("local").trusting("")), http2);
+    EXPECT_EQ(loaded, "") << "no file is not the default bundle";
     ASSERT_EQ(std::system(("openssl rehash " + file("")).c_str()), 0);
     EXPECT_EQ(outcomeOf(to("local").set(&RequestConfig::ca_dir, file(""))), http2);
 }
@@ -134,7 +160,10 @@ TEST_F(Tls, AVerifierIsAPlainFunctionWithItsData) {
     outcomeOf(policy);
     EXPECT_EQ(seen_data, "for the verifier");
     policy.verifier = [&](int verdict, X509_STORE_CTX*) { return verdict; };
-    EXPECT_EQ(outcomeOf(policy), "<Protocol failure> A libcurl function was given a bad argument");
+    for (const bool partial : {false, true}) {
+        EXPECT_EQ(outcomeOf(policy.set(&RequestConfig::tls_partial_chain, partial)),
+                  "<Protocol failure> A libcurl function was given a bad argument");
+    }
 }
 
 /// Each second request is judged by its own policy, whatever the first has left behind.
@@ -185,7 +214,12 @@ TEST_F(Tls, NoPolicyServesAnother) {
 }
 
 /// New connections go by what the file holds now, not by what libcurl keeps of it.
-TEST_F(Tls, AuthoritiesThatChangeCountAtOnce) {
+TEST_F(Tls, FilesThatChangeCountAtOnce) {
+    for (const char* name : {"client.key", "local.key", "client.key"}) {
+        std::ofstream(file("changing.key")) << contentOf(file(name));
+        EXPECT_EQ(outcomeOf(to("mutual").root("root").mine("changing.key"))[0],
+                  name[0] == 'c' ? '2' : '<');
+    }
     for (const char* name : {"root.pem", "other_root.pem", "root.pem", "other_root.pem"}) {
         std::ofstream(file("changing.pem")) << contentOf(file(name));
         EXPECT_EQ(outcomeOf(to("local12").root("changing")),
@@ -221,6 +255,21 @@ TEST_F(Tls, AnEndWithoutCloseNotifyIsATruncation) {
             outcomeOf(Get("https://" + server.authority()).trusting(file("root.pem")));
         EXPECT_EQ(outcome[0] == '2', row.whole) << row.answer << outcome;
     }
+}
+
+/// libcurl (7.88) reads on for ever when OpenSSL has given up for want of memory.
+TEST_F(Tls, ABrokenConnectionEndsItsTransfer) {
+    std::ofstream(file("large")) << bodyOf(100000);
+    const auto slow = hostRequest(to("local", "/slow/large").root("root"));
+    slow->runRequest();
+    waitFor("the first block", [&] { return slow->received > 0; });
+    broken = true;
+    waitFor("the end", [&] {
+        engine->queueRequest([] {});  // for a pass
+        return slow->outcomes > 0;
+    });
+    broken = false;
+    EXPECT_EQ(slow->outcome(), "200 <Protocol failure> Out of memory");
 }
 
 /// What a host's engine sets in its own TLS step stands.

@@ -1,6 +1,5 @@
 #include "support/engine_test.h"
 
-#include <sstream>
 #include <thread>
 
 namespace test {
@@ -11,55 +10,6 @@ std::string origin_url;
 }  // namespace
 
 std::string origin(const std::string& target) { return origin_url + target; }
-
-std::string textOf(const zel::http::ResponseData& response) {
-    std::string text = response.body.substr(0, response.body.find('\n'));
-    if (const std::size_t size = response.body.size(); size > 60) {
-        text = std::to_string(size) + (response.body == bodyOf(size) ? " bytes" : " other bytes");
-    }
-    const auto hop = response.headers.find("x-hop");
-    if (hop != response.headers.end()) text += " hop=" + hop->second;
-    return std::to_string(response.status) + " " + text;
-}
-
-std::string textOf(const zel::http::ErrorData& error) {
-    std::ostringstream text;
-    text << error.failure << ' ' << error.message;
-    return text.str();
-}
-
-void HostRequest::notifyDataReceived(const char* data, unsigned length) {
-    body.append(data, length);
-    received += length;
-    if (on_data) on_data();
-}
-
-void HostRequest::notifyFailure(zel::http::Failure failure, const char* text) {
-    std::ostringstream line;
-    line << failure << ' ' << text;
-    finish(line.str());
-}
-
-void HostRequest::finish(const std::string& text) {
-    if (outcomes == 0) outcome_ = std::to_string(getResponseCode()) + " " + text;
-    ++outcomes;
-}
-
-std::string HostRequest::outcome() const {
-    waitFor("the outcome of a host's request", [this] { return outcomes > 0; });
-    return outcome_;
-}
-
-std::string HostRequest::runToOutcome() {
-    runRequest();
-    return outcome();
-}
-
-std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config) {
-    return std::make_shared<HostRequest>(config);
-}
-
-std::shared_ptr<HostRequest> hostRequest(const std::string& url) { return hostRequest(Get(url)); }
 
 void EngineTest::SetUp() {
     // TSan starts a thread of its own with the first of the process.
@@ -78,7 +28,9 @@ void EngineTest::TearDown() {
     engine.reset();
     waitFor("the end of all threads and descriptors",
             [this] { return descriptorsAndThreads() == before_; });
-    for (const auto& line : logger.lines("secret")) ADD_FAILURE() << "logged: " << line;
+    for (const char* unwanted : {"secret", "\nHTTP(", "\nX-Evil"}) {
+        for (const auto& line : logger.lines(unwanted)) ADD_FAILURE() << "logged: " << line;
+    }
 }
 
 void EngineTest::startEngine(logging::Logger* log) {
@@ -129,6 +81,7 @@ void EngineTest::whileEngineIsHeld(const std::function<void()>& work) {
     engine->queueRequest([&] {
         held.set();
         released.await("the test");
+        engine->processPendingRequests();
     });
     held.await("the engine thread");
     work();

@@ -31,24 +31,46 @@ std::string origin(const std::string& target);
 
 /// "200 text", with " hop=H" for a response with X-Hop; a long body as its length, and as "other
 /// bytes" unless it is `bodyOf` of that length.
-std::string textOf(const zel::http::ResponseData& response);
+inline std::string textOf(const zel::http::ResponseData& response) {
+    std::string text = response.body.substr(0, response.body.find('\n'));
+    if (const std::size_t size = response.body.size(); size > 60) {
+        text = std::to_string(size) + (response.body == bodyOf(size) ? " bytes" : " other bytes");
+    }
+    const auto hop = response.headers.find("x-hop");
+    if (hop != response.headers.end()) text += " hop=" + hop->second;
+    return std::to_string(response.status) + " " + text;
+}
 /// "<Operation timed out> Timeout was reached".
-std::string textOf(const zel::http::ErrorData& error);
+inline std::string textOf(const zel::http::ErrorData& error) {
+    return testing::PrintToString(error.failure) + " " + error.message;
+}
 
 /// A host's own request: keeps what it is told, and its outcome as a text.
 class HostRequest : public zel::http::Request {
 public:
     explicit HostRequest(const RequestConfig& asked) : Request(asked) {}
 
-    void notifyDataReceived(const char* data, unsigned length) override;
+    void notifyDataReceived(const char* data, unsigned length) override {
+        body.append(data, length);
+        received += length;
+        if (on_data) on_data();
+    }
     void notifyHeader(const char* /*line*/, unsigned /*length*/) override { ++header_lines; }
     void notifyDataEnd() override { finish("end"); }
-    void notifyFailure(zel::http::Failure failure, const char* text) override;
+    void notifyFailure(zel::http::Failure failure, const char* text) override {
+        finish(testing::PrintToString(failure) + " " + text);
+    }
     void start() override {}
 
     /// "200 end", or "404 <Error code in HTTP Response> HTTP code=404", once it is there.
-    std::string outcome() const;
-    std::string runToOutcome();
+    std::string outcome() const {
+        waitFor("the outcome of a host's request", [this] { return outcomes > 0; });
+        return outcome_;
+    }
+    std::string runToOutcome() {
+        runRequest();
+        return outcome();
+    }
 
     /// Runs after each block of the body.
     std::function<void()> on_data;
@@ -58,13 +80,20 @@ public:
     std::atomic<int> outcomes{0};
 
 private:
-    void finish(const std::string& text);
+    void finish(const std::string& text) {
+        if (outcomes == 0) outcome_ = std::to_string(getResponseCode()) + " " + text;
+        ++outcomes;
+    }
 
     std::string outcome_;
 };
 
-std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config);
-std::shared_ptr<HostRequest> hostRequest(const std::string& url);
+inline std::shared_ptr<HostRequest> hostRequest(const RequestConfig& config) {
+    return std::make_shared<HostRequest>(config);
+}
+inline std::shared_ptr<HostRequest> hostRequest(const std::string& url) {
+    return hostRequest(Get(url));
+}
 
 /// The name of a row of a table, as the test runner takes it.
 template <typename Row>
@@ -99,7 +128,7 @@ inline void atOnce(const std::function<void()>& closure) { closure(); }
 
 /// An engine whose outcomes run at once on its thread, and a client on the test's thread. Each test
 /// ends with a look at what must hold whatever it did: the engine serves, nothing holds the client,
-/// no thread or descriptor is left, and "secret" stands in no log line.
+/// no thread or descriptor is left, and no log line has "secret" or a line end of somebody else's.
 class EngineTest : public testing::Test {
 protected:
     void SetUp() override;
@@ -118,7 +147,8 @@ protected:
     void runUntil(const std::string& event, const std::function<bool()>& reached);
     /// Returns when the engine thread has run all that was queued before, and a pass after it.
     void settle();
-    /// Runs `work` while the engine thread is held: what it queues comes in one pass.
+    /// Runs `work` while the engine thread is held, in a pass that then runs what `work` has
+    /// queued.
     void whileEngineIsHeld(const std::function<void()>& work);
     /// How many passes the engine has made.
     std::size_t passes() const { return logger.lines("processPendingRequests").size(); }

@@ -11,6 +11,10 @@ namespace test {
 using zel::http::Method;
 using zel::http::RequestConfig;
 
+/// The outcome of a request that takes no more of a body.
+const std::string failed_writing =
+    "<Protocol failure> Failed writing received data to disk/application";
+
 /// A GET without the default header line, to be completed call by call.
 class Get : public RequestConfig {
 public:
