@@ -34,7 +34,8 @@ void addExtension(X509* certificate, int kind, const char* value) {
     X509_EXTENSION_free(extension);
 }
 
-/// Signed by `issuer`, or by itself without one; valid for a day, or up to yesterday.
+/// Makes a certificate with one extension, signed by `issuer`, or by its own key without one. Valid
+/// until tomorrow, or, if `expired`, until yesterday.
 Identity make(const char* name, int kind, const char* value, const Identity* issuer,
               bool expired = false) {
     static long serial = 0;
@@ -67,7 +68,8 @@ File open(const std::string& path) {
     return file;
 }
 
-/// With the certificate of `issuer` behind its own, for servers to show.
+/// Writes PATH.key and PATH.pem. The certificate of `issuer` is appended: a server must send it,
+/// since clients know the root only.
 void write(const Identity& identity, const std::string& path, const Identity* issuer = nullptr) {
     PEM_write_PrivateKey(open(path + ".key").get(), identity.key.get(), nullptr, nullptr, 0,
                          nullptr, nullptr);

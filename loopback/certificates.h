@@ -4,7 +4,7 @@
 
 namespace loopback {
 
-/// Certificates for one run, PEM files in a directory of their own that goes with this object: the
+/// Certificates for one run: PEM files in a temporary directory, which the destructor removes. The
 /// authorities "root", "other_root" and, of the root, "intermediate"; of that the servers "local"
 /// (for localhost and 127.0.0.1), "elsewhere" and "expired", each with its chain; "self_signed"; of
 /// the root a "client". Each NAME.pem has its NAME.key beside it; client_encrypted.key is the

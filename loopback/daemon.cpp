@@ -10,6 +10,8 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <csignal>
 #include <fstream>
+#include <iterator>
+#include <stdexcept>
 
 #include "loopback/origin.h"
 
@@ -30,7 +32,7 @@ bool answers(const std::string& address) {
 Daemon::Daemon(const std::string& command, const std::string& configuration,
                const std::string& directory) {
     const std::string path = directory + "/" + command.substr(0, command.find(' ')) + ".conf";
-    // Somebody else may take a port before the program does.
+    // Between its choice and the program's start another process may take the port.
     for (int attempt = 0; attempt < 3 && !runs(); ++attempt) {
         chooseAddresses(configuration);
         std::string text = boost::algorithm::replace_all_copy(configuration, "@dir@", directory);
@@ -38,8 +40,13 @@ Daemon::Daemon(const std::string& command, const std::string& configuration,
             boost::algorithm::replace_all(text, "@" + name + "@", address);
         }
         std::ofstream(path) << text;
-        if (!start(boost::algorithm::replace_all_copy(command, "@conf@", path))) return;
+        const std::string line = boost::algorithm::replace_all_copy(command, "@conf@", path);
+        if (!start(line + " 2>" + path + ".errors")) return;
     }
+    if (runs()) return;
+    std::ifstream errors(path + ".errors");
+    throw std::runtime_error(
+        command + " does not start: " + std::string(std::istreambuf_iterator<char>(errors), {}));
 }
 
 Daemon::~Daemon() {
@@ -60,10 +67,10 @@ void Daemon::chooseAddresses(const std::string& configuration) {
     }
 }
 
-/// False where there is no such program; `process_` is set once it answers, within 10 s.
+/// Starts the program and sets `process_` once it accepts connections, which may take 10 s. Returns
+/// false when it is not installed: another attempt has no use.
 bool Daemon::start(const std::string& command) {
-    const std::string line =
-        "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command + " 2>/dev/null";
+    const std::string line = "PATH=$PATH:/usr/sbin:/usr/local/sbin; exec " + command;
     std::array<const char*, 4> arguments = {"sh", "-c", line.c_str(), nullptr};
     pid_t child = -1;
     if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, const_cast<char**>(arguments.data()),

@@ -7,20 +7,21 @@
 
 namespace loopback {
 
-/// A server program of the system's, nginx say, which listens on loopback, on ports of the kernel's
-/// choosing, until this object goes.
+/// An installed server program, such as nginx, on loopback ports that the kernel has chosen. The
+/// destructor ends it.
 class Daemon {
 public:
-    /// Runs `command`, which must stay in the foreground, and returns once it answers. In the
-    /// command "@conf@" is the path of a file with `configuration`; in that, "@dir@" is
-    /// `directory`, and each other "@name@" an address.
+    /// Runs `command`, which must stay in the foreground, and returns once it accepts connections.
+    /// In the command "@conf@" stands for the path of a file with `configuration`; in the
+    /// configuration "@dir@" stands for `directory`, and each other "@name@" for an address.
+    /// Throws, with what the program says, when it does not start.
     Daemon(const std::string& command, const std::string& configuration,
            const std::string& directory);
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
     ~Daemon();
 
-    /// False where there is no such program.
+    /// False when the program is not installed or did not start.
     bool runs() const { return process_ > 0; }
     pid_t process() const { return process_; }
     /// "127.0.0.1:PORT".

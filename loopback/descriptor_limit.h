@@ -6,7 +6,8 @@
 
 namespace loopback {
 
-/// Sets the process's soft limit of descriptors, up to the hard one, while it lives.
+/// Changes the process's soft limit of open descriptors, at most to the hard limit. The destructor
+/// restores it.
 class DescriptorLimit {
 public:
     static constexpr rlim_t highest = RLIM_INFINITY;

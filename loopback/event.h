@@ -6,10 +6,11 @@
 
 namespace loopback {
 
-/// Throws when `reached` stays false for 20 s, the bound of every wait; `event` did not come then.
+/// Polls `reached` until it returns true. Throws after 20 s (100 in an emulator), with `event` in
+/// the message: the one bound of all waits.
 void waitFor(const std::string& event, const std::function<bool()>& reached);
 
-/// One thread sets it, others wait for it: a script for a client, say.
+/// Set by one thread and awaited by others, as when a server's script waits for a step of a test.
 class Flag {
 public:
     void set() { set_ = true; }

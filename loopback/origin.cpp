@@ -136,7 +136,7 @@ void frame(Response& response, const Request& request, const Target& target) {
     }
 }
 
-/// One connection; keeps itself alive through its pending operation.
+/// One connection. Its pending operation owns it, so it ends when no operation is pending.
 template <typename Stream>
 class Connection : public std::enable_shared_from_this<Connection<Stream>> {
 public:
@@ -201,7 +201,7 @@ private:
                           });
     }
 
-    /// In order: over TLS the close_notify tells a body without length from one that was cut.
+    /// Over TLS sends a close_notify: it shows that a body without a declared length is complete.
     void end() {
         if constexpr (std::is_same_v<Stream, TlsStream>) {
             stream_.async_shutdown([self = this->shared_from_this()](beast::error_code) {});

@@ -44,17 +44,18 @@ private:
 
     std::shared_ptr<boost::asio::ssl::context> tls_;
     boost::asio::io_context loop_;
-    /// What continues the answers that /together holds back.
+    /// Functions that send the responses which /together holds back.
     std::vector<std::function<void()>> gathered_;
     boost::asio::ip::tcp::acceptor acceptor_;
     unsigned short port_;
     std::thread thread_;
 };
 
-/// The body of /bytes/N: no two places of it look alike, so that lost and doubled parts show.
+/// The body of /bytes/N: random bytes, the same in every run, so that a part that is lost, doubled
+/// or misplaced shows.
 std::string bodyOf(std::size_t length);
 
-/// A port on which nobody listens: the kernel's choice, given back.
+/// A port on which nobody listens: the kernel chose it for a listener that is closed again.
 unsigned short closedPort();
 
 }  // namespace loopback

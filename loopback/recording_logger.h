@@ -15,7 +15,8 @@ namespace loopback {
 /// Keeps its lines as "critical: text", "error: text", "info: text" or "N: text" for debug level N.
 class RecordingLogger final : public logging::Logger {
 public:
-    /// Debug lines above `level` are off; the lines beyond the first `most` are made and dropped.
+    /// Debug lines above `level` are disabled. Only the first `most` lines are kept; later ones are
+    /// formatted, as a logger would, and dropped.
     explicit RecordingLogger(int level = 8,
                              std::size_t most = std::numeric_limits<std::size_t>::max())
         : level_(level), most_(most) {}

@@ -11,7 +11,7 @@ namespace loopback {
 
 using Socket = boost::asio::ip::tcp::socket;
 
-/// Reads up to the empty line and then `body` bytes; less when the client is gone.
+/// Reads the head of a request, up to its empty line, and `body` bytes; less if the client closes.
 inline std::string readRequest(Socket& socket, std::size_t body = 0) {
     std::string text;
     boost::system::error_code gone;
@@ -24,7 +24,7 @@ inline std::string readRequest(Socket& socket, std::size_t body = 0) {
     return text;
 }
 
-/// False when the client is gone.
+/// Returns false when the client has closed.
 inline bool write(Socket& socket, const std::string& bytes) {
     boost::system::error_code gone;
     boost::asio::write(socket, boost::asio::buffer(bytes), gone);
@@ -37,7 +37,8 @@ inline void waitForClose(Socket& socket) {
     boost::asio::read(socket, boost::asio::dynamic_buffer(rest), gone);
 }
 
-/// What a `ScriptedServer` does with a connection, and with its end: it closes it in any case.
+/// What a `ScriptedServer` does with a connection, before it closes it. As `then` of `says`, how it
+/// ends the connection.
 using Script = std::function<void(Socket&)>;
 
 inline void close(Socket& /*socket*/) {}
@@ -55,8 +56,8 @@ inline Script says(const std::string& reply, const Script& then = close) {
     };
 }
 
-/// A raw TCP server on loopback, for what no decent server sends: runs a script for each
-/// connection, one after the other, and closes the connection behind it. Ready when constructed.
+/// A raw TCP server on loopback, for answers that real servers do not send. Serves one connection
+/// after the other: runs the script, then closes the connection. Ready when constructed.
 class ScriptedServer {
 public:
     explicit ScriptedServer(Script script)

@@ -17,7 +17,8 @@ ServerProcess::ServerProcess(const std::function<void(const Ready&)>& serve) {
     setenv("no_proxy", "*", 1);
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     std::array<int, 2> ends{};
-    // Not for the programs that this one starts: the child waits for the last copy to be closed.
+    // Close-on-exec: the child runs until every copy of the parent's end is closed, so a program
+    // that the parent starts must not inherit one.
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::runtime_error("no socket pair");
     }

@@ -9,16 +9,17 @@
 
 namespace loopback {
 
-/// Servers in a process of their own, so that what is counted here is the client's alone.
+/// Servers in a child process, so that threads, descriptors and memory counted in this process are
+/// the client's alone.
 class ServerProcess {
 public:
-    /// Tells the parent where the servers listen, and returns when they are no longer needed.
+    /// Sends the servers' addresses to the parent, and returns when the parent ends the child.
     using Ready = std::function<void(const std::vector<std::string>& addresses)>;
 
-    /// Requests of this process go to loopback without the proxy that its environment may name, and
-    /// a client that is gone does not end it: the environment's "no_proxy" and the signal SIGPIPE.
-    /// Forks, so construct it before this process has threads. `serve` runs in the child, with as
-    /// many descriptors as it may have: it constructs the servers, calls `Ready` and returns.
+    /// Forks, so construct it before this process has threads. `serve` runs in the child, with the
+    /// highest limit of descriptors: it constructs the servers, calls `Ready` and returns.
+    /// In both processes it sets "no_proxy", so that requests to loopback use no proxy of the
+    /// environment, and ignores SIGPIPE, which a write to a closed connection would raise.
     explicit ServerProcess(const std::function<void(const Ready&)>& serve);
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;

@@ -19,7 +19,7 @@ std::shared_ptr<ssl::context> serverContext(const Certificates& certificates,
     return context;
 }
 
-/// Everything nginx writes stays in the directory.
+/// All paths lie in the directory of the certificates, so nginx needs no rights and leaves nothing.
 constexpr const char* nginx_configuration = R"(daemon off; pid @dir@/nginx.pid;
 events {}
 http {

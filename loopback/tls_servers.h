@@ -8,7 +8,7 @@
 
 namespace loopback {
 
-/// The servers of the TLS scenarios, with certificates made for the run.
+/// Servers that differ in their certificates or in what they ask of a client.
 class TlsServers {
 public:
     TlsServers();
@@ -21,7 +21,7 @@ public:
     const Origin& elsewhere() const { return elsewhere_; }
     /// Asks for a client certificate.
     const Origin& mutual() const { return mutual_; }
-    /// The URL of an nginx that speaks HTTP/2; empty where there is none to start.
+    /// The URL of an nginx that speaks HTTP/2; empty when nginx is not installed.
     std::string http2() const;
 
 private:

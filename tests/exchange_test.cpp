@@ -1,5 +1,7 @@
 // Whole exchanges: a request, and the outcome that its caller sees.
 
+#include <curl/curl.h>
+
 #include "support/engine_test.h"
 
 namespace test {
@@ -45,6 +47,11 @@ TEST_F(Exchange, OverADecentServer) {
         {at("/bytes/40000000"), "200 40000000 bytes"},
     };
     for (const Row& row : rows) EXPECT_EQ(outcomeOf(row.request), row.outcome) << row.request;
+    // Also the length of a redirect; but to a host's own request undeclared ones have no limit.
+    const ScriptedServer hop(
+        "HTTP/1.1 302 Found\r\nLocation: /\r\nContent-Length: 9\r\n\r\nnine more");
+    EXPECT_EQ(outcomeOf(Get(hop.url()).atMost(8)), too_large);
+    EXPECT_EQ(hostRequest(at("/bytes/9?chunked").atMost(8))->runToOutcome(), "200 end");
     // One connection for all requests that leave it whole, and another for a clean start.
     for (const bool reset : {false, true}) {
         const auto sockets = descriptorsAndThreads().first;
@@ -62,8 +69,10 @@ TEST_F(Exchange, WithoutAServer) {
         {Get("http://h:99999/"), bad_url},
         {Get("ftp://127.0.0.1/"), "<Invalid URL> Unsupported protocol"},
         {Get("file:///etc/passwd"), "<Invalid URL> Unsupported protocol"},
-        {Get("http://no-such-host.invalid/"), "<DNS Lookup failure> Couldn't resolve host name"},
-        {Get(closed), "<Failed to establish connection> Couldn't connect to server"},
+        {Get("http://no-such-host.invalid/"),
+         "<DNS Lookup failure> " + std::string(curl_easy_strerror(CURLE_COULDNT_RESOLVE_HOST))},
+        {Get(closed), "<Failed to establish connection> " +
+                          std::string(curl_easy_strerror(CURLE_COULDNT_CONNECT))},
     };
     for (const Row& row : rows) EXPECT_EQ(outcomeOf(row.request), row.outcome) << row.request;
     EXPECT_EQ(logger.lines("error: HTTPClientCurl error (").size(), std::size(rows));

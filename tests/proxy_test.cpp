@@ -18,7 +18,7 @@ TEST_F(Squid, StoredSettingItsCredentialsAndFallbacks) {
     ASSERT_EQ(
         std::system(("htpasswd -bcB " + file("users") + " device 'p:ss wörd' 2>/dev/null").c_str()),
         0);
-    const Daemon squid("squid -N -f @conf@", configurationOf("squid"), file(""));
+    const Daemon squid("squid -n test$$ -N -d 0 -f @conf@", configurationOf("squid"), file(""));
     const std::string proxy = "http://" + squid.address("proxy");
     // Whom only the proxy knows.
     Get far("https://device.example" + nginx.address("local").substr(9));
@@ -34,7 +34,8 @@ TEST_F(Squid, StoredSettingItsCredentialsAndFallbacks) {
     EXPECT_EQ(outcomeOf(Get(far).set(&RequestConfig::reset_state, true)).substr(0, 18),
               "<Protocol failure>");
     engine->setProxyConfig("", "", "");
-    EXPECT_EQ(outcomeOf(far), "<DNS Lookup failure> Couldn't resolve host name");
+    EXPECT_EQ(outcomeOf(far), "<DNS Lookup failure> " +
+                                  std::string(curl_easy_strerror(CURLE_COULDNT_RESOLVE_HOST)));
     const auto retried = hostRequest(far);
     retried->fallbackProxies = {"http://127.0.0.1:1",
                                 "http://device:p%3Ass%20w%C3%B6rd@" + squid.address("proxy")};

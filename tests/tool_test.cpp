@@ -20,7 +20,7 @@ const std::string tool = ZEL_HTTP_TOOL " ";
 
 /// All that a program prints, standard error included, and then "exit N".
 std::string run(const std::string& command_line) {
-    FILE* pipe = popen(("timeout 60 " + command_line + " 2>&1").c_str(), "r");
+    FILE* pipe = popen(("timeout 100 " + command_line + " 2>&1").c_str(), "r");
     std::string output;
     std::array<char, 4096> part{};
     while (const auto length = std::fread(part.data(), 1, part.size(), pipe)) {

@@ -26,7 +26,8 @@ class ZEL_HTTP_API Client {
 public:
     using RequestId = std::uint32_t;  ///< identifies one request of one client
     /// @{
-    /// Receives the outcome, valid during the call only. An exception leaves the executor's task.
+    /// Receives the outcome. The record is valid during the call only. An exception propagates to
+    /// whoever runs the executor's tasks.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
     /// @}

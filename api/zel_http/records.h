@@ -110,8 +110,8 @@ struct ZEL_HTTP_API RequestConfig {
     /// certificate of an https proxy. Such a request never shares a connection with another, so
     /// each costs a handshake.
     std::function<int(int, X509_STORE_CTX*)> verifier;
-    /// Data for `verifier`: its characters, NUL-terminated, stand in the `SSL_CTX` ex-data slot
-    /// `certificate::sslctx_data_index()`.
+    /// Data for `verifier`, which finds a pointer to the NUL-terminated text in the `SSL_CTX`
+    /// ex-data slot `certificate::sslctx_data_index()`.
     std::optional<std::string> verifier_data;
 
     /// @{
@@ -135,8 +135,8 @@ struct ZEL_HTTP_API RequestConfig {
     std::string xauth_expected_domain;  ///< see `xauth_check_domain`
 
     /// The longest body accepted, in bytes; -1 for no limit, 0 for empty bodies only. A longer body
-    /// fails the request. With libcurl 7.88 so does an intermediate response, such as a 302 or 401,
-    /// that declares a longer one. For a host's own `Request` see docs/failures.md.
+    /// fails the request. So does an intermediate response, such as a 302 or 401, that declares a
+    /// longer one. For a host's own `Request` see docs/failures.md.
     std::int32_t max_download_size = -1;
     /// For the whole transfer, redirects and pauses included; 0 for none. A negative limit counts
     /// as 1 ms.

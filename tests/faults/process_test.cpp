@@ -67,7 +67,8 @@ TEST_F(Process, Has1024DescriptorsFor2000Requests) {
 #endif
     const DescriptorLimit usual(FD_SETSIZE);
     expectOutcome(crowdOutcomes(origin("/hello")),
-                  "0 <Failed to establish connection> Couldn't connect to server, 200 end");
+                  "0 <Failed to establish connection> " +
+                      std::string(curl_easy_strerror(CURLE_COULDNT_CONNECT)) + ", 200 end");
 }
 
 /// In flight together, which the origin makes sure of; without and with a high one of the engine.

@@ -52,8 +52,8 @@ void checkEncoding(const std::string& text) {
 /// A userinfo, a path or a query that looks like another origin is none.
 void checkRedirect(const std::string& text) {
     const auto leaves = [&](const std::string& scheme, const std::string& authority) {
-        const std::string location =
-            scheme + encodeURIComponent(text) + "@" + authority + "/" + encodeURI(text);
+        const std::string user = replace_all_copy(encodeURIComponent(text), "%3A", ":");
+        const std::string location = scheme + user + "@" + authority + "/" + encodeURI(text);
         return leavesOrigin("https://device.example:8443/",
                             locationOf("location: " + location + "\r\n"));
     };
@@ -72,7 +72,8 @@ void checkJson(const std::string& text) {
     outcome.body = text;
     const auto json = nlohmann::json::parse(tool::jsonLine(outcome, true));
     // A body that is no UTF-8 stands as base64.
-    assert(!json.contains("body") || (json["body"] == text && json["url"] == text));
+    assert(json.contains("body") ? json["body"] == text && json["url"] == text
+                                 : !all(text, is_from_range('\0', '\x7f')));
 }
 
 }  // namespace

@@ -249,7 +249,6 @@ double memoryInUse() {
 }
 
 bool soak(const Targets& targets, Clock::time_point end, unsigned seed) {
-    constexpr double most_growth = 16 * 1024;
     const bool terminal = isatty(STDOUT_FILENO) != 0;
     std::thread([] {}).join();  // a sanitizer adds a thread of its own to the first
     const auto before = test::descriptorsAndThreads();
@@ -275,7 +274,7 @@ bool soak(const Targets& targets, Clock::time_point end, unsigned seed) {
         judges_memory ? fmt::format("{:+} bytes", growth) : "is the sanitizer's to judge");
     loopback::waitFor("threads and descriptors as before",
                       [&] { return test::descriptorsAndThreads() == before; });
-    return started > 0 && unaccounted == 0 && after_its_end + other == 0 && growth < most_growth;
+    return started > 0 && unaccounted == 0 && after_its_end + other == 0 && growth <= 0;
 }
 
 /// In a process of their own.

@@ -57,7 +57,8 @@ void splitCredentials(const std::string& text, const char* option, std::string& 
     if (colon != std::string::npos) password = text.substr(colon + 1);
 }
 
-/// Adds to `config` what is more than one option's value.
+/// Sets the fields of `config` whose values are parsed, read from a file, or depend on several
+/// options.
 void complete(RequestConfig& config, const Options& options) {
     config.method = options.data ? Method::POST : Method::GET;
     if (!options.method.empty()) config.method = methodNames().at(options.method);

@@ -9,7 +9,7 @@
 
 namespace tool {
 
-/// What the user asked for. Without a URL in `requests` that is the demonstration.
+/// The parsed command line. Without `requests` the tool runs its demonstration.
 struct CommandLine {
     std::vector<zel::http::RequestConfig> requests;
     /// The file for the body of each request, in the same order; empty: bodies are printed.
@@ -20,7 +20,7 @@ struct CommandLine {
     bool show_headers = false;
     bool show_timings = false;
     bool json = false;
-    /// Failures are the only thing to report.
+    /// Report failures only.
     bool quiet = false;
     int log_level = 0;
     zel::http::LogFilter log_filter;
@@ -37,8 +37,8 @@ struct EarlyExit {
     int status;
 };
 
-/// Reads the command line, and the body when it comes from a file. Either `command_line` is filled
-/// or the way out is returned.
+/// Reads the command line, and the body when it comes from a file. Fills `command_line`, or returns
+/// what to print before the program ends.
 std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& command_line);
 
 }  // namespace tool

@@ -1,5 +1,6 @@
 #include "demonstration.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <chrono>
@@ -36,8 +37,8 @@ constexpr std::size_t shown_body = 40;
 constexpr std::size_t many = 200;
 constexpr std::size_t name_width = 22;
 
-/// Tells what came of a scenario, once.
-using Report = std::function<void(const std::string& came)>;
+/// Called once with the outcome of a scenario, as text.
+using Report = std::function<void(const std::string& actual)>;
 
 struct Scenario {
     std::string name;
@@ -45,7 +46,12 @@ struct Scenario {
     std::function<void(const Report&)> start;
 };
 
-/// 200 to PUT, 4.0 MiB as sent
+/// libcurl's texts differ from one version to the next.
+std::string failed(const char* failure, CURLcode code) {
+    return fmt::format("<{}> ({})", failure, curl_easy_strerror(code));
+}
+
+/// A response as text: "200 to PUT, 4.0 MiB as sent".
 std::string describe(const RequestConfig& config, const ResponseData& response) {
     std::string text = std::to_string(response.status);
     if (const auto method = response.headers.find("X-Method"); method != response.headers.end()) {
@@ -94,18 +100,18 @@ private:
         add("DELETE", "200 to DELETE, empty", request(Method::DELETE, origin_.url("/echo")));
         add("three redirects", "200 to GET, empty",
             request(Method::GET, origin_.url("/redirect/3")));
-        add("redirect loop", "<Protocol failure> (Number of redirects hit maximum amount)",
+        add("redirect loop", failed("Protocol failure", CURLE_TOO_MANY_REDIRECTS),
             request(Method::GET, origin_.url("/loop")));
         add("404 is a response", "404, \"nothing here\"",
             request(Method::GET, origin_.url("/nowhere")));
         addAuthentication();
         addLimits();
         addCancel();
-        add("connection refused", "<Failed to establish connection> (Couldn't connect to server)",
+        add("connection refused", failed("Failed to establish connection", CURLE_COULDNT_CONNECT),
             request(Method::GET, fmt::format("http://127.0.0.1:{}/", closedPort())));
-        add("unknown host name", "<DNS Lookup failure> (Couldn't resolve host name)",
+        add("unknown host name", failed("DNS Lookup failure", CURLE_COULDNT_RESOLVE_HOST),
             request(Method::GET, "http://no-such-host.invalid/"));
-        add("answer cut short", "<Protocol failure> (Transferred a partial file)",
+        add("answer cut short", failed("Protocol failure", CURLE_PARTIAL_FILE),
             request(Method::GET, broken_.url()));
         addTls();
         addMaskedLog();
@@ -123,22 +129,24 @@ private:
     void addLimits() {
         RequestConfig limited = request(Method::GET, origin_.url("/bytes/100000"));
         limited.max_download_size = 1000;
-        add("download limit hit", "<Protocol failure> (Maximum file size exceeded)", limited);
+        add("download limit hit", failed("Protocol failure", CURLE_FILESIZE_EXCEEDED), limited);
         RequestConfig hurried = request(Method::GET, origin_.url("/silence"));
         hurried.timeout = 200ms;
-        add("time-out", "<Operation timed out> (Timeout was reached)", hurried);
+        add("time-out", failed("Operation timed out", CURLE_OPERATION_TIMEDOUT), hurried);
     }
 
     /// The answer to a later request proves that the cancelled one stays silent.
     void addCancel() {
         const auto start = [this](const Report& report) {
-            auto came = std::make_shared<std::string>("no outcome");
+            auto outcome = std::make_shared<std::string>("no outcome");
             const RequestConfig silent = request(Method::GET, origin_.url("/silence"));
             {
-                const auto dropped = perform(silent, [came](const auto& text) { *came = text; });
+                const auto dropped =
+                    perform(silent, [outcome](const auto& text) { *outcome = text; });
             }
             const RequestConfig later = request(Method::GET, origin_.url("/hello"));
-            handles_.push_back(perform(later, [came, report](const auto&) { report(*came); }));
+            handles_.push_back(
+                perform(later, [outcome, report](const auto&) { report(*outcome); }));
         };
         scenarios_.push_back({"handle dropped", "no outcome", start});
     }
@@ -149,8 +157,7 @@ private:
             config.ca_file = tls_.certificates().file("root.pem");
             return config;
         };
-        const std::string refused =
-            "<Protocol failure> (SSL peer certificate or SSH remote key was not OK)";
+        const std::string refused = failed("Protocol failure", CURLE_PEER_FAILED_VERIFICATION);
         add("verified HTTPS", "200, \"hello\"", trusting(tls_.local()));
         RequestConfig strange = trusting(tls_.local());
         strange.ca_file.reset();  // the system's bundle does not know the root
@@ -225,13 +232,13 @@ private:
             session_.stop();
             return;
         }
-        scenarios_[current_].start([this](const std::string& came) { finish(came); });
+        scenarios_[current_].start([this](const std::string& actual) { finish(actual); });
     }
 
-    void finish(const std::string& came) {
+    void finish(const std::string& actual) {
         const Scenario& scenario = scenarios_[current_++];
-        if (came == scenario.expected) ++as_expected_;
-        std::cout << comparison(scenario.name, name_width, scenario.expected, came) << std::flush;
+        if (actual == scenario.expected) ++as_expected_;
+        std::cout << comparison(scenario.name, name_width, scenario.expected, actual) << std::flush;
         next();
     }
 
@@ -250,8 +257,8 @@ private:
 }  // namespace
 
 int demonstrate() {
-    // A proxy of the environment has no way to this origin.
-    for (const char* name : {"http_proxy", "all_proxy", "ALL_PROXY"}) unsetenv(name);
+    // A proxy that the environment names could not reach servers on this machine's loopback.
+    setenv("no_proxy", "*", 1);
     return Demonstration().run();
 }
 

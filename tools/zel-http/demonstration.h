@@ -2,8 +2,8 @@
 
 namespace tool {
 
-/// Shows the library at work against an origin of its own: a line for each scenario with what was
-/// expected and what came. Returns the exit status, 0 when all came as expected.
+/// Runs the library against servers of its own on loopback and prints a line for each scenario,
+/// with the expected and the actual outcome. Returns the exit status, 0 when all were as expected.
 int demonstrate();
 
 }  // namespace tool

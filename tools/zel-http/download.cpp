@@ -12,7 +12,7 @@
 namespace tool {
 namespace {
 
-/// How much waits in memory before the transfer pauses.
+/// With more bytes than this waiting to be written, the transfer pauses.
 constexpr std::size_t most_unwritten = std::size_t{1} * 1024 * 1024;
 
 std::string_view trimmed(std::string_view text) {
@@ -21,7 +21,7 @@ std::string_view trimmed(std::string_view text) {
     return begin == std::string_view::npos ? "" : text.substr(begin, end - begin + 1);
 }
 
-/// 0 when there is none.
+/// The value of Content-Length; 0 without one.
 std::uint64_t contentLength(const zel::http::HeaderMap& headers) {
     std::uint64_t length = 0;
     const auto field = headers.find("Content-Length");
@@ -82,7 +82,7 @@ void Download::notifyHeader(const char* line, unsigned length) {
 }
 
 void Download::notifySize(unsigned size) {
-    // What does not fit into 32 bits stands in the header.
+    // A length beyond the 32 bits of `size` is read from the Content-Length header.
     const bool fits = size != std::numeric_limits<std::uint32_t>::max();
     const std::uint64_t total = fits ? size : contentLength(headers_);
     const std::lock_guard lock(mutex_);
@@ -105,14 +105,15 @@ void Download::write() {
         return;
     }
     written_ += block.size();
-    // Pause and resume belong to one thread, the engine's.
+    // Pause and resume must be called on one thread. `notifyDataReceived` pauses on the engine's.
     if (resume && zel::http::Engine::hasEngine()) {
         zel::http::Engine::getEngine()->queueRequest(
             [self = shared_from_this()] { self->resumeRequest(); });
     }
 }
 
-/// The outcome comes when the transfer is gone, which the engine's queue orders.
+/// Cancels the transfer and reports the failure. The report is queued behind the cancel, so no
+/// notification can follow it.
 void Download::abandon(const std::error_code& error) {
     cannotWrite(error);
     file_.reset();

@@ -15,8 +15,8 @@
 
 namespace tool {
 
-/// Streams a body to a file. The engine thread collects, the loop's thread writes, and when the
-/// file falls behind the transfer pauses: memory stays the same for every size.
+/// Streams a body to a file. The engine thread appends blocks to a buffer, the loop's thread writes
+/// them. When the buffer is full the transfer pauses, so memory does not grow with the body.
 class Download final : public zel::http::Request {
 public:
     /// `done` is called once on the loop's thread, which is also the FSM context, unless the
@@ -27,14 +27,14 @@ public:
 
     // Loop's thread.
     void start() override { runRequest(); }
-    /// Drops the transfer and what has been written.
+    /// Cancels the transfer and removes the part file.
     void cancel();
-    /// That of the answer; 0 without one.
+    /// The status of the response; 0 without one.
     unsigned status() const { return status_; }
     std::uint64_t written() const { return written_; }
     /// The declared length; 0 while it is not known.
     std::uint64_t total();
-    /// Those of the last answer on the way.
+    /// The header fields of the latest response: after redirects, the last one's.
     const zel::http::HeaderMap& headers() const { return headers_; }
     /// The failure's name and text; empty after success and for a status from 400 on.
     const std::string& failure() const { return failure_; }
@@ -59,7 +59,7 @@ private:
     oru::executor& loop_;
     // Loop's thread only.
     std::function<void()> done_;
-    /// None once nothing is to be written any more.
+    /// Empty once the download has ended, failed or been cancelled.
     std::optional<OutputFile> file_;
     std::uint64_t written_ = 0;
     unsigned status_ = 0;

@@ -1,5 +1,5 @@
-// Performs the requests of a command line: lanes side by side, each with one request after the
-// other.
+// Performs the requests of a command line, in as many slots as requests may run in parallel. Each
+// slot performs one request after the other.
 
 #include "fetch.h"
 
@@ -35,16 +35,17 @@ public:
         : command_line_(command_line),
           report_(command_line),
           total_(command_line.requests.size() * command_line.repeat),
-          lanes_(std::min(command_line.parallel, total_)),
+          slots_(std::min(command_line.parallel, total_)),
           timer_(session_.loop()) {}
 
     int run() {
-        // Who reads our lines may go; the parts of files must not stay.
+        // Otherwise SIGPIPE would end the process when the reader of its output closes, and part
+        // files would be left behind.
         if (!command_line_.files.empty()) static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
         const auto begun = Clock::now();
-        for (Lane& lane : lanes_) startNext(lane);
+        for (Slot& slot : slots_) startNext(slot);
         if (!command_line_.files.empty() && !command_line_.quiet) showProgress();
         const int status = session_.run([this] { interrupt(); });
         progress_.clear();
@@ -54,94 +55,94 @@ public:
     }
 
 private:
-    struct Lane {
+    struct Slot {
         Outcome outcome;
         Recording recording;
         Clock::time_point begun;
-        /// One of them while a request runs.
+        /// While a request runs, one of them is set: `download` when the body goes to a file.
         Client::RequestId id = Client::NoRequestId;
         std::shared_ptr<Download> download;
     };
 
-    void startNext(Lane& lane) {
+    void startNext(Slot& slot) {
         if (started_ == total_) return;
         const std::size_t index = started_++ % command_line_.requests.size();
-        lane.outcome = {};
-        lane.outcome.request = &command_line_.requests[index];
-        lane.recording.timings = {};
-        lane.begun = Clock::now();
+        slot.outcome = {};
+        slot.outcome.request = &command_line_.requests[index];
+        slot.recording.timings = {};
+        slot.begun = Clock::now();
         if (command_line_.files.empty()) {
-            startHeld(lane);
+            startInMemory(slot);
         } else {
-            lane.outcome.file = command_line_.files[index];
-            startDownload(lane);
+            slot.outcome.file = command_line_.files[index];
+            startDownload(slot);
         }
     }
 
-    /// The answer is delivered when it is whole.
-    void startHeld(Lane& lane) {
-        record(lane.recording);
-        lane.id = session_.client().start_request(
-            *lane.outcome.request, command_line_.log_filter,
-            [this, &lane](Client::RequestId, const ResponseData& response) {
-                lane.outcome.status = response.status;
-                lane.outcome.headers = response.headers;
-                lane.outcome.body_size = response.body.size();
-                if (command_line_.repeat == 1) lane.outcome.body = response.body;
-                finish(lane);
+    /// The client keeps the body in memory and delivers the response when it is complete.
+    void startInMemory(Slot& slot) {
+        record(slot.recording);
+        slot.id = session_.client().start_request(
+            *slot.outcome.request, command_line_.log_filter,
+            [this, &slot](Client::RequestId, const ResponseData& response) {
+                slot.outcome.status = response.status;
+                slot.outcome.headers = response.headers;
+                slot.outcome.body_size = response.body.size();
+                if (command_line_.repeat == 1) slot.outcome.body = response.body;
+                finish(slot);
             },
-            [this, &lane](Client::RequestId, const ErrorData& error) {
-                lane.outcome.failure = nameOf(error.failure);
-                lane.outcome.message = error.message;
-                finish(lane);
+            [this, &slot](Client::RequestId, const ErrorData& error) {
+                slot.outcome.failure = nameOf(error.failure);
+                slot.outcome.message = error.message;
+                finish(slot);
             });
     }
 
-    void startDownload(Lane& lane) {
+    void startDownload(Slot& slot) {
         try {
-            lane.download = std::make_shared<Download>(*lane.outcome.request, lane.outcome.file,
+            slot.download = std::make_shared<Download>(*slot.outcome.request, slot.outcome.file,
                                                        session_.executor(),
-                                                       [this, &lane] { finishDownload(lane); });
+                                                       [this, &slot] { finishDownload(slot); });
         } catch (const std::system_error& error) {
-            lane.outcome.failure = "cannot write " + lane.outcome.file;
-            lane.outcome.message = error.code().message();
-            session_.executor().post([this, &lane] { finish(lane); }, 0);
+            slot.outcome.failure = "cannot write " + slot.outcome.file;
+            slot.outcome.message = error.code().message();
+            session_.executor().post([this, &slot] { finish(slot); }, 0);
             return;
         }
-        record(lane.recording);
-        lane.download->start();
+        record(slot.recording);
+        slot.download->start();
     }
 
-    void finishDownload(Lane& lane) {
-        const auto download = std::exchange(lane.download, nullptr);
-        lane.outcome.status = download->status();
-        lane.outcome.failure = download->failure();
-        lane.outcome.message = download->message();
-        lane.outcome.headers = download->headers();
-        lane.outcome.body_size = download->written();
+    void finishDownload(Slot& slot) {
+        const auto download = std::exchange(slot.download, nullptr);
+        slot.outcome.status = download->status();
+        slot.outcome.failure = download->failure();
+        slot.outcome.message = download->message();
+        slot.outcome.headers = download->headers();
+        slot.outcome.body_size = download->written();
         written_ += download->written();
-        finish(lane);
+        finish(slot);
     }
 
-    void finish(Lane& lane) {
-        lane.id = Client::NoRequestId;
-        const std::chrono::duration<double, std::milli> took = Clock::now() - lane.begun;
-        lane.outcome.milliseconds = took.count();
-        lane.outcome.timings = lane.recording.timings;
+    void finish(Slot& slot) {
+        slot.id = Client::NoRequestId;
+        const std::chrono::duration<double, std::milli> took = Clock::now() - slot.begun;
+        slot.outcome.milliseconds = took.count();
+        slot.outcome.timings = slot.recording.timings;
         progress_.clear();
-        report_.add(lane.outcome);
+        report_.add(slot.outcome);
         if (++finished_ == total_) {
             session_.stop();
         } else {
-            startNext(lane);
+            startNext(slot);
         }
     }
 
     void interrupt() {
         progress_.clear();
-        for (Lane& lane : lanes_) {
-            if (lane.id != Client::NoRequestId) session_.client().cancel_request(lane.id);
-            if (lane.download != nullptr) lane.download->cancel();
+        for (Slot& slot : slots_) {
+            if (slot.id != Client::NoRequestId) session_.client().cancel_request(slot.id);
+            if (slot.download != nullptr) slot.download->cancel();
         }
         std::cerr << "zel-http: interrupted, " << total_ - finished_ << " cancelled\n";
     }
@@ -155,15 +156,16 @@ private:
         });
     }
 
-    /// Of the downloads so far; the lengths of those to come are not known.
+    /// The sums over all downloads. The total is unknown (0) until every download has started and
+    /// has a declared length.
     Amount amount() const {
         Amount amount{written_, written_};
         bool known = started_ == total_;
-        for (const Lane& lane : lanes_) {
-            if (lane.download == nullptr) continue;
-            amount.written += lane.download->written();
-            amount.total += lane.download->total();
-            known = known && lane.download->total() != 0;
+        for (const Slot& slot : slots_) {
+            if (slot.download == nullptr) continue;
+            amount.written += slot.download->written();
+            amount.total += slot.download->total();
+            known = known && slot.download->total() != 0;
         }
         if (!known) amount.total = 0;
         return amount;
@@ -175,10 +177,10 @@ private:
     const std::size_t total_;
     std::size_t started_ = 0;
     std::size_t finished_ = 0;
-    /// By the downloads that have ended.
+    /// Bytes of the downloads that have ended.
     std::uint64_t written_ = 0;
-    /// Destroyed after the engine, which may still write their timings.
-    std::deque<Lane> lanes_;
+    /// Declared before `session_`, to be destroyed after its engine, which writes their timings.
+    std::deque<Slot> slots_;
     Session session_;
     boost::asio::steady_timer timer_;
 };

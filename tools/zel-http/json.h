@@ -8,8 +8,8 @@
 
 namespace tool {
 
-/// An outcome as one line of JSON, without the line's end. A body that is no UTF-8 stands as
-/// "body_base64".
+/// An outcome as one line of JSON, without the line's end. A body that is not UTF-8 is encoded as
+/// "body_base64" instead of "body".
 std::string jsonLine(const Outcome& outcome, bool with_body);
 
 /// The latencies of all requests as one line of JSON.

@@ -20,7 +20,7 @@ void Latencies::add(const Outcome& outcome) {
     ++count_;
     bytes_ += outcome.body_size;
     ++outcomes_[outcome.failure.empty() ? std::to_string(outcome.status) : outcome.failure];
-    if (!outcome.failure.empty()) return;  // refused at once is not fast
+    if (!outcome.failure.empty()) return;  // a quick refusal would count as a fast request
     const auto phases = phasesOf(outcome);
     phases_.resize(phases.size());
     for (std::size_t i = 0; i < phases.size(); ++i) {
@@ -35,7 +35,7 @@ std::vector<Latencies::Row> Latencies::rows() const {
         std::sort(sorted.begin(), sorted.end());
         Row row{phase, {}};
         for (const double quantile : quantiles) {
-            // The smallest value that so many of the requests do not exceed.
+            // The smallest value that this share of the requests does not exceed.
             const auto rank = std::ceil(quantile * static_cast<double>(sorted.size()));
             const auto index = static_cast<std::size_t>(std::max(rank, 1.0)) - 1;
             row.values.push_back(static_cast<double>(sorted[index]));

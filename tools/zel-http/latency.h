@@ -11,7 +11,8 @@
 
 namespace tool {
 
-/// What many requests took, phase by phase; of those without an answer only the number.
+/// Collects how long many requests took, phase by phase. A request without a response is counted,
+/// but not timed.
 class Latencies {
 public:
     void add(const Outcome& outcome);
@@ -23,13 +24,13 @@ public:
     };
     static const std::vector<std::string>& columns();
     std::vector<Row> rows() const;
-    /// How many came to each status, or to the failure of that name.
+    /// The number of requests for each status, and for each failure by its name.
     const std::map<std::string, std::size_t>& outcomes() const { return outcomes_; }
     std::size_t count() const { return count_; }
     std::uint64_t bytes() const { return bytes_; }
 
 private:
-    // A phase each; floats, because a million requests are allowed.
+    // An entry for each phase. Floats, since there may be a million requests.
     std::vector<std::pair<std::string, std::vector<float>>> phases_;
     std::map<std::string, std::size_t> outcomes_;
     std::size_t count_ = 0;

@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
             (exit->status == 0 ? std::cout : std::cerr) << exit->text;
             return exit->status;
         }
-        // Every outcome is printed anyway; the log is for who asks for it.
+        // Outcomes are printed without the log, which only -v turns on.
         if (command_line.log_level == 0) logging::setReceiver({});
         logging::setLevel(command_line.log_level);
         return command_line.requests.empty() ? tool::demonstrate() : tool::fetch(command_line);

@@ -11,7 +11,7 @@
 namespace tool {
 namespace {
 
-/// As text of a line of man(7): nothing in it is a command or an escape.
+/// Escapes a text for man(7), which then reads nothing in it as a command or an escape.
 std::string escape(const std::string& text) {
     std::string escaped;
     for (const char c : text) {
@@ -42,7 +42,8 @@ std::vector<std::string> namesOf(const CLI::Option& option) {
     return names;
 }
 
-/// What stands for a value: a word in capitals or the choices, "one|other"; empty for a flag.
+/// The placeholder for an option's value: a word in capitals or the choices, "one|other"; empty for
+/// a flag.
 std::string valueOf(const CLI::Option& option) {
     return option.get_type_size() == 0 ? "" : option.get_option_text();
 }
@@ -81,7 +82,7 @@ void writeFooter(std::ostream& page, const std::string& footer) {
     }
 }
 
-/// What completes a value, as shell.
+/// The shell command that completes an option's value.
 std::string candidates(const std::string& value) {
     const bool file = value == "FILE" || value == "PATH";
     const bool words = value.find('|') != std::string::npos || value == "bash";

@@ -8,10 +8,10 @@ class App;
 
 namespace tool {
 
-/// The manual page, section 1, in the language of man(7): the help, set as a page.
+/// The manual page, section 1, in the markup of man(7), made of the help texts.
 std::string manualPage(const CLI::App& app);
 
-/// What bash sources to complete the options, the values that are words, and files.
+/// A bash script that completes options, values with fixed choices, and files.
 std::string bashCompletion(const CLI::App& app);
 
 }  // namespace tool

@@ -1,4 +1,4 @@
-// What the command line knows, with the help that it shows.
+// Declares the options of the command line and their help texts.
 
 #include "options.h"
 

@@ -36,7 +36,7 @@ struct Options {
 const std::map<std::string, zel::http::Method>& methodNames();
 
 /// Declares every option with its help: `--help`, the manual page and the completion are made of
-/// this. What needs no look at a second option goes straight into `config` and `command_line`.
+/// this. An option that depends on no other is stored in `config` or `command_line` directly.
 void declare(CLI::App& app, Options& options, zel::http::RequestConfig& config,
              CommandLine& command_line);
 

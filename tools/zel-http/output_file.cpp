@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned mode_of_new_files = 0666;  // less what umask takes away
+constexpr unsigned mode_of_new_files = 0666;  // umask clears some
 constexpr unsigned permissions = 0777;
 
 template <typename Result>
@@ -28,7 +28,7 @@ Result check(Result result) {
     return result;
 }
 
-/// The file behind the links, which need not exist.
+/// Follows symbolic links to their end, which need not exist.
 fs::path behindLinks(fs::path path) {
     if (fs::exists(path)) return fs::canonical(path);  // throws for links in a circle
     while (fs::is_symlink(path)) path = path.parent_path() / fs::read_symlink(path);
@@ -49,7 +49,7 @@ Descriptor::~Descriptor() {
 int Descriptor::release() { return std::exchange(value_, -1); }
 
 OutputFile::OutputFile(const std::string& path) {
-    // Opened anew, a plain file behind standard output would be written from its start.
+    // Duplicated: opening /dev/stdout would write a file that it is redirected to from its start.
     if (path == "-") {
         descriptor_ = Descriptor(check(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)));
         return;
@@ -73,7 +73,7 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::openPart(unsigned mode) {
-    constexpr std::size_t longest_name = 200;  // leaves room for the rest
+    constexpr std::size_t longest_name = 200;  // leaves room for the suffix
     const fs::path target(target_);
     const std::string name = target.filename().string().substr(0, longest_name);
     for (int i = 1; descriptor_.get() < 0; ++i) {
@@ -92,7 +92,8 @@ void OutputFile::write(std::string_view bytes) {
     while (!bytes.empty()) {
         const auto written = check(::write(descriptor_.get(), bytes.data(), bytes.size()));
         bytes.remove_prefix(static_cast<std::size_t>(written));
-        // Cut short by a signal, which shall not wait for who reads.
+        // A signal has cut the write short. Fail, so that the program ends now instead of blocking
+        // until a slow reader has read on.
         pollfd ready{descriptor_.get(), POLLOUT, 0};
         if (!bytes.empty() && poll(&ready, 1, 0) == 0) {
             throw std::system_error(EINTR, std::generic_category());
@@ -112,7 +113,8 @@ void OutputFile::finish() {
     part_.clear();
 }
 
-/// One download after the other, and not before there is room.
+/// Copies the part file over the target. The lock keeps two downloads to one target apart. Space is
+/// reserved first, so that a full disk does not leave a target that is half old, half new.
 void OutputFile::overwriteTarget() const {
     constexpr off_t most_at_once = 1 << 30;
     const Descriptor target(check(open(target_.c_str(), O_WRONLY | O_CLOEXEC)));

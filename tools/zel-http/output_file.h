@@ -5,7 +5,7 @@
 
 namespace tool {
 
-/// A descriptor that is closed in the end.
+/// Owns a file descriptor and closes it.
 class Descriptor {
 public:
     Descriptor() = default;
@@ -23,12 +23,12 @@ private:
     int value_ = -1;
 };
 
-/// Where a body goes.
+/// The file that a body is written to.
 ///
-/// A plain file appears, or is replaced, only in `finish`; until then the body is in a part beside
-/// it, under a name that nobody else writes to. A file that is replaced keeps its mode and owner,
-/// and every link to it. Standard output, "-", and what is no plain file, such as a device, are
-/// written as the body comes.
+/// A regular file is created or replaced only by `finish`; until then the body is in a part file
+/// beside it, under a name that no other process uses. A replaced file keeps its mode, its owner
+/// and every link to it. Standard output ("-") and other kinds of file, such as devices, are
+/// written directly.
 ///
 /// Throws `std::system_error` when a call fails.
 class OutputFile {
@@ -36,11 +36,11 @@ public:
     explicit OutputFile(const std::string& path);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
-    /// Removes the part.
+    /// Removes the part file, unless `finish` has succeeded.
     ~OutputFile();
 
     void write(std::string_view bytes);
-    /// Nothing can be written any more.
+    /// Completes the file. Nothing can be written afterwards.
     void finish();
 
 private:
@@ -48,10 +48,11 @@ private:
     void overwriteTarget() const;
 
     Descriptor descriptor_;
-    /// Empty when there is no part.
+    /// The path of the part file; empty when there is none.
     std::string part_;
     std::string target_;
-    /// A new file in place of the target would not be the same to others.
+    /// The target is overwritten instead of replaced, since a new file would lose its other links,
+    /// its owner or its mode.
     bool overwrites_ = false;
 };
 

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 constexpr auto rated_time = 5s;
 constexpr std::size_t widest_bar = 40;
-/// What stands beside the bar.
+/// The columns that the text beside the bar needs.
 constexpr std::size_t text_width = 46;
 
 std::size_t barWidth() {

@@ -9,29 +9,29 @@
 
 namespace tool {
 
-/// How far the downloads are, all together.
+/// The progress of all downloads together, in bytes.
 struct Amount {
     std::uint64_t written = 0;
     /// 0 while any length is not known.
     std::uint64_t total = 0;
 };
 
-/// Shows progress on standard error: on a terminal a bar that is drawn over and over, elsewhere a
-/// plain line now and then.
+/// Shows progress on standard error: on a terminal a bar that is redrawn in place, elsewhere a
+/// plain line from time to time.
 class Progress {
 public:
     using Clock = std::chrono::steady_clock;
 
     Progress();
 
-    /// How often `show` wants to be called.
+    /// The time between two calls of `show`.
     std::chrono::milliseconds interval() const;
     void show(const Amount& amount, Clock::time_point now);
-    /// Takes the bar off the screen, for a line in its place.
+    /// Erases the bar, so that a line can be printed in its place.
     void clear();
 
-    /// "42 % of 29.0 MiB  3.1 MiB/s  0:05 left", with a bar in a width of its own when that is not
-    /// 0.
+    /// "42 % of 29.0 MiB  3.1 MiB/s  0:05 left", after a bar of `bar_width` characters unless that
+    /// is 0.
     static std::string text(const Amount& amount, double bytes_a_second, std::size_t bar_width);
 
 private:
@@ -39,7 +39,7 @@ private:
 
     bool terminal_;
     bool shown_ = false;
-    /// The last seconds.
+    /// Times and bytes of the last seconds, from which the rate is computed.
     std::deque<std::pair<Clock::time_point, std::uint64_t>> samples_;
 };
 

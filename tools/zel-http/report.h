@@ -8,14 +8,15 @@
 
 namespace tool {
 
-/// Prints what became of the requests: answers and JSON on standard output, the rest on standard
+/// Prints the outcomes of requests: responses and JSON on standard output, the rest on standard
 /// error.
 class Report {
 public:
     explicit Report(const CommandLine& command_line) : command_line_(command_line) {}
 
     void add(const Outcome& outcome);
-    /// After the last, or an interruption: of requests that are repeated.
+    /// Prints the latencies of repeated requests. Called once, after the last one or an
+    /// interruption.
     void summarise(std::chrono::duration<double> took);
     /// Whether any request failed, or its answer was not printed.
     bool failed() const { return failed_; }

@@ -36,7 +36,7 @@ int Session::run(const std::function<void()>& interrupted) {
     });
     loop_.restart();
     loop_.run();
-    if (status == 0) {  // a signal that came during the last step, or cut it short
+    if (status == 0) {  // a signal that came during the last handler, or ended it early
         loop_.restart();
         loop_.poll();
     }

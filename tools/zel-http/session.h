@@ -18,7 +18,8 @@ public:
     Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
-    /// Destroys the engine while the loop still stands; outcomes under way are dropped.
+    /// Destroys the engine before the loop that it posts outcomes to. Outcomes that have not been
+    /// delivered are dropped.
     ~Session();
 
     zel::http::Client& client() { return *client_; }
@@ -37,7 +38,8 @@ public:
 
 private:
     boost::asio::io_context loop_;
-    /// Keeps a signal from before `run` for it. What the parent ignores, as nohup does, stays so.
+    /// Holds a signal that comes before `run`. Signals that this process was started to ignore, as
+    /// by nohup, stay ignored.
     boost::asio::signal_set signals_;
     oru::asio_executor executor_;
     std::unique_ptr<zel::http::Engine> engine_;

@@ -28,10 +28,10 @@ std::string errorText(const zel::http::ErrorData& error) {
 }
 
 std::string comparison(const std::string& name, std::size_t name_width, const std::string& expected,
-                       const std::string& came) {
-    const bool same = came == expected;
+                       const std::string& actual) {
+    const bool same = actual == expected;
     return fmt::format("  {:<7} {:<{}} {}{}\n", same ? "ok" : "DIFFERS", name, name_width,
-                       same ? "expected and came: " : "expected: " + expected + ", came: ", came);
+                       same ? "expected and came: " : "expected: " + expected + ", came: ", actual);
 }
 
 }  // namespace tool

@@ -13,22 +13,22 @@ namespace tool {
 /// "17 bytes", "4.0 KiB", "1.5 MiB".
 std::string sizeText(std::uint64_t bytes);
 
-/// Whether there are control bytes in it that no text has.
+/// Whether `bytes` contain a control character that does not occur in texts.
 bool isBinary(std::string_view bytes);
 
-/// "<Operation timed out>".
-template <typename Failure>
-std::string nameOf(Failure failure) {
+/// What an enumeration of the library prints, such as "<Operation timed out>".
+template <typename Enumeration>
+std::string nameOf(Enumeration value) {
     std::ostringstream text;
-    text << failure;
+    text << value;
     return text.str();
 }
 
 /// "<Operation timed out> (Timeout was reached)".
 std::string errorText(const zel::http::ErrorData& error);
 
-/// A line of a table that compares: the name, and what was expected and what came.
+/// A line of a table: whether the outcome was the expected one, the name, and the outcome or both.
 std::string comparison(const std::string& name, std::size_t name_width, const std::string& expected,
-                       const std::string& came);
+                       const std::string& actual);
 
 }  // namespace tool

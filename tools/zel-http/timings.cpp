@@ -1,4 +1,5 @@
-// The engine's hook through which a host reaches each easy handle before its transfer starts.
+// Reads libcurl's timings of each transfer. Defines the engine's hook that is called with the easy
+// handle before the transfer starts.
 
 #include "timings.h"
 
@@ -59,7 +60,8 @@ std::string remoteText(CURL* easy) {
 
 void read(CURL* easy, Timings& timings) {
     double before = 0;
-    // libcurl tells when each phase was over. One that was spared says 0 or what the last one says.
+    // libcurl says when each phase ended. For a phase that did not take place it says 0, or the
+    // time of the phase before.
     const auto phase = [&](CURLINFO what) {
         const double over = std::max(before, reached(easy, what));
         return over - std::exchange(before, over);

@@ -6,8 +6,8 @@
 
 namespace tool {
 
-/// How long the phases of a transfer took, in milliseconds, and over what it went. A phase that a
-/// kept-alive connection spares takes 0. Redirects count into the phases.
+/// How long the phases of a transfer took, in milliseconds, and which connection it used. With a
+/// kept-alive connection the phases that make one take 0. Redirects are included.
 struct Timings {
     double lookup = 0;
     double connect = 0;
@@ -23,7 +23,7 @@ struct Timings {
     bool new_connection = false;
 };
 
-/// Where the transfers of one request after the other leave their timings.
+/// Receives the timings of transfers that run one after the other.
 struct Recording {
     Timings timings;
     CURL* easy = nullptr;

@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "Engine/active_task.h"
+#include "Engine/easy_options.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Records/header_line.h"
@@ -37,6 +38,20 @@ constexpr double seconds_between_reports = 3.0;
 /// comparisons: within these limits less than 50 ms.
 constexpr std::size_t most_header_fields = 500;
 constexpr std::size_t most_header_bytes = std::size_t{256} * 1024;
+
+/// Whether a response ends its header block with a declared length above `max_download_size`.
+/// Makes every libcurl judge by the declared length of each response, as 7.88 does: from 8.4 on it
+/// counts an undeclared body, too, and 8.14 takes intermediate responses of any length.
+bool declaresTooMuch(const Engine::ActiveTask& task, std::string_view line) {
+    const std::int32_t limit = task.request->config.max_download_size;
+    if (limit <= 0) return false;
+    if (isStatusLine(line)) setLong<CURLOPT_MAXFILESIZE>(task.curl, limit);
+    if (!isEmptyLine(line)) return false;
+    curl_off_t length = -1;
+    curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (length < 0) setLong<CURLOPT_MAXFILESIZE>(task.curl, 0);
+    return length > limit;
+}
 
 /// A byte count as the 32 bits that notifications take; the largest of them for a larger count.
 template <typename Number>
@@ -132,6 +147,10 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
     if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
+    }
+    if (declaresTooMuch(task, line)) {
+        task.fail(CURLE_FILESIZE_EXCEEDED);
+        throw std::length_error("the declared length is above max_download_size");
     }
     watchForCloseNotify(task, line);
     if (task.request->config.own_cert) dropClientCertificateOnCrossOrigin(task.curl, line);

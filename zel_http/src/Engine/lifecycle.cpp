@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <memory>
+#include <string>
 
 #include "Engine/active_task.h"
+#include "Engine/curl_version.h"
 #include "Engine/tls_isolation.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
@@ -24,6 +26,16 @@ CURLM* initMultiHandle() {
     return curl_multi_init();
 }
 
+/// Reports a libcurl that a device has put in the place of the one that this was built with, and
+/// that is too old or has no OpenSSL, whose contexts verifiers and partial chains need.
+void checkLibcurl(logging::Logger& logger) {
+    const curl_version_info_data& libcurl = *curl_version_info(CURLVERSION_NOW);
+    const std::string tls = libcurl.ssl_version == nullptr ? "no TLS" : libcurl.ssl_version;
+    if (!curlIsBefore(7, 88) && tls.find("OpenSSL/") != std::string::npos) return;
+    logger.error("Engine::%s: libcurl %s with %s is not supported: 7.88 or newer, with OpenSSL, is",
+                 logging::arguments("Engine", libcurl.version, tls));
+}
+
 }  // namespace
 
 Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
@@ -37,6 +49,7 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
       logger(logger),
       tlsIsolation(std::make_unique<TlsIsolation>()) {
     ORU_ASSERT(!currentEngine);
+    checkLibcurl(*logger);
     currentEngine = this;
     if (wakeupFd < 0) {
         oru::assertion_failed("CurlEngine: Error creating eventfd\n", __FILE__, __LINE__,

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "Engine/active_task.h"
+#include "Engine/curl_version.h"
 #include "Engine/easy_options.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/wire_text.h"
@@ -42,11 +43,8 @@ bool hasUpload(const RequestConfig& config) {
 }
 
 /// Whether libcurl loses an HTTP/2 response that comes before the body is read, when the server
-/// then ends the stream. 7.88 does, 8.14 does not.
-bool losesEarlyAnswers() {
-    constexpr unsigned fixed = 0x080e00;
-    return curl_version_info(CURLVERSION_NOW)->version_num < fixed;
-}
+/// then ends the stream.
+bool losesEarlyAnswers() { return curlIsBefore(8, 14); }
 
 /// The limit as libcurl's `long`, which has 32 bits on some targets. At least 1: libcurl takes a
 /// negative limit for 49 days.

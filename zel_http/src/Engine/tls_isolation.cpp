@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "Engine/curl_version.h"
 #include "Engine/easy_options.h"
 #include "Engine/redirect_rule.h"
 #include "Engine/tls_policy.h"
@@ -39,10 +40,7 @@ bool keyFitsCertificate(const std::string& certificate, const std::string& key) 
 
 /// Whether libcurl's session cache is usable. Before 8.12 it serves only the redirects of one
 /// transfer, and frees a name twice when memory runs out.
-bool hasUsableSessionCache() {
-    constexpr unsigned fixed = 0x080c00;
-    return curl_version_info(CURLVERSION_NOW)->version_num >= fixed;
-}
+bool hasUsableSessionCache() { return !curlIsBefore(8, 12); }
 
 }  // namespace
 

@@ -12,8 +12,9 @@ namespace oru {
 /// `Repeating` leaves them armed.
 enum class CallbackType : int { Repeating = 0, Once = 1 };
 
-/// Owns an action under way and the right to hear of its outcome. Dropping the handle disarms its
-/// callbacks and runs the cancel action once. `Tag` only tells handles of different services apart.
+/// Owns a running action, such as a request, and lets its callbacks run only while the handle
+/// lives. Destroying the handle disarms the callbacks and runs the cancel action, once. `Tag` makes
+/// handles of different services different types.
 ///
 /// Move-only: a moved-from handle is inert, and assigning to a handle drops what it held. The
 /// handle, its callbacks and its destruction belong to one thread; nothing here is locked.

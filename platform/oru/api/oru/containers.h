@@ -34,7 +34,7 @@ inline constexpr Folding classic_upper = classicFolding('a', 'z');
 /// every other.
 class Fold {
 public:
-    /// To upper case, or to lower.
+    /// Folds to upper case if `upper`, else to lower case.
     explicit Fold(bool upper) {
         const std::locale locale;
         if (locale == std::locale::classic()) {  // the usual case, cheaper without its facet
@@ -53,17 +53,17 @@ public:
     Fold& operator=(const Fold&) = delete;
     ~Fold() = default;
 
-    /// The byte in that case.
+    /// The byte in the case that the constructor chose.
     char operator()(char c) const { return (*folding_)[static_cast<unsigned char>(c)]; }
 
 private:
-    std::optional<Folding> own_;  // the table of any other locale
+    std::optional<Folding> own_;  // filled for other locales than the classic one
     const Folding* folding_ = nullptr;
 };
 
 }  // namespace detail
 
-/// The hash that goes with `lc_equals`.
+/// Hashes header names and other keys whose case does not matter.
 struct lc_hash {
     /// Hashes a text without regard to the case of letters, as the process's global locale sees it
     /// at the time of the call.
@@ -75,7 +75,7 @@ struct lc_hash {
     }
 };
 
-/// The equality of names whose case does not matter.
+/// Compares keys whose case does not matter.
 struct lc_equals {
     /// Compares two texts byte by byte without regard to the case of letters, in the same locale.
     /// Keys that are equal here have the same `lc_hash`.

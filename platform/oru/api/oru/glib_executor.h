@@ -66,7 +66,7 @@ private:
     }
     static void destroy(gpointer data) { delete static_cast<queue*>(data); }
 
-    /// The oldest task; none when there is none.
+    /// Removes and returns the oldest task; nothing when the queue is empty.
     static std::optional<std::function<void()>> take(queue& queue) {
         const std::lock_guard lock(queue.mutex);
         if (queue.tasks.empty()) return std::nullopt;

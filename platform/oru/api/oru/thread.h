@@ -50,7 +50,7 @@ public:
         unsigned stack_size_ = 0;
     };
 
-    /// No thread.
+    /// A handle that holds no thread.
     thread() = default;
     /// @{
     /// Leaves `other` without a thread.
@@ -59,8 +59,8 @@ public:
     /// @}
     thread(const thread&) = delete;
     thread& operator=(const thread&) = delete;
-    /// A thread must have been joined by now: otherwise the process stops by assertion, as it does
-    /// when one is moved over.
+    /// Stops the process by assertion if the handle still holds a thread, that is, one that has not
+    /// been joined. So does assigning to such a handle.
     ~thread();
 
     /// Whether the handle holds a thread.
