@@ -21,8 +21,7 @@ TEST_F(Squid, StoredSettingItsCredentialsAndFallbacks) {
     const Daemon squid("squid -n test$$ -N -d 0 -f @conf@", configurationOf("squid"), file(""));
     const std::string proxy = "http://" + squid.address("proxy");
     // Whom only the proxy knows.
-    Get far("https://device.example" + nginx.address("local").substr(9));
-    far.tls_verify = false;
+    const Get far = Get("https://device.example" + nginx.address("local").substr(9)).insecure();
     engine->setProxyConfig(proxy, "device", "p:ss wörd");
     EXPECT_EQ(outcomeOf(far), "200 HTTP/2.0 TLSv1.3");
     // Not on the tunnel that stands, whose status would say nothing and cause a retry.

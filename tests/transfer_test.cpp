@@ -42,8 +42,7 @@ extern "C" CURLcode interposedGetinfo(CURL* easy, int info, ...) {
 }
 
 extern "C" CURLMsg* curl_multi_info_read(CURLM* multi, int* remaining) {
-    static const auto next =
-        reinterpret_cast<decltype(&curl_multi_info_read)>(dlsym(RTLD_NEXT, "curl_multi_info_read"));
+    static const auto next = test::replaced(&curl_multi_info_read, "curl_multi_info_read");
     CURLMsg* message = next(multi, remaining);
     if (message != nullptr && reported != CURLE_OK) message->data.result = reported;
     return message;

@@ -1,6 +1,5 @@
 // Descriptors that run out, that are too many for `select`, and one that somebody else closes.
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -16,8 +15,7 @@ std::atomic<int> longest_poll{0};
 
 extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* more, unsigned count,
                                      int milliseconds, int* ready) {
-    static const auto next =
-        reinterpret_cast<decltype(&curl_multi_poll)>(dlsym(RTLD_NEXT, "curl_multi_poll"));
+    static const auto next = test::replaced(&curl_multi_poll, "curl_multi_poll");
     longest_poll = std::max(longest_poll.load(), milliseconds);
     return next(multi, more, count, milliseconds, ready);
 }

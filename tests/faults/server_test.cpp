@@ -1,7 +1,6 @@
 // Servers and proxies that die, stall and cheat, answers that no decent server sends, and name
 // look-ups that hang.
 
-#include <dlfcn.h>
 #include <netdb.h>
 
 #include <atomic>
@@ -19,8 +18,7 @@ std::atomic<int> hung{0};
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
-    static const auto next =
-        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    static const auto next = test::replaced(&getaddrinfo, "getaddrinfo");
     if (name == nullptr || std::string(name) != "hangs.test") {
         return next(name, service, hints, result);
     }
@@ -93,10 +91,8 @@ const Row answers[] = {
      "302 here"},
     {"status 600", says("HTTP/1.1 600 Odd\r\n" + empty + "\r\n"), protocol + "HTTP code=0"},
     {"status 99", says("HTTP/1.1 99 Odd\r\n" + empty + "\r\n"), not_http},
-    {"garbage", says("garbage\r\n\r\n"), not_http},
     // Must cost no such memory.
     {"declares 4 GiB", says(ok + "Content-Length: 4294967295\r\n\r\nhalf"), partial},
-    {"declares less", says(ok + "Content-Length: 4\r\n\r\nmore than that"), "200 more"},
     {"trailer", says(ok + chunked + "\r\n2\r\nok\r\n0\r\nX-Hop: t\r\n\r\n"), "200 ok hop=t"},
     {"field like a status line", says(ok + chunked + "\r\n0\r\nHTTP/1.1: x\r\n\r\n"), "200 "},
     {"500 fields", says(ok + empty + fields(499) + "\r\n"), "200 "},

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "loopback/descriptor_limit.h"
 #include "loopback/event.h"
@@ -131,25 +132,85 @@ inline void atOnce(const std::function<void()>& closure) { closure(); }
 /// no thread or descriptor is left, and no log line has "secret" or a line end of somebody else's.
 class EngineTest : public testing::Test {
 protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override {
+        // TSan starts a thread of its own with the first of the process.
+        std::thread([] {}).join();
+        before_ = descriptorsAndThreads();
+        startEngine();
+    }
+    void TearDown() override {
+        if (engine) {
+            EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello") << "by the engine afterwards";
+            settle();
+            loop.poll();
+            EXPECT_EQ(client.use_count(), 1);
+        }
+        engine.reset();
+        waitFor("the end of all threads and descriptors",
+                [this] { return descriptorsAndThreads() == before_; });
+        for (const char* unwanted : {"secret", "\nHTTP(", "\nX-Evil"}) {
+            for (const auto& line : logger.lines(unwanted)) ADD_FAILURE() << "logged: " << line;
+        }
+    }
 
     /// Replaces the engine.
-    void startEngine(logging::Logger* log = nullptr);
+    void startEngine(logging::Logger* log = nullptr) {
+        engine.reset();
+        engine = std::make_unique<zel::http::Engine>(atOnce, log == nullptr ? &logger : log);
+    }
     /// The outcome on an engine of the host's own, after which there is a plain one again.
-    std::string outcomeOn(OwnEngine::Step step, HostRequest& request);
+    std::string outcomeOn(OwnEngine::Step step, HostRequest& request) {
+        engine.reset();
+        engine = std::make_unique<OwnEngine>(logger, std::move(step));
+        const std::string outcome = request.runToOutcome();
+        startEngine();
+        return outcome;
+    }
     /// Performs a request of the client.
-    std::string outcomeOf(const RequestConfig& config, const zel::http::LogFilter& filter = {});
+    std::string outcomeOf(const RequestConfig& config, const zel::http::LogFilter& filter = {}) {
+        std::string outcome;
+        const auto keep = [&](auto, const auto& data) { outcome = textOf(data); };
+        client->start_request(config, filter, keep, keep);
+        runUntil("the outcome of " + config.url.substr(0, 60), [&] { return !outcome.empty(); });
+        return outcome;
+    }
     std::string outcomeOf(const std::string& url) { return outcomeOf(Get(url)); }
     /// What came of a fault, for the table of `./dev faults` too.
-    static void expectOutcome(const std::string& actual, const std::string& expected);
+    static void expectOutcome(const std::string& actual, const std::string& expected) {
+        RecordProperty("outcome", actual);
+        EXPECT_EQ(actual, expected);
+    }
     /// Runs the client's executor until then.
-    void runUntil(const std::string& event, const std::function<bool()>& reached);
+    void runUntil(const std::string& event, const std::function<bool()>& reached) {
+        waitFor(event, [&] {
+            if (reached()) return true;
+            loop.run_one_for(std::chrono::milliseconds(100));
+            return reached();
+        });
+    }
     /// Returns when the engine thread has run all that was queued before, and a pass after it.
-    void settle();
+    void settle() {
+        for (int pass = 0; pass < 2; ++pass) {
+            Flag reached;
+            engine->queueRequest([&] { reached.set(); });
+            reached.await("the engine thread");
+        }
+    }
     /// Runs `work` while the engine thread is held, in a pass that then runs what `work` has
     /// queued.
-    void whileEngineIsHeld(const std::function<void()>& work);
+    void whileEngineIsHeld(const std::function<void()>& work) {
+        Flag held;
+        Flag released;
+        engine->queueRequest([&] {
+            held.set();
+            released.await("the test");
+            engine->processPendingRequests();
+        });
+        held.await("the engine thread");
+        work();
+        released.set();
+        settle();
+    }
     /// How many passes the engine has made.
     std::size_t passes() const { return logger.lines("processPendingRequests").size(); }
 
