@@ -78,6 +78,13 @@ TEST(Records, RenderingIsExactAndHidesSecrets) {
               "Verifier   : On\n    w/data : (empty)\nBODY       : 1048576 bytes\n--\n");
 }
 
+TEST(Records, RenderingOfSingleFlags) {
+    RequestConfig config;
+    config.enable_cookies = false;
+    config.write_cookies = true;
+    EXPECT_NE(printed(config).find("Flags      : tls-verify, write-cookies\n"), std::string::npos);
+}
+
 TEST(Rules, HeaderLines) {
     const std::pair<const char*, const char*> rows[] = {
         {"Content-Type: text/html\r\n", "Content-Type|text/html"},
