@@ -199,28 +199,19 @@ TEST_F(Control, APauseHoldsTheNextBlock) {
 /// The pauses meet an answer that is there already: libcurl (7.88) keeps its header lines and hands
 /// several over in one call.
 TEST_F(Control, HeaderLinesComeOneByOneAfterAPause) {
-    Flag asked;
-    Flag answer;
-    Flag answered;
+    std::shared_ptr<HostRequest> request;
     const ScriptedServer server([&](Socket& socket) {
         readRequest(socket);
-        asked.set();
-        answer.await("the test");
-        write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nSet-Cookie: a=b\r\n\r\nbody");
-        answered.set();
-    });
-    const auto request = hostRequest(server.url());
-    request->runRequest();
-    asked.await("the request");
-    whileEngineIsHeld([&] {
-        answer.set();
-        answered.await("the answer");
-        request->pauseRequest();
+        whileEngineIsHeld([&] {
+            write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nSet-Cookie: a=b\r\n\r\nbody");
+            request->pauseRequest();
+            request->resumeRequest();
+            request->pauseRequest();
+        });
         request->resumeRequest();
-        request->pauseRequest();
     });
-    request->resumeRequest();
-    EXPECT_EQ(request->outcome(), "200 end");
+    request = hostRequest(server.url());
+    EXPECT_EQ(request->runToOutcome(), "200 end");
     EXPECT_EQ(request->header_lines, 4);
     EXPECT_EQ(request->body, "body");
 }

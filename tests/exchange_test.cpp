@@ -114,26 +114,6 @@ TEST_F(Exchange, RequestsOnTheWire) {
     }
 }
 
-/// The strongest that a server offers, or the one that the caller asks for.
-TEST_F(Exchange, MethodsOfAuthentication) {
-    std::string method;
-    const ScriptedServer server([&](Socket& socket) {
-        for (std::string request; !(request = readRequest(socket)).empty();) {
-            const auto field = request.find("Authorization: ");
-            if (field != std::string::npos) method = request.substr(field + 15, 6);
-            write(socket,
-                  "HTTP/1.1 401 No\r\nWWW-Authenticate: Basic realm=r\r\n"
-                  "WWW-Authenticate: Digest realm=r, nonce=n\r\nContent-Length: 0\r\n\r\n");
-        }
-    });
-    for (const auto& [asked, expected] : {std::pair(zel::http::AuthMethod::ANY, "Digest"),
-                                          {zel::http::AuthMethod::BASIC, "Basic "}}) {
-        const auto get = Get(server.url()).login("me", "secret");
-        EXPECT_EQ(outcomeOf(Get(get).set(&RequestConfig::auth_method, asked)), "401 ");
-        EXPECT_EQ(method, expected);
-    }
-}
-
 /// A server that answers before it has read the body leaves a connection that waits for it.
 TEST_F(Exchange, AnAnswerBeforeTheBodyLeavesNoConnectionBehind) {
     for (const std::string answer : {"413 ", "200 "}) {

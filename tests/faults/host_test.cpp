@@ -1,4 +1,4 @@
-// A host that throws, logs to a full disk, destroys the engine at any time,
+// A host that throws, destroys the engine at any time,
 // and has texts that must not put on the wire what was not asked for.
 
 #include <new>
@@ -149,6 +149,10 @@ auto url(const std::string& rest) {
 const std::string bad_url = "<Invalid URL> URL using bad/illegal format or missing URL";
 
 const Text texts[] = {
+    {"none, for the strongest login", login("u", "secret"), "200 ", 0},
+    {"none, for a login that is not offered",
+     [](Get& config) { config.login("u", "secret").auth_method = zel::http::AuthMethod::BASIC; },
+     "401 ", 0},
     {"a line in a header", header("X-A", "secret" + line), "401 ", 1},
     {"a bare LF in a header", header("X-A", "secret\nX-Evil: 1"), "401 ", 1},
     {"a line in a name", header("X-A: a" + line, "b"), "401 ", 1},

@@ -44,9 +44,6 @@ const std::string not_http = "<Invalid URL> Unsupported protocol";
 const std::string too_many = protocol + "Weird server reply";
 const std::string broken_tls = protocol + "SSL connect error";
 
-/// Opens a tunnel, and reads and answers one request in it.
-Script tunnel(const std::string& reply) { return says("HTTP/1.1 200 OK\r\n\r\n", says(reply)); }
-
 std::string fields(int count) {
     std::string text;
     for (int i = 0; i < count; ++i) text += "X-" + std::to_string(i) + ": v\r\n";
@@ -81,8 +78,6 @@ const Row faults[] = {
     {"silent in the TLS handshake", stall, timed_out},
     {"TLS asked of HTTP", [](Socket& socket) { write(socket, ok); }, broken_tls},
     {"proxy closes behind CONNECT", says(""), reset_text},
-    {"proxy closes before the answer", tunnel(""), nothing},
-    {"proxy closes in the body", tunnel(half_body), partial},
 };
 INSTANTIATE_TEST_SUITE_P(Faulty, Server, testing::ValuesIn(faults), nameOf<Row>);
 
