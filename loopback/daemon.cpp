@@ -12,8 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-
-#include "loopback/origin.h"
+#include <vector>
 
 namespace loopback {
 namespace {
@@ -56,14 +55,19 @@ Daemon::~Daemon() {
 }
 
 void Daemon::chooseAddresses(const std::string& configuration) {
+    using boost::asio::ip::tcp;
     addresses_.clear();
+    boost::asio::io_context loop;
+    std::vector<tcp::acceptor> held;  // until all are chosen, or the kernel might choose one twice
     std::size_t end = 0;
     for (auto begin = configuration.find('@'); begin != std::string::npos;
          begin = configuration.find('@', end + 1)) {
         end = configuration.find('@', begin + 1);
         const std::string name = configuration.substr(begin + 1, end - begin - 1);
         if (name == "dir") continue;
-        addresses_.emplace(name, "127.0.0.1:" + std::to_string(closedPort()));
+        held.emplace_back(loop, tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0));
+        const auto port = held.back().local_endpoint().port();
+        addresses_.emplace(name, "127.0.0.1:" + std::to_string(port));
     }
 }
 

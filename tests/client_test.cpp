@@ -136,17 +136,6 @@ TEST_F(ClientTest, ALogFilterMayCancelItsOwnRequest) {
     EXPECT_EQ(logger.lines("Cancelling"), (Lines{"info: HTTP(1) Cancelling"}));
 }
 
-/// Cancelling destroys the callbacks, with them the session, and with it the handle that cancels.
-TEST_F(ClientTest, CallbacksMayOwnTheHandleOfTheirRequest) {
-    auto session = std::make_shared<Handle>();
-    const std::weak_ptr<Handle> gone = session;
-    *session = startHandle("/silence", [session] {});
-    Handle& handle = *session;
-    session.reset();
-    handle.cancel();
-    EXPECT_TRUE(gone.expired());
-}
-
 TEST_F(ClientTest, HandlesCancelWhenDroppedAndOnlyThen) {
     startHandle("/silence");  // dropped at once
     Handle kept = startHandle("/status/201");

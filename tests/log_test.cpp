@@ -88,12 +88,18 @@ TEST_F(LogTest, LinesAreExactAndMasked) {
     const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
     client->cancel_request(client->start_request(config, none, unwanted, unwanted));
     EXPECT_TRUE(logger.lines("HTTP(").empty());
+    // A filter runs although no line is written.
+    int calls = 0;
+    LogFilter only;
+    only.response_body_filter = [&](const auto& text) { return ++calls, text; };
+    EXPECT_TRUE(linesOf(0, post("/status/500", "{}"), only).empty());
+    EXPECT_EQ(calls, 1);
     // Nobody's text begins a line of its own.
     Get forged("http://h/\r\nHTTP(7) <= 200");
-    forged.header("Warning", "a\x1b[2J\x7f\xC3\xA4");
-    EXPECT_EQ(linesOf(1, forged, {}),
+    forged.header("X-\x1b", "a\x1b[2J\x7f\xC3\xA4");
+    EXPECT_EQ(linesOf(6, forged, {}),
               (Lines{R"(1: HTTP(1) => GET http://h/\x0d\x0aHTTP(7) <= 200)",
-                     "1:  Warning: a\\x1b[2J\\x7f\xC3\xA4",
+                     "6:  X-\\x1b: a\\x1b[2J\\x7f\xC3\xA4",
                      "info: HTTP(1) Error: <Invalid URL> (URL using bad/illegal format or missing "
                      "URL)"}));
 }

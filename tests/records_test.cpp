@@ -76,6 +76,8 @@ TEST(Records, RenderingIsExactAndHidesSecrets) {
               "read-cookies, write-cookies\n"
               "CA dir     : /ca\nOwn cert   : c.pem\nOwn pkey   : k.pem\n"
               "Verifier   : On\n    w/data : (empty)\nBODY       : 1048576 bytes\n--\n");
+    config.read_cookies = false;
+    EXPECT_NE(printed(config).find("enable-cookies, write-cookies\n"), std::string::npos);
 }
 
 TEST(Rules, HeaderLines) {
@@ -106,7 +108,7 @@ TEST(Rules, WhatLeadsToAnotherOrigin) {
         EXPECT_FALSE(leaves(line)) << line;
     }
     for (const char* line :
-         {"Location: http://a.b/\n", "Location: https://a.b:444/", "Location: //c/",
+         {"Location: http://a.b/\n", "Location: https://a.b:444/", "location: //c/",
           "Location: https://b.a.b/\r\n", "Location: https://a.b@c/", "Location: https://[c/"}) {
         EXPECT_TRUE(leaves(line)) << line;
     }

@@ -9,6 +9,23 @@
 #include "certificate/certificate.h"
 #include "support/real_servers.h"
 
+/// OpenSSL says that it has given up.
+std::atomic<bool> broken{false};
+
+extern "C" const char* SSL_state_string(const SSL* connection) {
+    static const auto next = test::replaced(&SSL_state_string, "SSL_state_string");
+    return broken ? "SSLERR" : next(connection);
+}
+
+/// The file of authorities that was read last.
+std::string loaded;
+
+extern "C" int X509_STORE_load_file(X509_STORE* store, const char* file) {
+    static const auto next = test::replaced(&X509_STORE_load_file, "X509_STORE_load_file");
+    loaded = file;
+    return next(store, file);
+}
+
 namespace test {
 
 std::string seen_data;
@@ -36,75 +53,67 @@ const std::string refused = "<Protocol failure> SSL peer certificate or SSH remo
 const std::string http2 = "200 HTTP/2.0 TLSv1.3";
 const std::string http1 = "200 HTTP/1.1 TLSv1.3";
 
-/// A request under a policy of its own; files are those of the fixture.
-class Policy : public Get {
-public:
-    Policy(const std::string& url, const Certificates& certificates)
-        : Get(url), certificates_(certificates) {}
-    Policy& root(const std::string& name) {
-        return trusting(certificates_.file(name + ".pem")), *this;
-    }
-    Policy& mine(const std::string& key = "client.key") {
-        return identity(certificates_.file("client.pem"), certificates_.file(key)), *this;
-    }
-    Policy& insecure() { return set(&RequestConfig::tls_verify, false), *this; }
-    Policy& partial() { return set(&RequestConfig::tls_partial_chain, true), *this; }
-    Policy& by(int (*verify)(int, X509_STORE_CTX*)) {
-        return set(&RequestConfig::verifier, verify), *this;
-    }
-
-private:
-    const Certificates& certificates_;
-};
-
 class Tls : public RealServersTest {
 protected:
-    Policy to(const std::string& server, const std::string& target = "/") const {
-        return {url(server, target), certificates};
+    Get to(const std::string& server, const std::string& target = "/") const {
+        return Get(url(server, target));
     }
+    Get withOwn(Get request, const std::string& key = "client.key") const {
+        return request.identity(file("client.pem"), file(key));
+    }
+    const std::string root = file("root.pem");
+    const std::string other_root = file("other_root.pem");
+    const std::string intermediate = file("intermediate.pem");
+    const std::string self_signed = file("self_signed.pem");
+    const std::string both = file("both.pem");
 };
 
 TEST_F(Tls, PoliciesAgainstCertificates) {
     const std::string client = "200 hello CN=client";
     const std::string bad_key = "<Protocol failure> Problem with the local SSL certificate";
-    auto upper_case = to("local").root("root");
+    auto upper_case = to("local").trusting(root);
     upper_case.url.replace(0, 5, "HTTPS");
+    auto early = to("local", "/small").trusting(root);  // which over HTTP/2 libcurl (7.88) loses
+    early.sends(Method::PUT, bodyOf(3000000));
     const Get plain("http://" + nginx.address("plain") + "/to-https");
     const std::pair<RequestConfig, std::string> rows[] = {
-        {to("local").root("root"), http2},
+        {to("local").trusting(root), http2},
         {upper_case, http2},
-        {to("local12").root("root"), "200 TLSv1.2"},
-        {to("local").root("other_root"), refused},
-        {to("local").root("intermediate"), refused},
+        {early, "413 early"},
+        {to("local", "/unmeasured").trusting(root), "200 unmeasured"},
+        {to("local12").trusting(root), "200 TLSv1.2"},
+        {to("local").trusting(other_root), refused},
+        {to("local").trusting(intermediate), refused},
         // Cut at its NUL, the path would name the very authority that the server needs.
         {to("local").trusting(file("root.pem") + std::string("\0x", 2)), refused},
-        {to("local").root("intermediate").partial(), http2},
-        {to("elsewhere").root("root"), refused},
-        {to("expired").root("root"), refused},
-        {to("self_signed").root("root"), refused},
-        {to("self_signed").root("self_signed"), "200 self"},
+        {to("local").trusting(intermediate).partial(), http2},
+        {to("elsewhere").trusting(root), refused},
+        {to("expired").trusting(root), refused},
+        {to("self_signed").trusting(root), refused},
+        {to("self_signed").trusting(self_signed), "200 self"},
         {to("self_signed").insecure().partial(), "200 self"},
         {to("elsewhere").insecure(), "200 elsewhere"},
         {plain, refused},  // libcurl's own defaults
-        {to("mutual").root("root").mine(), client},
-        {to("mutual").insecure().mine(), client},
-        {to("mutual", "/back").root("root").mine(), client},
+        {withOwn(to("mutual").trusting(root)), client},
+        {withOwn(to("mutual").insecure()), client},
+        {withOwn(to("mutual", "/back").trusting(root)), client},
         // A key that does not fit fails as such; an encrypted one asks nobody for its pass phrase.
-        {to("mutual").root("root").mine("local.key"), bad_key},
-        {to("mutual").root("root").mine("client_encrypted.key"), bad_key},
+        {withOwn(to("mutual").trusting(root), "local.key"), bad_key},
+        {withOwn(to("mutual").trusting(root), "client_encrypted.key"), bad_key},
         // A half or unreadable pair is no client certificate.
-        {to("optional").root("root").mine("none"), "200 client NONE"},
-        {to("optional").root("root").mine().set(&RequestConfig::own_pkey, ""), "200 client NONE"},
+        {withOwn(to("optional").trusting(root), "none"), "200 client NONE"},
+        {withOwn(to("optional").trusting(root)).set(&RequestConfig::own_pkey, ""),
+         "200 client NONE"},
         // A verifier has the last word, but not on the name.
-        {to("local").root("root").by(reject), refused},
+        {to("local").trusting(root).by(reject), refused},
         {to("local").insecure().by(reject), refused},
         {to("local").by(accept), http1},
-        {to("expired").root("root").by(accept), "200 expired"},
-        {to("expired").root("root").by(keepVerdict), refused},
-        {to("elsewhere").root("root").by(accept), refused},
-        {to("local").root("intermediate").by(keepVerdict), refused},
-        {to("local").root("intermediate").partial().by(keepVerdict), http1},
-        {to("local").root("intermediate").partial().by(reject), refused},
+        {to("expired").trusting(root).by(accept), "200 expired"},
+        {to("expired").trusting(root).by(keepVerdict), refused},
+        {to("elsewhere").trusting(root).by(accept), refused},
+        {to("local").trusting(intermediate).by(keepVerdict), refused},
+        {to("local").trusting(intermediate).partial().by(keepVerdict), http1},
+        {to("local").trusting(intermediate).partial().by(reject), refused},
     };
     for (const auto& [policy, outcome] : rows) EXPECT_EQ(outcomeOf(policy), outcome) << policy;
     // An operator sees why; the caller's text stays libcurl's for the code.
@@ -123,46 +132,52 @@ TEST_F(Tls, AuthoritiesThatNobodyNames) {
     unsetenv("SSL_CERT_FILE");
 #endif
     EXPECT_EQ(outcomeOf(to("local")), refused);
-    EXPECT_NE(outcomeOf(to("local").trusting("")), http2);  // no file is not the default bundle
+    EXPECT_EQ(loaded, certificate::ca_path("default"));
+    loaded.clear();
+    EXPECT_NE(outcomeOf(to("local").trusting("")), http2);
+    EXPECT_EQ(loaded, "") << "no file is not the default bundle";
     ASSERT_EQ(std::system(("openssl rehash " + file("")).c_str()), 0);
     EXPECT_EQ(outcomeOf(to("local").set(&RequestConfig::ca_dir, file(""))), http2);
 }
 
 TEST_F(Tls, AVerifierIsAPlainFunctionWithItsData) {
-    auto policy = to("local").root("root").by(keepVerdict);
+    auto policy = to("local").trusting(root).by(keepVerdict);
     policy.verifier_data = "for the verifier";
     outcomeOf(policy);
     EXPECT_EQ(seen_data, "for the verifier");
     policy.verifier = [&](int verdict, X509_STORE_CTX*) { return verdict; };
-    EXPECT_EQ(outcomeOf(policy), "<Protocol failure> A libcurl function was given a bad argument");
+    for (const bool partial : {false, true}) {
+        EXPECT_EQ(outcomeOf(policy.set(&RequestConfig::tls_partial_chain, partial)),
+                  "<Protocol failure> A libcurl function was given a bad argument");
+    }
 }
 
 /// Each second request is judged by its own policy, whatever the first has left behind.
 TEST_F(Tls, NoPolicyServesAnother) {
-    std::ofstream(file("both.pem"))
-        << contentOf(file("root.pem")) << contentOf(file("self_signed.pem"));
+    std::ofstream(both) << contentOf(file("root.pem")) << contentOf(file("self_signed.pem"));
     struct Pair {
         const char* what;
-        Policy first;
-        Policy second;
+        Get first;
+        Get second;
     };
-    const auto redirected = to("local", "/to-self").root("both").by(rejectSelfSigned);
+    const auto redirected = to("local", "/to-self").trusting(both).by(rejectSelfSigned);
     const Pair pairs[] = {
-        {"kept alive, then a verifier", to("local").root("root"),
-         to("local").root("root").by(reject)},
-        {"lenient verifier, then none", to("local").root("other_root").by(accept),
-         to("local").root("other_root")},
-        {"two verifiers", to("local").root("root").by(accept), to("local").root("root").by(reject)},
-        {"partial chains, then none", to("local").root("intermediate").partial(),
-         to("local").root("intermediate")},
+        {"kept alive, then a verifier", to("local").trusting(root),
+         to("local").trusting(root).by(reject)},
+        {"lenient verifier, then none", to("local").trusting(other_root).by(accept),
+         to("local").trusting(other_root)},
+        {"two verifiers", to("local").trusting(root).by(accept),
+         to("local").trusting(root).by(reject)},
+        {"partial chains, then none", to("local").trusting(intermediate).partial(),
+         to("local").trusting(intermediate)},
         {"in use by a lenient verifier", to("local", "/slow/root.pem").by(accept), to("local")},
-        {"in use over HTTP/2", to("local", "/slow/root.pem").root("root"),
-         to("local").root("root").by(reject)},
-        {"a redirect to a connection of none", to("self_signed").root("both"), redirected},
-        {"a redirect to one of a lenient verifier", to("self_signed").root("both").by(accept),
+        {"in use over HTTP/2", to("local", "/slow/root.pem").trusting(root),
+         to("local").trusting(root).by(reject)},
+        {"a redirect to a connection of none", to("self_signed").trusting(both), redirected},
+        {"a redirect to one of a lenient verifier", to("self_signed").trusting(both).by(accept),
          redirected},
-        {"a key that fits, then another", to("mutual").root("root").mine(),
-         to("mutual").root("root").mine("local.key")},
+        {"a key that fits, then another", withOwn(to("mutual").trusting(root)),
+         withOwn(to("mutual").trusting(root), "local.key")},
     };
     for (const Pair& pair : pairs) {
         startEngine();
@@ -177,18 +192,23 @@ TEST_F(Tls, NoPolicyServesAnother) {
     }
     // Nor does a TLS session, which libcurl resumes between transfers from 8.12 on.
     startEngine();
-    for (const auto& own : {to("local12", "/reused").root("root").by(keepVerdict),
-                            to("local12", "/reused").root("intermediate").partial(),
-                            to("local12", "/reused").root("root").mine()}) {
+    for (const auto& own : {to("local12", "/reused").trusting(root).by(keepVerdict),
+                            to("local12", "/reused").trusting(intermediate).partial(),
+                            withOwn(to("local12", "/reused").trusting(root))}) {
         for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(own), "200 .");
     }
 }
 
 /// New connections go by what the file holds now, not by what libcurl keeps of it.
-TEST_F(Tls, AuthoritiesThatChangeCountAtOnce) {
+TEST_F(Tls, FilesThatChangeCountAtOnce) {
+    for (const char* name : {"client.key", "local.key", "client.key"}) {
+        std::ofstream(file("changing.key")) << contentOf(file(name));
+        EXPECT_EQ(outcomeOf(withOwn(to("mutual").trusting(root), "changing.key"))[0],
+                  name[0] == 'c' ? '2' : '<');
+    }
     for (const char* name : {"root.pem", "other_root.pem", "root.pem", "other_root.pem"}) {
         std::ofstream(file("changing.pem")) << contentOf(file(name));
-        EXPECT_EQ(outcomeOf(to("local12").root("changing")),
+        EXPECT_EQ(outcomeOf(to("local12").trusting(file("changing.pem"))),
                   name[0] == 'r' ? "200 TLSv1.2" : refused);
     }
 }
@@ -206,6 +226,7 @@ TEST_F(Tls, AnEndWithoutCloseNotifyIsATruncation) {
     for (const Row& row : {Row{"200 OK\r\n\r\nbody", false, false},
                            {"200 OK\r\n\r\nbody", true, true},
                            {"200 OK\r\nContent-Length: 4\r\n\r\nbody", false, true},
+                           {"200 OK\r\nContent-Length: 0\r\n\r\n", false, true},
                            {"200 OK\r\n" + chunked, false, true},
                            {"204 No\r\n\r\n", false, true}}) {
         const ScriptedServer server([&](Socket& socket) {
@@ -223,6 +244,21 @@ TEST_F(Tls, AnEndWithoutCloseNotifyIsATruncation) {
     }
 }
 
+/// libcurl (7.88) reads on for ever when OpenSSL has given up for want of memory.
+TEST_F(Tls, ABrokenConnectionEndsItsTransfer) {
+    std::ofstream(file("large")) << bodyOf(100000);
+    const auto slow = hostRequest(to("local", "/slow/large").trusting(root));
+    slow->runRequest();
+    waitFor("the first block", [&] { return slow->received > 0; });
+    broken = true;
+    waitFor("the end", [&] {
+        engine->queueRequest([] {});  // for a pass
+        return slow->outcomes > 0;
+    });
+    broken = false;
+    EXPECT_EQ(slow->outcome(), "200 <Protocol failure> Out of memory");
+}
+
 /// What a host's engine sets in its own TLS step stands: another server, too.
 TEST_F(Tls, ADerivedEnginesOwnStepStands) {
     const auto lenient = [&](auto&, void* curl) {
@@ -234,7 +270,7 @@ TEST_F(Tls, ADerivedEnginesOwnStepStands) {
 
 /// The server tells what came along: nothing that belongs to the first origin alone.
 TEST_F(Tls, NothingFollowsToAnotherOrigin) {
-    auto away = to("mutual", "/away").root("root").mine();
+    auto away = withOwn(to("mutual", "/away").trusting(root));
     away.login("me", "secret").header("Cookie", "a=b");
     away.auth_method = zel::http::AuthMethod::BASIC;
     EXPECT_EQ(outcomeOf(away), "200 client NONE auth= cookie=");

@@ -14,6 +14,8 @@ namespace {
 
 /// What a transfer has taken, in seconds; negative for the truth.
 double total_time = -1;
+/// What libcurl reports of a transfer that has ended; `CURLE_OK` for the truth.
+std::atomic<CURLcode> reported{CURLE_OK};
 
 std::atomic<int> added{0};
 std::atomic<int> attached{0};
@@ -39,6 +41,13 @@ extern "C" CURLcode interposedGetinfo(CURL* easy, int info, ...) {
     if (info != CURLINFO_TOTAL_TIME || total_time < 0) return next(easy, info, result);
     *static_cast<double*>(result) = total_time;
     return CURLE_OK;
+}
+
+extern "C" CURLMsg* curl_multi_info_read(CURLM* multi, int* remaining) {
+    static const auto next = test::replaced(&curl_multi_info_read, "curl_multi_info_read");
+    CURLMsg* message = next(multi, remaining);
+    if (message != nullptr && reported != CURLE_OK) message->data.result = reported;
+    return message;
 }
 
 void engine_request_added() {
@@ -101,6 +110,14 @@ TEST_F(Hooks, OneTransferLeavesRoomInAPassForOthers) {
     EXPECT_EQ(request->body, std::string(chunks, 'x'));
     settle();
     EXPECT_LE(most_blocks, 512U);
+    // What libcurl holds of the next block is discarded with the transfer.
+    const auto cancelled = hostRequest(server.url());
+    cancelled->on_data = [&] {
+        if (cancelled->received == 512) cancelled->tryToCancelRequest();
+    };
+    cancelled->runRequest();
+    waitFor("the cancel", [&] { return cancelled.use_count() == 1; });
+    EXPECT_EQ(cancelled->received, 512U);
 }
 
 TEST_F(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {
@@ -125,12 +142,12 @@ public:
 };
 
 void addCookies(void* curl) {
-    for (const char* cookie :
-         {"#HttpOnly_a.invalid\tFALSE\t/\tFALSE\t0\thidden\tv",
-          "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
-          ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
-          "A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine", "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t",
-          "127.0.0.1\tFALSE\t/\tFALSE\t0\tX-Auth\tset"}) {
+    for (const char* cookie : {"#HttpOnly_a.invalid\tFALSE\t/\tFALSE\t0\thidden\tv",
+                               "other.invalid\tFALSE\t/\tFALSE\t0\tX-Auth\tother",
+                               ".a.invalid\tTRUE\t/\tFALSE\t0\tx-auth\tlower",
+                               "#HttpOnly_A.invalid\tFALSE\t/p\tFALSE\t0\tX-Auth\tmine",
+                               "a.invalid\tFALSE\t/\tTRUE\t0\tother\t\t",
+                               "127.0.0.1\tFALSE\t/\tFALSE\t0\tX-Auth\tset"}) {
         curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie);
     }
 }
@@ -149,10 +166,18 @@ TEST_F(Cookies, OfTheHostAreFoundAndDeletedAndNoOthers) {
             found += std::string(cookie->data).substr(0, 9) + "|";
         }
         curl_slist_free_all(left);
+        for (const char* other : {"http://other.invalid/", "http://127.0.0.1/"}) {
+            own.deleteCookiesFromRequest(curl, other);
+        }
+        found += own.getCurrentXAuthCookieDomainFromRequest(curl, "http://127.0.0.1/");
     };
     outcomeOn(step, *hostRequest(origin("/hello")));
     EXPECT_EQ(found, "A.invalid||127.0.0.1|other.inv|");
     EXPECT_GE(logger.lines("deleteCookiesFromRequest: deleting cookie").size(), 3U);
+    const auto clean = std::make_shared<EdgeRequest>();
+    clean->config.reset_state = clean->config.xauth_check_domain = true;
+    outcomeOn([](auto&, void* curl) { addCookies(curl); }, *clean);
+    EXPECT_EQ(clean->config.xauth_previous_domain, "");
 }
 
 /// All findings are logged and fail nothing.
@@ -191,6 +216,19 @@ TEST_F(Cookies, XAuthFindings) {
             if (lines[i][0] == 'c' || lines[i][0] == 'e') messages += lines[i] + "|";
         }
         EXPECT_EQ(messages, row.messages);
+    }
+}
+
+/// A server that refuses an upload may end the stream or the connection behind its answer.
+TEST_F(Handle, HasAnAnswerThatCameWholeBeforeItsUploadFailed) {
+    for (const auto& [code, target, answered] : {std::tuple(CURLE_SEND_ERROR, "/status/404", true),
+                                                 {CURLE_HTTP2_STREAM, "/status/400", true},
+                                                 {CURLE_HTTP2_STREAM, "/status/304", false},
+                                                 {CURLE_SEND_ERROR, "/status/404?chunked", false},
+                                                 {CURLE_RECV_ERROR, "/status/404", false}}) {
+        reported = code;
+        EXPECT_EQ(outcomeOf(origin(target))[0] == '4', answered) << code << target;
+        reported = CURLE_OK;
     }
 }
 

@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <iostream>
-#include <sstream>
 
 #include "loopback/tls_servers.h"
 #include "support/engine_test.h"
@@ -51,10 +50,7 @@ namespace test {
 
 /// All that a caller learns.
 std::string allOf(const zel::http::ResponseData& data) {
-    std::ostringstream text;
-    text << data.status << '\n';
-    for (const auto& [name, value] : data.headers) text << name << ": " << value << '\n';
-    return text.str() + data.body;
+    return textOf(data) + testing::PrintToString(data.headers) + data.body;
 }
 std::string allOf(const zel::http::ErrorData& data) { return "error: " + textOf(data); }
 

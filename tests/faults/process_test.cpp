@@ -10,6 +10,16 @@
 
 #include "support/engine_test.h"
 
+/// The longest wait by `poll`, in milliseconds.
+std::atomic<int> longest_poll{0};
+
+extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* more, unsigned count,
+                                     int milliseconds, int* ready) {
+    static const auto next = test::replaced(&curl_multi_poll, "curl_multi_poll");
+    longest_poll = std::max(longest_poll.load(), milliseconds);
+    return next(multi, more, count, milliseconds, ready);
+}
+
 namespace test {
 
 constexpr std::size_t crowd = 2000;
@@ -82,6 +92,10 @@ TEST_P(Wait, MakesNoPassesWithoutWork) {
     const std::size_t before = passes();
     outcomeOf(Get(origin("/silence")).within(200));
     EXPECT_LT(passes() - before, 30U);
+    longest_poll = 0;
+    settle();  // its last wait is an idle engine's
+    waitFor("a wait", [&] { return !GetParam() || longest_poll != 0; });
+    EXPECT_EQ(longest_poll, GetParam() ? 30000 : 0);
 }
 
 /// Nothing can wake it any more, so it looks at its queue now and then, and can be destroyed.

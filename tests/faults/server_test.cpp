@@ -1,7 +1,6 @@
 // Servers and proxies that die, stall and cheat, answers that no decent server sends, and name
 // look-ups that hang.
 
-#include <dlfcn.h>
 #include <netdb.h>
 
 #include <atomic>
@@ -19,8 +18,7 @@ std::atomic<int> hung{0};
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** result) {
-    static const auto next =
-        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    static const auto next = test::replaced(&getaddrinfo, "getaddrinfo");
     if (name == nullptr || std::string(name) != "hangs.test") {
         return next(name, service, hints, result);
     }
@@ -45,9 +43,6 @@ const std::string timed_out = "<Operation timed out> Timeout was reached";
 const std::string not_http = "<Invalid URL> Unsupported protocol";
 const std::string too_many = protocol + "Weird server reply";
 const std::string broken_tls = protocol + "SSL connect error";
-
-/// Opens a tunnel, and reads and answers one request in it.
-Script tunnel(const std::string& reply) { return says("HTTP/1.1 200 OK\r\n\r\n", says(reply)); }
 
 std::string fields(int count) {
     std::string text;
@@ -79,16 +74,10 @@ const Row faults[] = {
     {"closed in the header", says(half_header), partial},
     {"closed in the body", says(half_body), partial},
     {"reset before the answer", says("", reset), reset_text},
-    {"reset in the header", says(half_header, reset), reset_text},
-    {"reset in the body", says(half_body, reset), reset_text},
-    {"silent before the answer", says("", stall), timed_out},
-    {"silent in the header", says(half_header, stall), timed_out},
     {"silent in the body", says(half_body, stall), timed_out},
     {"silent in the TLS handshake", stall, timed_out},
     {"TLS asked of HTTP", [](Socket& socket) { write(socket, ok); }, broken_tls},
     {"proxy closes behind CONNECT", says(""), reset_text},
-    {"proxy closes before the answer", tunnel(""), nothing},
-    {"proxy closes in the body", tunnel(half_body), partial},
 };
 INSTANTIATE_TEST_SUITE_P(Faulty, Server, testing::ValuesIn(faults), nameOf<Row>);
 
@@ -97,10 +86,8 @@ const Row answers[] = {
      "302 here"},
     {"status 600", says("HTTP/1.1 600 Odd\r\n" + empty + "\r\n"), protocol + "HTTP code=0"},
     {"status 99", says("HTTP/1.1 99 Odd\r\n" + empty + "\r\n"), not_http},
-    {"garbage", says("garbage\r\n\r\n"), not_http},
     // Must cost no such memory.
     {"declares 4 GiB", says(ok + "Content-Length: 4294967295\r\n\r\nhalf"), partial},
-    {"declares less", says(ok + "Content-Length: 4\r\n\r\nmore than that"), "200 more"},
     {"trailer", says(ok + chunked + "\r\n2\r\nok\r\n0\r\nX-Hop: t\r\n\r\n"), "200 ok hop=t"},
     {"field like a status line", says(ok + chunked + "\r\n0\r\nHTTP/1.1: x\r\n\r\n"), "200 "},
     {"500 fields", says(ok + empty + fields(499) + "\r\n"), "200 "},

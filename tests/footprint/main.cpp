@@ -2,14 +2,13 @@
 // argument, the stack of its thread. Prints lines "what<TAB>how much".
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <fstream>
-#include <future>
 #include <iostream>
 #include <optional>
 
 #include "bench/process_usage.h"
+#include "loopback/event.h"
 #include "loopback/recording_logger.h"
 #include "loopback/server_process.h"
 #include "loopback/tls_servers.h"
@@ -52,19 +51,8 @@ private:
     std::size_t size_ = 0;
 };
 
-/// Returns when the engine thread has run `work`.
-void onEngine(const std::function<void()>& work) {
-    std::promise<void> done;
-    zel::http::Engine::getEngine()->queueRequest([&] {
-        work();
-        done.set_value();
-    });
-    done.get_future().wait();
-}
-
 int main(int argc, char** /*argv*/) {
     const bool measures_stack = argc > 1;
-    alarm(120);
     const loopback::ServerProcess servers([](const loopback::ServerProcess::Ready& ready) {
         const loopback::TlsServers tls;
         // The system's bundle of authorities, and behind it the server's.
@@ -77,12 +65,15 @@ int main(int argc, char** /*argv*/) {
     loopback::RecordingLogger logger(9, 0);
     boost::asio::io_context loop;
     oru::asio_executor executor(loop);
-    const zel::http::Engine engine([](const auto& outcome) { outcome(); }, &logger);
+    zel::http::Engine engine([](const auto& outcome) { outcome(); }, &logger);
     const auto client = zel::http::createClient(executor, logger);
     std::optional<PaintedStack> stack;
-    onEngine([&] {
+    loopback::Flag runs;
+    engine.queueRequest([&] {
         if (measures_stack) stack.emplace();
+        runs.set();
     });
+    runs.await("the engine thread");
     if (!measures_stack) showMemory("with an idle engine");
 
     zel::http::RequestConfig config;
@@ -92,10 +83,11 @@ int main(int argc, char** /*argv*/) {
     const auto keep = [&](auto, const auto& response) { outcome = response.body; };
     client->start_request(config, {}, keep,
                           [&](auto, const auto& error) { outcome = error.message; });
-    while (outcome.empty()) {
-        loop.run_one_for(std::chrono::milliseconds(100));
+    loopback::waitFor("the outcome", [&] {
+        loop.poll();
         loop.restart();
-    }
+        return !outcome.empty();
+    });
     if (stack) {
         stack->show("through a TLS 1.3 handshake");
     } else {

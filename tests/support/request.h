@@ -11,6 +11,10 @@ namespace test {
 using zel::http::Method;
 using zel::http::RequestConfig;
 
+/// The outcome of a request that takes no more of a body.
+const std::string failed_writing =
+    "<Protocol failure> Failed writing received data to disk/application";
+
 /// A GET without the default header line, to be completed call by call.
 class Get : public RequestConfig {
 public:
@@ -37,6 +41,9 @@ public:
     }
     Get& atMost(int bytes) { return set(&RequestConfig::max_download_size, bytes); }
     Get& trusting(const std::string& file) { return set(&RequestConfig::ca_file, file); }
+    Get& insecure() { return set(&RequestConfig::tls_verify, false); }
+    Get& partial() { return set(&RequestConfig::tls_partial_chain, true); }
+    Get& by(int (*verify)(int, X509_STORE_CTX*)) { return set(&RequestConfig::verifier, verify); }
     Get& identity(const std::string& certificate, const std::string& key) {
         return set(&RequestConfig::own_cert, certificate).set(&RequestConfig::own_pkey, key);
     }
