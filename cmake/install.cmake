@@ -8,7 +8,6 @@ set(package ${CMAKE_INSTALL_LIBDIR}/cmake/zel_http)
 
 install(TARGETS zel_http EXPORT zel_http-targets
     LIBRARY COMPONENT library NAMELINK_COMPONENT development
-    ARCHIVE COMPONENT development
     INCLUDES DESTINATION ${headers})
 install(DIRECTORY api/zel_http DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
 foreach(module oru logging eventlog certificate uri)

@@ -1,1 +1,0 @@
-include $(sort $(wildcard $(BR2_EXTERNAL_ZEL_HTTP_PATH)/package/*/*.mk))
