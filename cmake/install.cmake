@@ -8,10 +8,15 @@ set(package ${CMAKE_INSTALL_LIBDIR}/cmake/zel_http)
 
 install(TARGETS zel_http EXPORT zel_http-targets
     LIBRARY COMPONENT library NAMELINK_COMPONENT development
+    ARCHIVE COMPONENT development
     INCLUDES DESTINATION ${headers})
 install(DIRECTORY api/zel_http DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
+set(absent_headers "")
+if(NOT TARGET zel_http_platform)  # these belong to the bundled implementation
+    list(APPEND absent_headers PATTERN bundled.h EXCLUDE PATTERN spdlog_sinks.h EXCLUDE)
+endif()
 foreach(module oru logging eventlog certificate uri)
-    install(DIRECTORY platform/${module}/api/${module} DESTINATION ${headers} COMPONENT development)
+    install(DIRECTORY platform/${module}/api/${module} DESTINATION ${headers} COMPONENT development ${absent_headers})
 endforeach()
 
 if(TARGET zel_http_tool)
@@ -25,6 +30,18 @@ if(TARGET zel_http_manual)
         COMPONENT tool)
     install(FILES ${PROJECT_BINARY_DIR}/tools/zel-http/zel-http.bash RENAME zel-http
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tool)
+endif()
+
+# Who uses a shared library needs what its headers include; who links a static one, all that it calls, too.
+set(spdlog_dependency "")
+set(spdlog_requirement "")
+set(requires Requires.private)
+if(NOT BUILD_SHARED_LIBS)
+    set(requires Requires)
+    if(TARGET zel_http_platform)
+        set(spdlog_dependency "find_dependency(spdlog ${ZEL_HTTP_LEAST_spdlog})")
+        set(spdlog_requirement ", spdlog >= ${ZEL_HTTP_LEAST_spdlog}")
+    endif()
 endif()
 
 install(EXPORT zel_http-targets NAMESPACE zel_http:: DESTINATION ${package} COMPONENT development)

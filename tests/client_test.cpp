@@ -63,6 +63,46 @@ TEST_F(ClientTest, IdentifiersAndTwoClients) {
     EXPECT_EQ(outcomesAfter(303).size(), 303U);
 }
 
+/// Notes each hand-over to a client, and whether it came as one of several.
+class Handovers : public oru::executor {
+public:
+    explicit Handovers(oru::executor& executor) : executor_(executor) {}
+    void post(std::function<void()> task, int priority) override {
+        notes += "1 ";
+        executor_.post(std::move(task), priority);
+    }
+    void post_all(std::vector<std::function<void()>> tasks, int priority) override {
+        notes += std::to_string(tasks.size()) + "+ ";
+        executor_.post_all(std::move(tasks), priority);
+    }
+    std::string notes;
+
+private:
+    oru::executor& executor_;
+};
+
+/// Outcomes that come in one pass are handed over in one go where the engine thread does it, and
+/// are tasks of their own: the first fails, and the others come in a loop that the second runs.
+TEST_F(ClientTest, APassHandsOverOnceForEachExecutor) {
+    Handovers notes(executor);
+    Handovers others(executor);
+    client = zel::http::createClient(notes, logger);
+    const auto other = zel::http::createClient(others, logger);
+    whileEngineIsHeld([&] {
+        start(":99999/", [](Client::RequestId) { throw std::runtime_error("callback"); });
+        start(":99999/", [&](Client::RequestId) { loop.poll(); });
+        const auto keep = [&](auto, const auto& data) { outcomes.push_back(textOf(data)); };
+        other->start_request(Get("x:"), {}, keep, keep);
+        start(":99999/");
+    });
+    EXPECT_EQ(notes.notes + others.notes, "3+ 1+ ");
+    EXPECT_THROW(loop.poll(), std::runtime_error);
+    EXPECT_EQ(outcomes.size(), 1U);
+    EXPECT_EQ(loop.poll(), 1U);  // which ran the others
+    EXPECT_EQ(outcomes.size(), 4U);
+    client = zel::http::createClient(executor, logger);
+}
+
 TEST_F(ClientTest, CancelBeforeDuringAndAfterTheTransfer) {
     client->cancel_request(start("/hello"));  // 1: before
     const auto during = start("/silence");

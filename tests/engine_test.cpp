@@ -100,7 +100,7 @@ TEST_F(Lifecycle, DescriptorsAreNotInherited) {
         ++own;
         EXPECT_NE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0) << wakeup;
     }
-    EXPECT_EQ(own, 2);
+    EXPECT_GE(own, 2);  // libcurl 8.14 has an eventfd of its own
 }
 
 TEST_F(Lifecycle, TheHostsSignalHandlerStays) {

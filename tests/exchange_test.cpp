@@ -21,7 +21,9 @@ TEST_F(Exchange, OverADecentServer) {
     const Row rows[] = {
         {at("/hello"), "200 hello"},
         {at("/hello").sends(static_cast<Method>(77), "unsent"), "200 hello"},
-        {at("/status/404"), "404 status 404"},  // answers, not errors
+        {Get("HTTP" + origin("/x/../hello#y").substr(4)), "200 hello"},
+        {Get(origin("/hello").substr(7)), "200 hello"},  // without a scheme
+        {at("/status/404"), "404 status 404"},           // answers, not errors
         {at("/status/401"), "401 status 401"},
         {at("/status/304"), "304 "},
         {at("/echo").sends(Method::POST, large), "200 300000 bytes hop=end"},

@@ -113,11 +113,13 @@ TYPED_TEST(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost) {
     std::promise<void> runs;
     this->post([&] {
         posted.get_future().wait();
-        this->post([&] { note('c'); });
+        this->post([&] { note('e'); });
         note('a');
     });
-    this->post([&] { note('b'); });
-    this->post([&] { runs.set_value(); });
+    this->loop.executor->post_all({[&] { note('b'); }, [&] { note('c'); }}, 0);
+    this->post([&] { note('d'); });
+    this->loop.executor->post_all({}, 0);
+    this->loop.executor->post_all({[&] { runs.set_value(); }}, 0);
     posted.set_value();
     std::thread other([&] {  // wakes the loop
         runs.get_future().wait();
@@ -125,7 +127,7 @@ TYPED_TEST(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost) {
     });
     this->loop.run();
     other.join();
-    EXPECT_EQ(order, "abc");
+    EXPECT_EQ(order, "abcde");
     EXPECT_EQ(threads.size(), 1U);
 }
 

@@ -20,6 +20,8 @@ std::atomic<CURLcode> reported{CURLE_OK};
 std::atomic<int> added{0};
 std::atomic<int> attached{0};
 std::atomic<bool> refuse{false};
+/// The URL of every transfer, if not empty.
+std::string instead;
 std::atomic<bool> throws{false};
 std::atomic<std::size_t> performs{0};
 std::atomic<std::size_t> blocks_of_pass{0};
@@ -55,6 +57,7 @@ void engine_request_added() {
 
 CURLMcode engine_curl_multi_add_handle(void* multi, void* easy) {
     ++attached;
+    if (!instead.empty()) curl_easy_setopt(easy, CURLOPT_URL, instead.c_str());
     return refuse ? CURLM_OUT_OF_MEMORY : curl_multi_add_handle(multi, easy);
 }
 
@@ -80,6 +83,9 @@ TEST_F(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(outcomeOf(origin("/hello")), "200 hello");
     EXPECT_EQ(added, 1);
     EXPECT_EQ(attached, 1);
+    instead = origin("/status/204");
+    EXPECT_EQ(outcomeOf(origin("/hello")), "204 ");
+    instead.clear();
     // In every pass, those that find nothing but a wake-up too.
     std::set<std::size_t> unperformed;
     for (int i = 0; i < 2; ++i) {
@@ -107,7 +113,9 @@ TEST_F(Hooks, OneTransferLeavesRoomInAPassForOthers) {
 }
 
 TEST_F(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {
+    engine.reset();  // a child that the test forks would be without its thread
     const auto refused = [&] {
+        startEngine();
         refuse = true;
         outcomeOf("http://127.0.0.1:1/");
     };

@@ -183,6 +183,7 @@ private:
     void startWithCleanState(void* curl, const RequestConfig& config);
     void recordXAuthDomain(void* curl, RequestConfig& config);
     void setProtectiveOptions(ActiveTask& task);
+    void lendUrl(ActiveTask& task);
     void startTransfer(const std::shared_ptr<ActiveTask>& task);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
     void finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported);
@@ -234,9 +235,8 @@ private:
     bool wakeupUnread = false;
     // Engine thread only, as `tasks`: how many open sockets are too high for `select`.
     std::size_t highSockets = 0;
-    // Engine thread only, as `tasks` and with the same entries: requests and their easy handles, in
-    // an order that finds a request's handles without a walk over `tasks`.
-    std::set<std::pair<const Request*, void*>> handlesOfRequests;
+    // Engine thread only: the task that a callback has looked up last, until a task goes.
+    std::shared_ptr<ActiveTask> lastFound;
     // Engine thread only: the highest size of `tasks` so far.
     std::size_t peakTasks = 0;
     // Engine thread only: the number of the current pass, and the easy handles that have used up
@@ -245,6 +245,8 @@ private:
     std::set<void*> usedShares;
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
+    // Engine thread only: the last URL that was parsed; null where that is not possible.
+    std::pair<std::string, std::shared_ptr<CURLU>> lastUrl;
     // Engine thread only.
     std::unique_ptr<TlsIsolation> tlsIsolation;
     // Written by the engine thread; 0 while it does not run.

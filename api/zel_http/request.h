@@ -97,6 +97,8 @@ private:
     /// True from `pauseRequest` to `resumeRequest`. The engine thread reads it, too.
     std::atomic<bool> paused{false};
     bool allowPayloadLogging = true;
+    /// The easy handle of its transfer, the lowest if it has several, null if none. Engine thread.
+    void* handle = nullptr;
     /// The number of its transfers that are queued or running; the engine counts. Any thread.
     std::atomic<unsigned> transfers{0};
 };

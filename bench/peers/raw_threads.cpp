@@ -1,5 +1,6 @@
 // What two threads cost by themselves: bare libcurl on one, the callbacks on another, a queue each
-// way, and nothing else that the library does.
+// way, and nothing else that the library does. Built twice: raw-threads wakes the callbacks' thread
+// for each outcome, raw-batched once for all outcomes of a pass.
 
 #include <curl/curl.h>
 #include <sys/eventfd.h>
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "curl_transfer.h"
 #include "load.h"
@@ -17,6 +19,13 @@
 namespace {
 
 using Transfer = std::unique_ptr<bench::CurlTransfer>;
+using Outcome = std::pair<Transfer, CURLcode>;
+
+#ifdef BENCH_BATCHED
+constexpr bool batched = true;
+#else
+constexpr bool batched = false;
+#endif
 
 struct Request {
     std::size_t id;
@@ -26,14 +35,14 @@ struct Request {
 /// The main thread's queue of outcomes.
 class Outcomes {
 public:
-    void post(Transfer transfer, CURLcode result) {
+    void post(std::vector<Outcome> outcomes) {
         {
             const std::lock_guard lock(mutex_);
-            queue_.emplace_back(std::move(transfer), result);
+            for (Outcome& outcome : outcomes) queue_.push_back(std::move(outcome));
         }
         posted_.notify_one();
     }
-    std::pair<Transfer, CURLcode> take() {
+    Outcome take() {
         std::unique_lock lock(mutex_);
         posted_.wait(lock, [this] { return !queue_.empty(); });
         auto outcome = std::move(queue_.front());
@@ -44,7 +53,7 @@ public:
 private:
     std::mutex mutex_;
     std::condition_variable posted_;
-    std::deque<std::pair<Transfer, CURLcode>> queue_;
+    std::deque<Outcome> queue_;
 };
 
 class Engine {
@@ -103,9 +112,12 @@ private:
     }
 
     void postFinished() {
-        bench::takeFinished(multi_, transfers_, [this](Transfer transfer, CURLcode result) {
-            outcomes_.post(std::move(transfer), result);
+        std::vector<Outcome> outcomes;
+        bench::takeFinished(multi_, transfers_, [&](Transfer transfer, CURLcode result) {
+            outcomes.emplace_back(std::move(transfer), result);
+            if (!batched) outcomes_.post(std::exchange(outcomes, {}));
         });
+        if (!outcomes.empty()) outcomes_.post(std::move(outcomes));
     }
 
     const bench::Load& load_;
@@ -121,7 +133,7 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    bench::Load load("raw-threads", argc, argv);
+    bench::Load load(batched ? "raw-batched" : "raw-threads", argc, argv);
     curl_global_init(CURL_GLOBAL_ALL);
     Outcomes outcomes;
     Engine engine(load, outcomes);

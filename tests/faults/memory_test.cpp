@@ -69,7 +69,7 @@ protected:
     /// Ends the process: with status 0 when no allocation was left to fail, 1 when all is as it
     /// must be (the exact answer or an error, and the exact answer to the next request), else 2.
     [[noreturn]] void lose(long nth, const RequestConfig& request, const std::string& right) {
-        alarm(10);
+        alarm(10 * ZEL_HTTP_SLOWNESS);
         mallopt(M_PERTURB, 0xa5);  // what is used before it is written, or once it is freed, shows
         startEngine(&none);
         const std::string first = outcomeWithout(nth, request);
@@ -82,11 +82,8 @@ protected:
     /// A handshake makes thousands of allocations, nearly all inside OpenSSL. As many fail as a
     /// plain request makes, and then one of so many; an emulator takes its time.
     void loseEach(const RequestConfig& request, const std::string& mark) {
-#ifdef __arm__
-        constexpr long each_up_to = 20, one_of = 499;
-#else
-        constexpr long each_up_to = 180, one_of = 211;
-#endif
+        constexpr bool emulated = ZEL_HTTP_SLOWNESS > 1;
+        constexpr long each_up_to = emulated ? 20 : 180, one_of = emulated ? 499 : 211;
         startEngine(&none);
         const std::string right = outcomeWithout(0, request);
         ASSERT_NE(right.find(mark), std::string::npos) << right;

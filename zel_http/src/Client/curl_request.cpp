@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Engine/outbox.h"
 #include "Records/header_line.h"
 #include "eventlog/eventlog.h"
 
@@ -123,11 +124,12 @@ ResponseData ClientImpl::CurlRequest::takeResponse() {
 }
 
 void ClientImpl::CurlRequest::dispatch_to_client(ResponseData response) {
-    client->executor.post(deliverTo(client, id, std::move(response), &ClientImpl::on_response), 0);
+    Outbox::post(client->executor,
+                 deliverTo(client, id, std::move(response), &ClientImpl::on_response));
 }
 
 void ClientImpl::CurlRequest::dispatch_to_client(ErrorData error) {
-    client->executor.post(deliverTo(client, id, std::move(error), &ClientImpl::on_error), 0);
+    Outbox::post(client->executor, deliverTo(client, id, std::move(error), &ClientImpl::on_error));
 }
 
 }  // namespace zel::http

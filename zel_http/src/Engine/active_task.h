@@ -49,10 +49,14 @@ public:
     curl_slist* headerList = nullptr;
     /// How many bytes of the body an upload has read.
     std::uint32_t readPosition = 0;
+    /// What `CURLOPT_CURLU` points to; null when libcurl parses the text itself.
+    std::shared_ptr<CURLU> url;
     /// Reset before the outcome is handed over: the notified request no longer counts the transfer.
     std::optional<CountedTransfer> counted;
     /// `Engine::addTlsConfig` itself has run, not an override of it.
     bool ownTlsConfig = false;
+    /// libcurl has told a length of the current response's body.
+    bool lengthKnown = false;
     /// A status line has come, but not the empty line that ends its header block. When the
     /// connection closes in between, libcurl (7.88) reports a complete response.
     bool inHeaderBlock = false;

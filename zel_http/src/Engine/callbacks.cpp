@@ -42,11 +42,11 @@ constexpr std::size_t most_header_bytes = std::size_t{256} * 1024;
 /// Whether a response ends its header block with a declared length above `max_download_size`.
 /// Makes every libcurl judge by the declared length of each response, as 7.88 does: from 8.4 on it
 /// counts an undeclared body, too, and 8.14 takes intermediate responses of any length.
-bool declaresTooMuch(const Engine::ActiveTask& task, std::string_view line) {
+bool declaresTooMuch(const Engine::ActiveTask& task, LineKind kind) {
     const std::int32_t limit = task.request->config.max_download_size;
     if (limit <= 0) return false;
-    if (isStatusLine(line)) setLong<CURLOPT_MAXFILESIZE>(task.curl, limit);
-    if (!isEmptyLine(line)) return false;
+    if (kind == LineKind::Status) setLong<CURLOPT_MAXFILESIZE>(task.curl, limit);
+    if (kind != LineKind::End) return false;
     curl_off_t length = -1;
     curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
     if (length < 0) setLong<CURLOPT_MAXFILESIZE>(task.curl, 0);
@@ -60,6 +60,14 @@ unsigned saturated(Number bytes) {
     return bytes < static_cast<Number>(largest) ? static_cast<unsigned>(bytes) : largest;
 }
 
+/// Whether it is worth to ask libcurl for the body's length: inside a header block libcurl learns
+/// it from one field alone, and (7.88) tells it only when the block has ended.
+bool mayKnowLength(const Engine::ActiveTask& task, std::string_view line) {
+    constexpr std::string_view name = "Content-Length:";
+    return task.lengthKnown || !task.inHeaderBlock ||
+           curl_strnequal(line.data(), name.data(), std::min(name.size(), line.size())) != 0;
+}
+
 }  // namespace
 
 void Engine::reportCallbackFailure(const char* name, const char* what) noexcept {
@@ -71,11 +79,15 @@ void Engine::reportCallbackFailure(const char* name, const char* what) noexcept 
 }
 
 std::shared_ptr<Engine::ActiveTask> Engine::findTask(void* handle) {
-    const Engine* engine = currentEngine;
+    Engine* engine = currentEngine;
     if (engine == nullptr) return nullptr;
     engine->checkEngineThread();
+    // Header lines and blocks of one transfer come one after another.
+    if (engine->lastFound && engine->lastFound->curl == handle) return engine->lastFound;
     const auto found = engine->tasks.find(handle);
-    return found == engine->tasks.end() ? nullptr : found->second;
+    if (found == engine->tasks.end()) return nullptr;
+    engine->lastFound = found->second;
+    return found->second;
 }
 
 /// Runs `work` on the handle's task. Without a task, or when `work` throws, the callback returns
@@ -139,25 +151,26 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
 }
 
 void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
-    const bool begins = isStatusLine(line);
-    const bool ends = isEmptyLine(line);
-    if (begins || ends) task.inHeaderBlock = begins;
+    const LineKind kind = kindOf(line);
+    if (kind != LineKind::Field) task.inHeaderBlock = kind == LineKind::Status;
     task.headerBytes += line.size();
-    if (!begins && !ends) ++task.headerFields;
+    if (kind == LineKind::Field) ++task.headerFields;
     if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {
         task.fail(CURLE_WEIRD_SERVER_REPLY);
         throw std::length_error("the answer has more than 500 header fields or 256 KiB of them");
     }
-    if (declaresTooMuch(task, line)) {
+    if (declaresTooMuch(task, kind)) {
         task.fail(CURLE_FILESIZE_EXCEEDED);
         throw std::length_error("the declared length is above max_download_size");
     }
-    watchForCloseNotify(task, line);
+    watchForCloseNotify(task, line, kind);
     if (task.request->config.own_cert) dropClientCertificateOnCrossOrigin(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
+    if (!mayKnowLength(task, line)) return;
     double length = 0.0;
     curl_easy_getinfo(task.curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD, &length);
-    if (length > 0.0) task.request->notifySize(saturated(length));
+    task.lengthKnown = length > 0.0;
+    if (task.lengthKnown) task.request->notifySize(saturated(length));
 }
 
 std::size_t Engine::putReadFunc(char* buffer, std::size_t size, std::size_t count,

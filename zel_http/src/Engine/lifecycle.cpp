@@ -68,7 +68,11 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
 Engine::~Engine() {
     ORU_ASSERT(currentEngine);
     stop();
-    for (const auto& [handle, task] : tasks) doCurlCleanup(task);
+    lastFound.reset();
+    for (const auto& [handle, task] : tasks) {
+        doCurlCleanup(task);
+        task->request->handle = nullptr;
+    }
     tasks.clear();
     release();
 }

@@ -1,5 +1,6 @@
-// The loop of the engine thread. A pass runs what is queued, waits, drives libcurl, and processes
-// what finished. `queueRequest`, `enqueue` and `trace` run on any thread, all else on the engine's.
+// The loop of the engine thread. A pass runs what is queued, waits, drives libcurl, processes what
+// finished, and hands the outcomes over together. `queueRequest`, `enqueue` and `trace` run on any
+// thread, all else on the engine's.
 
 #include <sys/eventfd.h>
 #include <sys/select.h>
@@ -11,6 +12,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Engine/outbox.h"
 #include "Engine/wait_rule.h"
 #include "eventlog/eventlog.h"
 #include "oru/assert.h"
@@ -65,8 +67,10 @@ void Engine::runTasks() {
     }
     doCurlProcessing();
     applyPendingPauses();
-    processCompletedTasks();
-    endBrokenTransfers();
+    Outbox::collect([this] {
+        processCompletedTasks();
+        endBrokenTransfers();
+    });
 }
 
 /// The batch is local, since a closure may call `runTasks` and thereby this function again.

@@ -36,7 +36,10 @@ bool isUsable(const std::string& proxy) {
            decodes(CURLUPART_PASSWORD, CURLUE_NO_PASSWORD);
 }
 
+/// Null when memory runs out, or for a text too long to be an option, which 8.14 escapes.
 EscapedText escape(CURL* curl, const std::string& text) {
+    constexpr std::size_t longest_option = 8'000'000;
+    if (text.size() > longest_option) return {nullptr, curl_free};
     return {curl_easy_escape(curl, text.c_str(), 0), curl_free};
 }
 

@@ -7,12 +7,15 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "Engine/active_task.h"
 #include "Engine/curl_version.h"
 #include "Engine/easy_options.h"
+#include "Engine/hooks.h"
+#include "Engine/parsed_url.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/wire_text.h"
 #include "eventlog/eventlog.h"
@@ -27,10 +30,15 @@ constexpr char default_user_agent[] = "User-Agent: Velto/Dunmoreline";
 constexpr char default_accept_charset[] = "Accept-Charset: ISO-8859-1,utf-8";
 constexpr char no_expect[] = "Expect:";
 
-/// Larger than libcurl's 16 KiB: a large body takes fewer passes and a third less CPU. A small body
-/// touches only the pages that it fills, but every transfer reserves the whole address range, and
-/// 32-bit targets have little of it.
-constexpr long receive_buffer = (sizeof(void*) > 4 ? 512 : 64) * 1024L;
+/// The receive buffer of a transfer, by how many are in flight with it. With a large one a large
+/// body takes fewer passes and a third to half of the CPU. A small body touches only the pages that
+/// it fills, but large buffers of many transfers make the heap grow and shrink all the time: at 64
+/// in flight a page fault, and a tenth more CPU, for each. 32-bit targets have few addresses.
+constexpr long receiveBuffer(std::size_t in_flight) {
+    constexpr long kibibyte = 1024;
+    if (in_flight > 8) return 16 * kibibyte;  // as libcurl's own
+    return (in_flight > 1 || sizeof(void*) == 4 ? 64 : 512) * kibibyte;
+}
 
 /// libcurl checks for a response between two buffers of an upload. When the server has answered and
 /// closed by then, sending the next buffer loses the response; small buffers make that rare.
@@ -125,7 +133,7 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     // in a transfer, in a race with the host's threads. Nothing needs the handler: libcurl's writes
     // do not raise the signal (7.87 on), and the engine thread has all signals blocked.
     setLong<CURLOPT_NOSIGNAL>(curl, 1);
-    setLong<CURLOPT_BUFFERSIZE>(curl, receive_buffer);
+    setLong<CURLOPT_BUFFERSIZE>(curl, receiveBuffer(tasks.size()));
     setLong<CURLOPT_UPLOAD_BUFFERSIZE>(curl, upload_buffer);
     if (hasUpload(config) && losesEarlyAnswers()) {
         setLong<CURLOPT_HTTP_VERSION>(curl, CURL_HTTP_VERSION_1_1);
@@ -157,14 +165,26 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         finishTask(task, task->failure);
         return;
     }
+    attachedByOwnHook = false;
     const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task->curl);
     if (result != CURLM_OK) {
         const std::string reason = curl_multi_strerror(result);
         eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
         std::abort();
     }
+    if (attachedByOwnHook && task->ownTlsConfig) lendUrl(*task);
     // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
+}
+
+/// Spares libcurl the parsing of the URL. Where a host's own code has seen the handle libcurl goes
+/// by the text: options of the host's may change the URL or how it is parsed. Devices ask the same
+/// few URLs, so the last one is kept.
+void Engine::lendUrl(ActiveTask& task) {
+    const std::string& url = task.request->config.url;
+    if (url != lastUrl.first) lastUrl = {url, parseUrl(url)};
+    task.url = lastUrl.second;
+    if (task.url) setPointer<CURLOPT_CURLU>(task.curl, task.url.get());
 }
 
 void Engine::setTransferOptions(void* curl, const RequestConfig& config) {

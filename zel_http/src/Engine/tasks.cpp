@@ -1,6 +1,8 @@
 // The registry of running transfers: `tasks`, keyed by easy handle. The operations for any thread
 // queue their work; those that do it run on the engine thread.
 
+#include <algorithm>
+#include <functional>
 #include <iterator>
 #include <utility>
 
@@ -35,11 +37,12 @@ void Engine::prepareAddTask(std::shared_ptr<Request> request) { addTask(std::mov
 void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
     const auto earlier = getActiveTask(task->request);
     tasks[task->curl] = task;
-    handlesOfRequests.emplace(task->request.get(), task->curl);
+    void*& handle = task->request->handle;
+    if (!earlier || std::less<>()(task->curl, handle)) handle = task->curl;
     if (tasks.size() > peakTasks) keepConnectionsFor(tasks.size());
     // If this transfer has the lower handle, pause and resume act on it from now on. A paused
     // earlier one would never be resumed, so it is resumed here.
-    if (earlier && getActiveTask(task->request) == task) {
+    if (earlier && handle == task->curl) {
         pendingPauses.erase(earlier->curl);
         curl_easy_pause(earlier->curl, CURLPAUSE_CONT);
     }
@@ -55,15 +58,21 @@ void Engine::keepConnectionsFor(std::size_t transfers) {
 void Engine::unregisterTask(const ActiveTask& task) {
     pendingPauses.erase(task.curl);
     usedShares.erase(task.curl);
-    handlesOfRequests.erase({task.request.get(), task.curl});
+    lastFound.reset();
     tasks.erase(task.curl);
+    Request& request = *task.request;
+    if (request.handle != task.curl) return;
+    request.handle = nullptr;
+    if (request.transfers == 1) return;  // the usual case: the request has no other
+    const auto next = std::find_if(tasks.begin(), tasks.end(), [&](const auto& entry) {
+        return entry.second->request.get() == &request;
+    });
+    if (next != tasks.end()) request.handle = next->first;
 }
 
 /// The request's transfer; null if it has none, the one with the lowest handle if it has several.
 std::shared_ptr<Engine::ActiveTask> Engine::getActiveTask(std::shared_ptr<Request> request) {
-    const auto found = handlesOfRequests.lower_bound({request.get(), nullptr});
-    if (found == handlesOfRequests.end() || found->first != request.get()) return nullptr;
-    return tasks.at(found->second);
+    return request->handle == nullptr ? nullptr : tasks.at(request->handle);
 }
 
 void Engine::removeTask(std::shared_ptr<Request> request) {

@@ -70,13 +70,14 @@ bool hasBrokenTls(CURL* curl) {
     return connection != nullptr && std::strcmp(SSL_state_string(connection), "SSLERR") == 0;
 }
 
-void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line) {
-    if (isStatusLine(line)) {
+void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line, LineKind kind) {
+    if (kind == LineKind::Status) {
         task.chunked = false;
         task.endAwaited = nullptr;
+    } else if (kind == LineKind::Field && isChunked(line)) {
+        task.chunked = true;
     }
-    if (isChunked(line)) task.chunked = true;
-    if (!isEmptyLine(line) || task.chunked || !endsWithConnection(task.curl)) return;
+    if (kind != LineKind::End || task.chunked || !endsWithConnection(task.curl)) return;
     SSL* connection = connectionOf(task.curl);
     if (connection == nullptr || speaksHttp2(connection)) return;
     const bool ended = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) != 0;

@@ -37,7 +37,12 @@ constexpr bool isStatusLine(std::string_view line) {
     return line.substr(0, 5) == "HTTP/" && line.find(' ') < line.find(':');
 }
 
-/// Whether the line ends a header block.
-constexpr bool isEmptyLine(std::string_view line) { return line == "\r\n" || line == "\n"; }
+/// What a line of a header block is: its first, one of its fields, or the empty one at its end.
+enum class LineKind { Status, Field, End };
+
+constexpr LineKind kindOf(std::string_view line) {
+    if (line == "\r\n" || line == "\n") return LineKind::End;
+    return isStatusLine(line) ? LineKind::Status : LineKind::Field;
+}
 
 }  // namespace zel::http

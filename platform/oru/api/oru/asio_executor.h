@@ -3,9 +3,12 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <functional>
+#include <memory>
 #include <utility>
+#include <vector>
 
 #include "oru/executor.h"
+#include "oru/task_queue.h"
 
 namespace oru {
 
@@ -16,14 +19,47 @@ namespace oru {
 class asio_executor final : public executor {
 public:
     /// Posts to `context`.
-    explicit asio_executor(boost::asio::io_context& context) : context_(context) {}
+    explicit asio_executor(boost::asio::io_context& context)
+        : context_(context), tasks_(std::make_shared<task_queue>()) {}
 
     void post(std::function<void()> task, int /*priority*/) override {
-        boost::asio::post(context_, std::move(task));
+        if (tasks_->push(std::move(task))) ask(context_, tasks_);
+    }
+    void post_all(std::vector<std::function<void()>> tasks, int /*priority*/) override {
+        if (tasks_->push(std::move(tasks))) ask(context_, tasks_);
     }
 
 private:
+    /// A turn. The context owns it, and with it the tasks, which outlive the executor.
+    class turn {
+    public:
+        turn(boost::asio::io_context& context, std::shared_ptr<task_queue> tasks)
+            : context_(context), tasks_(std::move(tasks)) {}
+        turn(turn&&) = default;
+        turn(const turn&) = delete;
+        turn& operator=(const turn&) = delete;
+        ~turn() {
+            if (tasks_) tasks_->clear();  // the context is destroyed, or out of memory
+        }
+
+        void operator()() {
+            const auto tasks = std::exchange(tasks_, nullptr);
+            const auto next = tasks->take();
+            if (next->more) ask(context_, tasks);
+            next->task();
+        }
+
+    private:
+        boost::asio::io_context& context_;
+        std::shared_ptr<task_queue> tasks_;
+    };
+
+    static void ask(boost::asio::io_context& context, std::shared_ptr<task_queue> tasks) {
+        boost::asio::post(context, turn(context, std::move(tasks)));
+    }
+
     boost::asio::io_context& context_;
+    const std::shared_ptr<task_queue> tasks_;
 };
 
 }  // namespace oru

@@ -2,14 +2,13 @@
 
 #include <glib.h>
 
-#include <deque>
 #include <functional>
-#include <mutex>
-#include <optional>
 #include <utility>
+#include <vector>
 
 #include "oru/executor.h"
 #include "oru/task_guard.h"
+#include "oru/task_queue.h"
 
 namespace oru {
 
@@ -25,63 +24,51 @@ class glib_executor final : public executor {
 public:
     /// Null is the process's default context.
     explicit glib_executor(GMainContext* context = nullptr)
-        : queue_(new queue), source_(g_source_new(&functions, sizeof(GSource))) {
-        queue_->source = source_;
+        : tasks_(new task_queue), source_(g_source_new(&functions, sizeof(GSource))) {
         g_source_set_name(source_, "oru::glib_executor");
-        g_source_set_callback(source_, run_one, queue_, destroy);
+        g_source_set_callback(source_, nullptr, tasks_, destroy);
         g_source_set_can_recurse(source_, TRUE);
         g_source_attach(source_, context);
     }
     ~glib_executor() override {
-        drop(*queue_);
+        tasks_->clear();
         g_source_destroy(source_);
         g_source_unref(source_);
     }
     glib_executor(const glib_executor&) = delete;
     glib_executor& operator=(const glib_executor&) = delete;
 
-    void post(std::function<void()> task, int /*priority*/) override {
-        const std::lock_guard lock(queue_->mutex);
-        queue_->tasks.push_back(std::move(task));
-        g_source_set_ready_time(source_, 0);  // wakes the loop, unless the source is ready already
+    void post(std::function<void()> task, int /*priority*/) override { push(std::move(task)); }
+    void post_all(std::vector<std::function<void()>> tasks, int /*priority*/) override {
+        push(std::move(tasks));
     }
 
 private:
-    /// Owned by the source, which GLib keeps alive while one of its tasks runs.
-    struct queue {
-        std::mutex mutex;
-        std::deque<std::function<void()>> tasks;  // guarded by mutex
-        GSource* source = nullptr;
-    };
-
-    static gboolean dispatch(GSource* /*source*/, GSourceFunc run, gpointer data) {
-        return run(data);
+    template <typename Tasks>
+    void push(Tasks tasks) {
+        // As soon as a task can run, it may destroy the executor.
+        GSource* const source = g_source_ref(source_);
+        if (tasks_->push(std::move(tasks))) g_source_set_ready_time(source, 0);  // wakes the loop
+        g_source_unref(source);
     }
+
+    /// A turn. The source stays ready while there are tasks.
+    static gboolean dispatch(GSource* source, GSourceFunc /*run*/, gpointer data) {
+        auto& tasks = *static_cast<task_queue*>(data);
+        const auto next = tasks.take();
+        if (!next || !next->more) {
+            g_source_set_ready_time(source, -1);
+            if (!tasks.empty()) g_source_set_ready_time(source, 0);  // one was pushed in between
+        }
+        if (next) run_guarded(next->task);
+        return G_SOURCE_CONTINUE;
+    }
+    static void destroy(gpointer data) { delete static_cast<task_queue*>(data); }
     /// Neither prepare nor check: the source is ready at its ready time and not before.
     static inline GSourceFuncs functions = {nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
 
-    static gboolean run_one(gpointer data) {
-        if (const auto task = take(*static_cast<queue*>(data))) run_guarded(*task);
-        return G_SOURCE_CONTINUE;
-    }
-    static void destroy(gpointer data) { delete static_cast<queue*>(data); }
-
-    /// Removes and returns the oldest task; nothing when the queue is empty.
-    static std::optional<std::function<void()>> take(queue& queue) {
-        const std::lock_guard lock(queue.mutex);
-        if (queue.tasks.empty()) return std::nullopt;
-        auto task = std::move(queue.tasks.front());
-        queue.tasks.pop_front();
-        if (queue.tasks.empty()) g_source_set_ready_time(queue.source, -1);
-        return task;
-    }
-    /// One by one and without the lock: destroying a task may post another.
-    static void drop(queue& queue) {
-        while (take(queue)) {
-        }
-    }
-
-    queue* const queue_;
+    /// Owned by the source, which GLib keeps alive while one of its tasks runs.
+    task_queue* const tasks_;
     GSource* const source_;
 };
 

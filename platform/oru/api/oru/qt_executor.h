@@ -7,9 +7,11 @@
 #include <functional>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "oru/executor.h"
 #include "oru/task_guard.h"
+#include "oru/task_queue.h"
 
 namespace oru {
 
@@ -23,33 +25,44 @@ class qt_executor final : public executor {
 public:
     /// `thread` is the one whose event loop runs the tasks.
     explicit qt_executor(QThread* thread = QThread::currentThread())
-        : receiver_(std::make_unique<receiver>()) {
+        : receiver_(std::make_unique<receiver>(*this)) {
         receiver_->moveToThread(thread);
     }
-    /// Destroys the receiver, and with it the events of waiting tasks. Destroying a task may post
-    /// another: the pointer is null by then, and `post` drops it.
-    ~qt_executor() override { receiver_.reset(); }
+    /// Destroying a task may post another: the receiver is null by then, and `push` drops it.
+    ~qt_executor() override {
+        receiver_.reset();
+        tasks_.clear();
+    }
     qt_executor(const qt_executor&) = delete;
     qt_executor& operator=(const qt_executor&) = delete;
 
-    void post(std::function<void()> task, int /*priority*/) override {
-        if (receiver_) QCoreApplication::postEvent(receiver_.get(), new call(std::move(task)));
+    void post(std::function<void()> task, int /*priority*/) override { push(std::move(task)); }
+    void post_all(std::vector<std::function<void()>> tasks, int /*priority*/) override {
+        push(std::move(tasks));
     }
 
 private:
-    struct call final : QEvent {
-        explicit call(std::function<void()> posted) : QEvent(User), task(std::move(posted)) {}
-        const std::function<void()> task;
-    };
+    static constexpr auto turn = QEvent::User;
+
     struct receiver final : QObject {
+        explicit receiver(qt_executor& owner) : owner(owner) {}
         bool event(QEvent* event) override {
-            const auto* posted = dynamic_cast<const call*>(event);
-            if (posted == nullptr) return QObject::event(event);
-            run_guarded(posted->task);
+            if (event->type() != turn) return QObject::event(event);
+            const auto next = owner.tasks_.take();
+            if (next->more) owner.ask();
+            run_guarded(next->task);  // may destroy the executor, and so this receiver
             return true;
         }
+        qt_executor& owner;
     };
 
+    template <typename Tasks>
+    void push(Tasks tasks) {
+        if (receiver_ && tasks_.push(std::move(tasks))) ask();
+    }
+    void ask() { QCoreApplication::postEvent(receiver_.get(), new QEvent(turn)); }
+
+    task_queue tasks_;
     std::unique_ptr<receiver> receiver_;
 };
 

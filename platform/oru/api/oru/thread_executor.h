@@ -3,10 +3,12 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "oru/assert.h"
 #include "oru/executor.h"
@@ -24,54 +26,72 @@ namespace oru {
 class thread_executor final : public executor {
 public:
     /// Throws `std::system_error` when the system refuses the thread or an attribute.
-    explicit thread_executor(const std::string& name, const thread::attributes& attributes = {}) {
+    explicit thread_executor(const std::string& name, const thread::attributes& attributes = {})
+        : queue_(std::make_shared<queue>()) {
         thread::create_thread(name, attributes, thread_.id,
-                              new std::function<void()>([this] { run(); }));
+                              new std::function<void()>([queue = queue_] { run(*queue); }));
     }
     ~thread_executor() override {
         ORU_ASSERT(this_thread::get_id() != thread_.id);
         {
-            const std::lock_guard lock(mutex_);
-            stopping_ = true;
+            const std::lock_guard lock(queue_->mutex);
+            queue_->stopping = true;
         }
-        wake_.notify_one();
+        queue_->wake.notify_one();
         thread_.join();
-        while (!tasks_.empty()) take();  // one by one: destroying a task may post another
+        while (!queue_->tasks.empty()) take(*queue_);  // destroying a task may post another
     }
     thread_executor(const thread_executor&) = delete;
     thread_executor& operator=(const thread_executor&) = delete;
 
     void post(std::function<void()> task, int /*priority*/) override {
-        // Notified under the lock: as soon as it is released the task may run and have the executor
-        // destroyed.
-        const std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-        wake_.notify_one();
+        add([&](auto& tasks) { tasks.push_back(std::move(task)); });
+    }
+    void post_all(std::vector<std::function<void()>> posted, int /*priority*/) override {
+        add([&](auto& tasks) {
+            for (auto& task : posted) tasks.push_back(std::move(task));
+        });
     }
 
 private:
-    void run() {
-        while (const auto task = next()) (*task)();
+    struct queue {
+        std::mutex mutex;
+        std::condition_variable wake;
+        std::deque<std::function<void()>> tasks;  // guarded by mutex
+        bool stopping = false;                    // guarded by mutex
+    };
+
+    /// Notifies without the lock, or the woken thread would wait for it. By then a task may have
+    /// had the executor destroyed, so the queue is kept alive.
+    template <typename Add>
+    void add(Add add_to) {
+        const auto queue = queue_;
+        {
+            const std::lock_guard lock(queue->mutex);
+            add_to(queue->tasks);
+        }
+        queue->wake.notify_one();
+    }
+
+    static void run(queue& queue) {
+        while (const auto task = next(queue)) (*task)();
     }
 
     /// Waits for a task; nothing once the executor is being destroyed.
-    std::optional<std::function<void()>> next() {
-        std::unique_lock lock(mutex_);
-        wake_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-        if (stopping_) return std::nullopt;
-        return take();
+    static std::optional<std::function<void()>> next(queue& queue) {
+        std::unique_lock lock(queue.mutex);
+        queue.wake.wait(lock, [&queue] { return queue.stopping || !queue.tasks.empty(); });
+        if (queue.stopping) return std::nullopt;
+        return take(queue);
     }
 
-    std::function<void()> take() {
-        auto task = std::move(tasks_.front());
-        tasks_.pop_front();
+    static std::function<void()> take(queue& queue) {
+        auto task = std::move(queue.tasks.front());
+        queue.tasks.pop_front();
         return task;
     }
 
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    std::deque<std::function<void()>> tasks_;  // guarded by mutex_
-    bool stopping_ = false;                    // guarded by mutex_
+    const std::shared_ptr<queue> queue_;
     thread thread_;
 };
 

@@ -1,0 +1,38 @@
+#include "Engine/outbox.h"
+
+#include <algorithm>
+
+namespace zel::http {
+
+thread_local Outbox* Outbox::current = nullptr;
+
+/// A pass inside a pass: what the outer one has brought so far goes first.
+Outbox::Outbox() : outer(current) {
+    if (outer != nullptr) outer->handOver();
+    current = this;
+}
+
+Outbox::~Outbox() { current = outer; }
+
+void Outbox::post(oru::executor& executor, std::function<void()> task) {
+    if (current != nullptr) {
+        current->add(executor, std::move(task));
+    } else {
+        executor.post(std::move(task), 0);
+    }
+}
+
+void Outbox::add(oru::executor& executor, std::function<void()> task) {
+    auto parcel = std::find_if(parcels.begin(), parcels.end(),
+                               [&](const Parcel& each) { return each.executor == &executor; });
+    if (parcel == parcels.end()) parcel = parcels.insert(parcel, {&executor, {}});
+    parcel->tasks.push_back(std::move(task));
+}
+
+void Outbox::handOver() {
+    for (auto& parcel : std::exchange(parcels, {})) {
+        parcel.executor->post_all(std::move(parcel.tasks), 0);
+    }
+}
+
+}  // namespace zel::http
