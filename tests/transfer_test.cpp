@@ -110,14 +110,6 @@ TEST_F(Hooks, OneTransferLeavesRoomInAPassForOthers) {
     EXPECT_EQ(request->body, std::string(chunks, 'x'));
     settle();
     EXPECT_LE(most_blocks, 512U);
-    // What libcurl holds of the next block is discarded with the transfer.
-    const auto cancelled = hostRequest(server.url());
-    cancelled->on_data = [&] {
-        if (cancelled->received == 512) cancelled->tryToCancelRequest();
-    };
-    cancelled->runRequest();
-    waitFor("the cancel", [&] { return cancelled.use_count() == 1; });
-    EXPECT_EQ(cancelled->received, 512U);
 }
 
 TEST_F(HooksDeathTest, ARefusedHandleStopsTheProcessWithItsReason) {
@@ -223,11 +215,11 @@ TEST_F(Cookies, XAuthFindings) {
 TEST_F(Handle, HasAnAnswerThatCameWholeBeforeItsUploadFailed) {
     for (const auto& [code, target, answered] : {std::tuple(CURLE_SEND_ERROR, "/status/404", true),
                                                  {CURLE_HTTP2_STREAM, "/status/400", true},
-                                                 {CURLE_HTTP2_STREAM, "/status/304", false},
+                                                 {CURLE_HTTP2_STREAM, "/hello", false},
                                                  {CURLE_SEND_ERROR, "/status/404?chunked", false},
                                                  {CURLE_RECV_ERROR, "/status/404", false}}) {
         reported = code;
-        EXPECT_EQ(outcomeOf(origin(target))[0] == '4', answered) << code << target;
+        EXPECT_EQ(outcomeOf(origin(target))[0] != '<', answered) << code << target;
         reported = CURLE_OK;
     }
 }
