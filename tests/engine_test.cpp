@@ -113,7 +113,7 @@ TEST_F(Lifecycle, TheHostsSignalHandlerStays) {
         EXPECT_EQ(now.sa_handler, own);
     };
     EXPECT_EQ(request->runToOutcome(), "200 end");
-    std::signal(SIGPIPE, before);
+    EXPECT_EQ(std::signal(SIGPIPE, before), own);
 }
 
 TEST_F(Lifecycle, TheThreadHasItsStack) {
@@ -181,12 +181,12 @@ TEST_F(Control, APauseHoldsTheNextBlock) {
         {[] {}, "end"},
         {[] { throw std::runtime_error("enough"); }, failed_writing},
         {[] { throw 7; }, failed_writing}};
-    for (const auto& [at_the_next, outcome] : rows) {
+    for (const auto& row : rows) {
         const auto request = hostRequest(origin("/bytes/" + std::to_string(length)));
         std::atomic<std::size_t> held{0};
         std::atomic<bool> resumed{false};
         request->on_data = [&] {
-            if (resumed.exchange(false)) at_the_next();
+            if (resumed.exchange(false)) row.first();
             if (held != 0) return;
             for (int i = 0; i < 2; ++i) request->pauseRequest();
             held = request->received.load();
@@ -197,8 +197,8 @@ TEST_F(Control, APauseHoldsTheNextBlock) {
         EXPECT_EQ(request->received, held);
         resumed = true;
         request->resumeRequest();
-        EXPECT_EQ(request->outcome(), "200 " + outcome);
-        EXPECT_EQ(request->body == bodyOf(length), outcome == "end");
+        EXPECT_EQ(request->outcome(), "200 " + row.second);
+        EXPECT_EQ(request->body == bodyOf(length), row.second == "end");
     }
 }
 

@@ -12,18 +12,18 @@
 /// OpenSSL says that it has given up.
 std::atomic<bool> broken{false};
 
-extern "C" const char* SSL_state_string(const SSL* connection) {
+extern "C" const char* SSL_state_string(const SSL* s) {
     static const auto next = test::replaced(&SSL_state_string, "SSL_state_string");
-    return broken ? "SSLERR" : next(connection);
+    return broken ? "SSLERR" : next(s);
 }
 
 /// The file of authorities that was read last.
 std::string loaded;
 
-extern "C" int X509_STORE_load_file(X509_STORE* store, const char* file) {
+extern "C" int X509_STORE_load_file(X509_STORE* ctx, const char* file) {
     static const auto next = test::replaced(&X509_STORE_load_file, "X509_STORE_load_file");
     loaded = file;
-    return next(store, file);
+    return next(ctx, file);
 }
 
 namespace test {
@@ -157,7 +157,7 @@ TEST_F(Tls, AVerifierIsAPlainFunctionWithItsData) {
 TEST_F(Tls, NoPolicyServesAnother) {
     std::ofstream(both) << contentOf(file("root.pem")) << contentOf(file("self_signed.pem"));
     struct Pair {
-        const char* what;
+        std::string what;
         Get first;
         Get second;
     };

@@ -43,9 +43,9 @@ extern "C" CURLcode interposedGetinfo(CURL* easy, int info, ...) {
     return CURLE_OK;
 }
 
-extern "C" CURLMsg* curl_multi_info_read(CURLM* multi, int* remaining) {
+extern "C" CURLMsg* curl_multi_info_read(CURLM* multi_handle, int* msgs_in_queue) {
     static const auto next = test::replaced(&curl_multi_info_read, "curl_multi_info_read");
-    CURLMsg* message = next(multi, remaining);
+    CURLMsg* message = next(multi_handle, msgs_in_queue);
     if (message != nullptr && reported != CURLE_OK) message->data.result = reported;
     return message;
 }

@@ -13,11 +13,11 @@
 /// The longest wait by `poll`, in milliseconds.
 std::atomic<int> longest_poll{0};
 
-extern "C" CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* more, unsigned count,
-                                     int milliseconds, int* ready) {
+extern "C" CURLMcode curl_multi_poll(CURLM* multi_handle, curl_waitfd* extra_fds,
+                                     unsigned extra_nfds, int timeout_ms, int* ret) {
     static const auto next = test::replaced(&curl_multi_poll, "curl_multi_poll");
-    longest_poll = std::max(longest_poll.load(), milliseconds);
-    return next(multi, more, count, milliseconds, ready);
+    longest_poll = std::max(longest_poll.load(), timeout_ms);
+    return next(multi_handle, extra_fds, extra_nfds, timeout_ms, ret);
 }
 
 namespace test {

@@ -165,7 +165,7 @@ protected:
     std::string outcomeOn(OwnEngine::Step step, HostRequest& request) {
         engine.reset();
         engine = std::make_unique<OwnEngine>(logger, std::move(step));
-        const std::string outcome = request.runToOutcome();
+        std::string outcome = request.runToOutcome();
         startEngine();
         return outcome;
     }
