@@ -14,6 +14,7 @@ public:
     TlsServers();
     TlsServers(const TlsServers&) = delete;
     TlsServers& operator=(const TlsServers&) = delete;
+    ~TlsServers() = default;
 
     const Certificates& certificates() const { return certificates_; }
     const Origin& local() const { return local_; }

@@ -14,7 +14,7 @@ namespace logging {
 class Arguments {
 public:
     /// No arguments.
-    Arguments() : list_(nullptr), format_(&formatNothing) {}
+    Arguments() = default;
 
     /// From what `arguments` or `fmt::make_printf_args` returns, or from a `fmt::printf_args`.
     template <typename List,
@@ -36,8 +36,8 @@ private:
         return fmt::vsprintf(fmt::string_view(format.data(), format.size()), args);
     }
 
-    const void* list_;
-    std::string (*format_)(const void* list, std::string_view format);
+    const void* list_ = nullptr;
+    std::string (*format_)(const void* list, std::string_view format) = &formatNothing;
 };
 
 /// The argument list of a printf-style format. It refers to `values`; use it in the expression that

@@ -38,6 +38,7 @@ private:
         turn(turn&&) = default;
         turn(const turn&) = delete;
         turn& operator=(const turn&) = delete;
+        turn& operator=(turn&&) = delete;
         ~turn() {
             if (tasks_) tasks_->clear();  // the context is destroyed, or out of memory
         }
