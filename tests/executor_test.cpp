@@ -100,7 +100,7 @@ using Loops = testing::Types<AsioLoop, PlainThread
                              QtLoop
 #endif
                              >;
-TYPED_TEST_SUITE(Executor, Loops);
+TYPED_TEST_SUITE(Executor, Loops, );
 
 TYPED_TEST(Executor, RunsTasksInOrderOnItsThreadAndNeverInsidePost) {
     std::string order;
