@@ -28,11 +28,11 @@ struct AsioLoop {
     static constexpr bool nests = false;
     std::unique_ptr<boost::asio::io_context> loop = std::make_unique<boost::asio::io_context>();
     std::optional<oru::asio_executor> executor{*loop};
-    void run() {
+    void run() const {
         const auto work = boost::asio::make_work_guard(*loop);
         loop->run();
     }
-    void stop() { loop->stop(); }
+    void stop() const { loop->stop(); }
     void destroy() { loop.reset(); }
 };
 
