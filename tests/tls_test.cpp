@@ -191,13 +191,96 @@ TEST_F(Tls, NoPolicyServesAnother) {
         EXPECT_EQ(outcomeOf(pair.first).substr(0, 3), "200") << pair.what << ", alternating";
         EXPECT_EQ(outcomeOf(pair.second)[0], '<') << pair.what << ", alternating";
     }
-    // Nor does a TLS session, which libcurl resumes between transfers from 8.12 on.
-    startEngine();
-    for (const auto& own : {to("local12", "/reused").trusting(root).by(keepVerdict),
-                            to("local12", "/reused").trusting(intermediate).partial(),
-                            withOwn(to("local12", "/reused").trusting(root))}) {
-        for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(own), "200 .");
+}
+
+/// Nor does a TLS session, which libcurl resumes between transfers from 8.12 on: only one of the
+/// same authorities alone, or of no verification, and not for a clean start. Each pair, both ways.
+TEST_F(Tls, NoPolicyResumesTheSessionOfAnother) {
+    ASSERT_EQ(std::system(("openssl rehash " + file("") + " 2>&1").c_str()), 0);
+    const bool resumes = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080c00;
+    for (const char* server : {"local12", "resuming"}) {  // TLS 1.2 and 1.3
+        const auto at = [&] { return to(server, "/reused"); };
+        struct {
+            RequestConfig request;
+            std::string outcome = "200 .";
+            bool shares = false;
+        } const policies[] = {
+            {at().trusting(root), "200 .", true},
+            {at().insecure(), "200 .", true},
+            {at().trusting(other_root), refused},
+            {at().trusting(root).set(&RequestConfig::reset_state, true)},
+            {at().trusting(root).by(keepVerdict)},
+            {at().trusting(root).partial()},
+            {withOwn(at().trusting(root))},
+            {at().set(&RequestConfig::ca_dir, file(""))},
+        };
+        for (const auto& first : policies) {
+            for (const auto& second : policies) {
+                startEngine();
+                EXPECT_EQ(outcomeOf(first.request), first.outcome) << first.request;
+                const bool resumed = resumes && second.shares && &first == &second;
+                EXPECT_EQ(outcomeOf(second.request), resumed ? "200 r" : second.outcome)
+                    << first.request << second.request;
+            }
+        }
     }
+}
+
+/// A burst waits for its first connection and shares it; where it may not, or cannot, each makes
+/// its own. (A verifier's is closed at once.)
+TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
+    constexpr int burst = 6;
+    const std::pair<RequestConfig, int> rows[] = {
+        {to("local").trusting(root), 1},
+        {to("local").trusting(intermediate).partial(), 1},
+        {to("local").trusting(root).set(&RequestConfig::reset_state, true), burst},
+        {to("local").trusting(root).by(keepVerdict), 0},
+        {withOwn(to("optional").trusting(root)), burst},  // speaks HTTP/1.1 only
+    };
+    for (const auto& [policy, connections] : rows) {
+        startEngine();
+        std::vector<std::shared_ptr<HostRequest>> all;
+        for (int i = 0; i < burst; ++i) all.push_back(hostRequest(policy));
+        const auto before = descriptorsAndThreads().first;
+        whileEngineIsHeld([&] {
+            for (const auto& request : all) request->runRequest();
+        });
+        for (const auto& request : all) {
+            waitFor("the burst", [&] { return request->outcomes == 1; });
+            EXPECT_EQ(request->outcome(), "200 end") << policy;
+        }
+        settle();
+        EXPECT_EQ(descriptorsAndThreads().first - before, connections) << policy;
+    }
+}
+
+/// The server is silent in the first handshake: who waits for it keeps its time limit, and makes a
+/// connection of its own after a while.
+TEST_F(Tls, NobodyWaitsForASilentHandshakeForGood) {
+    std::atomic<int> handshakes{0};
+    const ScriptedServer mute([&](Socket& socket) {
+        ++handshakes;
+        std::string hello;
+        boost::system::error_code ignored;
+        boost::asio::read(socket, boost::asio::dynamic_buffer(hello), ignored);  // to its end
+    });
+    const std::string server = "https://" + mute.authority() + "/";
+    const auto first = hostRequest(Get(server));
+    first->runRequest();
+    waitFor("the first", [&] { return handshakes == 1; });
+    const auto second = hostRequest(Get(server).within(300));
+    EXPECT_EQ(second->runToOutcome(), "0 <Operation timed out> Timeout was reached");
+    const auto third = hostRequest(Get(server));
+    third->runRequest();
+    settle();
+    const auto sockets = descriptorsAndThreads().first;
+    waitFor("the third's own connection", [&] {
+        settle();
+        return descriptorsAndThreads().first > sockets;
+    });
+    first->tryToCancelRequest();
+    waitFor("the third", [&] { return handshakes == 2; });
+    third->tryToCancelRequest();
 }
 
 /// New connections go by what the file holds now, not by what libcurl keeps of it.

@@ -153,6 +153,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
 void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
     const LineKind kind = kindOf(line);
     if (kind != LineKind::Field) task.inHeaderBlock = kind == LineKind::Status;
+    if (kind == LineKind::Status) getEngine()->endConnectionWait(task.curl);
     task.headerBytes += line.size();
     if (kind == LineKind::Field) ++task.headerFields;
     if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {

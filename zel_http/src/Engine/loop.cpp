@@ -70,6 +70,7 @@ void Engine::runTasks() {
     Outbox::collect([this] {
         processCompletedTasks();
         endBrokenTransfers();
+        boundConnectionWaits();
     });
 }
 

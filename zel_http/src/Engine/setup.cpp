@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <new>
@@ -17,6 +18,7 @@
 #include "Engine/hooks.h"
 #include "Engine/parsed_url.h"
 #include "Engine/tls_isolation.h"
+#include "Engine/tls_policy.h"
 #include "Engine/wire_text.h"
 #include "eventlog/eventlog.h"
 #include "zel_http/engine.h"
@@ -73,6 +75,15 @@ void setBody(CURL* curl, const std::string& body) {
     setText<CURLOPT_COPYPOSTFIELDS>(curl, body.data());
 }
 
+/// Whether the environment names a proxy for https; libcurl honours these names.
+bool environmentNamesProxy() {
+    constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"};
+    return std::any_of(std::begin(names), std::end(names), [](const char* name) {
+        const char* proxy = std::getenv(name);
+        return proxy != nullptr && *proxy != '\0';
+    });
+}
+
 std::size_t refuseToRead(char* /*buffer*/, std::size_t /*size*/, std::size_t /*count*/,
                          void* /*handle*/) {
     return CURL_READFUNC_ABORT;
@@ -107,7 +118,21 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
 
     setProtectiveOptions(*task);
     addProxyConfig(curl, proxy);
+    if (mayShareConnection(*task, proxy)) letWaitForConnection(*task);
     startTransfer(task);
+}
+
+/// Whether the transfer may wait for a connection that another is making to its server. Not where
+/// it needs its own or speaks HTTP/1.1, and not with libcurl 8.0 to 8.7, which may forget it.
+bool Engine::mayShareConnection(const ActiveTask& task, const std::string& proxy) {
+    const RequestConfig& config = task.request->config;
+    const bool forgets = !curlIsBefore(8, 0) && curlIsBefore(8, 8);
+    if (!task.ownTlsConfig || forgets || !isHttps(config.url)) return false;
+    const bool own_connection =
+        config.verifier || config.reset_state || !task.request->fallbackProxies.empty();
+    if (own_connection || mayExpectContinue(config)) return false;
+    if (hasUpload(config) && losesEarlyAnswers()) return false;
+    return proxy.empty() && getProxyUrl().empty() && !environmentNamesProxy();
 }
 
 /// Escapes control characters in the URL, which the rendering does not: otherwise a URL with a line
@@ -166,15 +191,18 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         return;
     }
     attachedByOwnHook = false;
-    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task->curl);
-    if (result != CURLM_OK) {
-        const std::string reason = curl_multi_strerror(result);
-        eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
-        std::abort();
-    }
+    attach(*task);
     if (attachedByOwnHook && task->ownTlsConfig) lendUrl(*task);
     // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
+}
+
+void Engine::attach(const ActiveTask& task) {
+    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task.curl);
+    if (result == CURLM_OK) return;
+    const std::string reason = curl_multi_strerror(result);
+    eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
+    std::abort();
 }
 
 /// Spares libcurl the parsing of the URL. Where a host's own code has seen the handle libcurl goes

@@ -1,0 +1,78 @@
+// Transfers that wait for a connection which another is making to their server, to share it over
+// HTTP/2 instead of making their own. Bounds that wait, which libcurl does not: its time limits
+// (7.88) count only for a transfer that has a connection, and a server that is silent in the first
+// handshake would be tried by one transfer after the other. Engine thread; touches `tasks`.
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+
+#include "Engine/active_task.h"
+#include "Engine/easy_options.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+namespace {
+
+using std::chrono::milliseconds;
+
+/// How long a transfer waits before it makes a connection of its own, by the next pass.
+constexpr milliseconds patience{2000};
+
+/// Whether libcurl has begun to connect the transfer, or has found it a connection. Never false
+/// once the request has been sent, or it would be sent again.
+bool hasBegunToConnect(CURL* curl) {
+    curl_off_t lookup = 0;
+    long sent = 0;
+    curl_easy_getinfo(curl, CURLINFO_NAMELOOKUP_TIME_T, &lookup);
+    curl_easy_getinfo(curl, CURLINFO_REQUEST_SIZE, &sent);
+    return lookup > 0 || sent > 0;
+}
+
+/// How long a request may still take after that time; nothing without a limit.
+std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds waited) {
+    if (config.timeout.count() == 0) return std::nullopt;
+    return std::max(config.timeout - waited, milliseconds{0});
+}
+
+}  // namespace
+
+void Engine::letWaitForConnection(ActiveTask& task) {
+    setLong<CURLOPT_PIPEWAIT>(task.curl, 1);
+    connectionWaits[task.curl] = std::chrono::steady_clock::now();
+}
+
+/// Only the first connection of a transfer is waited for: that of a redirect has no bound here.
+void Engine::endConnectionWait(void* curl) {
+    if (connectionWaits.erase(curl) > 0) setLong<CURLOPT_PIPEWAIT>(curl, 0);
+}
+
+/// libcurl's timer for the time limit still ends the wait of a pass, so that this is in time.
+void Engine::boundConnectionWaits() {
+    if (connectionWaits.empty()) return;
+    const auto now = std::chrono::steady_clock::now();
+    const auto waits = connectionWaits;
+    for (const auto& [handle, since] : waits) {
+        const auto task = findTask(handle);
+        if (!task || hasBegunToConnect(handle)) {
+            endConnectionWait(handle);
+            continue;
+        }
+        const auto waited = std::chrono::duration_cast<milliseconds>(now - since);
+        const auto left = remaining(task->request->config, waited);
+        if (left && left->count() == 0) {
+            finishTask(task, CURLE_OPERATION_TIMEDOUT);
+        } else if (waited >= patience) {
+            connectAlone(*task, left);
+        }
+    }
+}
+
+void Engine::connectAlone(ActiveTask& task, std::optional<milliseconds> left) {
+    endConnectionWait(task.curl);
+    curl_multi_remove_handle(multiHandle, task.curl);
+    if (left) setLong<CURLOPT_TIMEOUT_MS>(task.curl, static_cast<long>(left->count()));
+    attach(task);
+}
+
+}  // namespace zel::http
