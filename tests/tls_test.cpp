@@ -226,60 +226,46 @@ TEST_F(Tls, NoPolicyResumesTheSessionOfAnother) {
     }
 }
 
-/// A burst waits for its first connection and shares it; where it may not, or cannot, each makes
-/// its own. (A verifier's is closed at once.)
+/// A burst waits for its first connection and shares it; where it may not, each makes its own. (A
+/// verifier's is closed at once.)
 TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
     constexpr int burst = 6;
-    const std::pair<RequestConfig, int> rows[] = {
-        {to("local").trusting(root), 1},
-        {to("local").trusting(intermediate).partial(), 1},
-        {to("local").trusting(root).set(&RequestConfig::reset_state, true), burst},
-        {to("local").trusting(root).by(keepVerdict), 0},
-        {withOwn(to("optional").trusting(root)), burst},  // speaks HTTP/1.1 only
-    };
-    for (const auto& [policy, connections] : rows) {
+    for (const auto& [policy, connections] :
+         {std::pair(to("local").trusting(root), 1),
+          {to("local").trusting(intermediate).partial(), 1},
+          {to("local").trusting(root).set(&RequestConfig::reset_state, true), burst},
+          {to("local").trusting(root).by(keepVerdict), 0}}) {
         startEngine();
-        std::vector<std::shared_ptr<HostRequest>> all;
-        for (int i = 0; i < burst; ++i) all.push_back(hostRequest(policy));
         const auto before = descriptorsAndThreads().first;
-        whileEngineIsHeld([&] {
-            for (const auto& request : all) request->runRequest();
+        std::vector<std::shared_ptr<HostRequest>> all(burst);
+        whileEngineIsHeld([&, &policy = policy] {
+            for (auto& request : all) (request = hostRequest(policy))->runRequest();
         });
-        for (const auto& request : all) {
-            waitFor("the burst", [&] { return request->outcomes == 1; });
-            EXPECT_EQ(request->outcome(), "200 end") << policy;
-        }
+        for (const auto& request : all) EXPECT_EQ(request->outcome(), "200 end") << policy;
         settle();
         EXPECT_EQ(descriptorsAndThreads().first - before, connections) << policy;
     }
 }
 
-/// The server is silent in the first handshake: who waits for it keeps its time limit, and makes a
+/// Who waits for a handshake in which the server is silent keeps its time limit, and makes a
 /// connection of its own after a while.
 TEST_F(Tls, NobodyWaitsForASilentHandshakeForGood) {
-    std::atomic<int> handshakes{0};
-    const ScriptedServer mute([&](Socket& socket) {
-        ++handshakes;
-        std::string hello;
-        boost::system::error_code ignored;
-        boost::asio::read(socket, boost::asio::dynamic_buffer(hello), ignored);  // to its end
-    });
-    const std::string server = "https://" + mute.authority() + "/";
-    const auto first = hostRequest(Get(server));
-    first->runRequest();
-    waitFor("the first", [&] { return handshakes == 1; });
-    const auto second = hostRequest(Get(server).within(300));
-    EXPECT_EQ(second->runToOutcome(), "0 <Operation timed out> Timeout was reached");
-    const auto third = hostRequest(Get(server));
-    third->runRequest();
-    settle();
-    const auto sockets = descriptorsAndThreads().first;
-    waitFor("the third's own connection", [&] {
+    const ScriptedServer silent(stall);
+    const auto sockets = [&] {
         settle();
-        return descriptorsAndThreads().first > sockets;
-    });
+        return descriptorsAndThreads().first;
+    };
+    const Get target("https://" + silent.authority());
+    const auto first = hostRequest(target);
+    const auto third = hostRequest(target);
+    const auto none = sockets();
+    first->runRequest();
+    waitFor("both ends of the first", [&] { return sockets() == none + 2; });
+    EXPECT_EQ(outcomeOf(Get(target).within(300)), "<Operation timed out> Timeout was reached");
+    EXPECT_EQ(sockets(), none + 2);
+    third->runRequest();
+    waitFor("the third's own", [&] { return sockets() > none + 2; });
     first->tryToCancelRequest();
-    waitFor("the third", [&] { return handshakes == 2; });
     third->tryToCancelRequest();
 }
 
