@@ -231,6 +231,8 @@ private:
     std::function<void(const std::function<void()>&)> fsmRunner;
     // Engine thread only.
     bool terminationFlag = false;
+    // Engine thread only: an empty queue, but while a pass runs closures.
+    std::unique_ptr<std::deque<std::function<void()>>> spareQueue;
     // Guarded by variableMutex.
     std::string proxyUrl;
     std::string proxyUser;

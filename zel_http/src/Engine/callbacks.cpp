@@ -63,9 +63,7 @@ unsigned saturated(Number bytes) {
 /// Whether it is worth to ask libcurl for the body's length: inside a header block libcurl learns
 /// it from one field alone, and (7.88) tells it only when the block has ended.
 bool mayKnowLength(const Engine::ActiveTask& task, std::string_view line) {
-    constexpr std::string_view name = "Content-Length:";
-    return task.lengthKnown || !task.inHeaderBlock ||
-           curl_strnequal(line.data(), name.data(), std::min(name.size(), line.size())) != 0;
+    return task.lengthKnown || !task.inHeaderBlock || hasName(line, "content-length:");
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -74,12 +75,15 @@ void Engine::runTasks() {
     });
 }
 
-/// The batch is local, since a closure may call `runTasks` and thereby this function again.
+/// The batch is local, since a closure may call `runTasks` and thereby this function again. Making
+/// an empty queue costs two allocations, so one is kept.
 void Engine::processPendingRequests() {
     trace("processPendingRequests");
     std::unique_lock lock(queueMutex);
     if (pendingRequests.empty()) return;
-    std::deque<std::function<void()>> currentBatch;
+    auto batch = std::move(spareQueue);
+    if (!batch) batch = std::make_unique<std::deque<std::function<void()>>>();
+    auto& currentBatch = *batch;
     currentBatch.swap(pendingRequests);
     lock.unlock();
     while (!currentBatch.empty()) {
@@ -87,6 +91,7 @@ void Engine::processPendingRequests() {
         currentBatch.pop_front();
         if (terminationFlag) return;  // what is queued after it never runs
     }
+    spareQueue = std::move(batch);
 }
 
 bool Engine::hasPendingRequests() {

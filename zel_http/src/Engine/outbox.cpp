@@ -25,7 +25,11 @@ void Outbox::post(oru::executor& executor, std::function<void()> task) {
 void Outbox::add(oru::executor& executor, std::function<void()> task) {
     auto parcel = std::find_if(parcels.begin(), parcels.end(),
                                [&](const Parcel& each) { return each.executor == &executor; });
-    if (parcel == parcels.end()) parcel = parcels.insert(parcel, {&executor, {}});
+    if (parcel == parcels.end()) {
+        constexpr std::size_t usual = 16;
+        parcel = parcels.insert(parcel, {&executor, {}});
+        parcel->tasks.reserve(usual);
+    }
     parcel->tasks.push_back(std::move(task));
 }
 

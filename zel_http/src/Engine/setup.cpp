@@ -126,11 +126,11 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
 /// it needs its own or speaks HTTP/1.1, and not with libcurl 8.0 to 8.7, which may forget it.
 bool Engine::mayShareConnection(const ActiveTask& task, const std::string& proxy) {
     const RequestConfig& config = task.request->config;
-    const bool forgets = !curlIsBefore(8, 0) && curlIsBefore(8, 8);
-    if (!task.ownTlsConfig || forgets || !isHttps(config.url)) return false;
+    if (!isHttps(config.url) || !task.ownTlsConfig) return false;
+    const bool forgets_limits = !curlIsBefore(8, 0) && curlIsBefore(8, 8);
     const bool own_connection =
         config.verifier || config.reset_state || !task.request->fallbackProxies.empty();
-    if (own_connection || mayExpectContinue(config)) return false;
+    if (own_connection || forgets_limits || mayExpectContinue(config)) return false;
     if (hasUpload(config) && losesEarlyAnswers()) return false;
     return proxy.empty() && getProxyUrl().empty() && !environmentNamesProxy();
 }
