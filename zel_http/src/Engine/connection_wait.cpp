@@ -16,8 +16,13 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// How long a transfer waits before it makes a connection of its own, by the next pass.
+/// How long a transfer waits before it makes a connection of its own.
 constexpr milliseconds patience{2000};
+
+/// How long a transfer waits at most.
+milliseconds longestWait(const RequestConfig& config) {
+    return config.timeout.count() == 0 ? patience : std::min(config.timeout, patience);
+}
 
 /// Whether libcurl has begun to connect the transfer, or has found it a connection. Never false
 /// once the request has been sent, or it would be sent again.
@@ -47,7 +52,19 @@ void Engine::endConnectionWait(void* curl) {
     if (connectionWaits.erase(curl) > 0) setLong<CURLOPT_PIPEWAIT>(curl, 0);
 }
 
-/// libcurl's timer for the time limit still ends the wait of a pass, so that this is in time.
+/// libcurl's timer, or what is left of the first of these waits if that is less: libcurl starts the
+/// timer of a waiting transfer anew each time that it lets it try again, and has none for patience.
+long Engine::timerWithConnectionWaits(long curlTimer) {
+    const auto now = std::chrono::steady_clock::now();
+    long timer = curlTimer;
+    for (const auto& [handle, since] : connectionWaits) {
+        const auto end = since + longestWait(tasks.at(handle)->request->config);
+        const auto left = std::max(std::chrono::ceil<milliseconds>(end - now), milliseconds{0});
+        if (timer < 0 || left.count() < timer) timer = static_cast<long>(left.count());
+    }
+    return timer;
+}
+
 void Engine::boundConnectionWaits() {
     if (connectionWaits.empty()) return;
     const auto now = std::chrono::steady_clock::now();
