@@ -188,6 +188,7 @@ private:
     bool mayShareConnection(const ActiveTask& task, const std::string& proxy);
     void letWaitForConnection(ActiveTask& task);
     void endConnectionWait(void* curl);
+    static int lookUpBegins(void* resolver, void* reserved, void* handle) noexcept;
     long timerWithConnectionWaits(long curlTimer);
     void boundConnectionWaits();
     void connectAlone(ActiveTask& task, std::optional<std::chrono::milliseconds> left);

@@ -24,8 +24,8 @@ milliseconds longestWait(const RequestConfig& config) {
     return config.timeout.count() == 0 ? patience : std::min(config.timeout, patience);
 }
 
-/// Whether libcurl has begun to connect the transfer, or has found it a connection. Never false
-/// once the request has been sent, or it would be sent again.
+/// Whether libcurl has an address for the transfer, or has found it a connection. Never false once
+/// the request has been sent, or it would be sent again.
 bool hasBegunToConnect(CURL* curl) {
     curl_off_t lookup = 0;
     long sent = 0;
@@ -44,12 +44,21 @@ std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds 
 
 void Engine::letWaitForConnection(ActiveTask& task) {
     setLong<CURLOPT_PIPEWAIT>(task.curl, 1);
+    setFunction<CURLOPT_RESOLVER_START_FUNCTION, curl_resolver_start_callback>(task.curl,
+                                                                               lookUpBegins);
+    setPointer<CURLOPT_RESOLVER_START_DATA>(task.curl, task.curl);
     connectionWaits[task.curl] = std::chrono::steady_clock::now();
 }
 
 /// Only the first connection of a transfer is waited for: that of a redirect has no bound here.
 void Engine::endConnectionWait(void* curl) {
     if (connectionWaits.erase(curl) > 0) setLong<CURLOPT_PIPEWAIT>(curl, 0);
+}
+
+/// The transfer makes a connection itself. A slow look-up is no reason to start it once more.
+int Engine::lookUpBegins(void* /*resolver*/, void* /*reserved*/, void* handle) noexcept {
+    getEngine()->endConnectionWait(handle);
+    return 0;
 }
 
 /// libcurl's timer, or what is left of the first of these waits if that is less: libcurl starts the
