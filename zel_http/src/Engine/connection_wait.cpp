@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
@@ -40,7 +42,21 @@ std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds 
     return std::max(config.timeout - waited, milliseconds{0});
 }
 
+/// The URL up to its path; one server may have several.
+std::string_view serverOf(std::string_view url) {
+    constexpr std::size_t scheme = std::string_view("https://").size();
+    return url.substr(0, url.find_first_of("/?#", scheme));
+}
+
 }  // namespace
+
+/// Of the transfers that wait libcurl (7.88) lets only the first try again when a connection is
+/// there. Were that one of another server, silent perhaps, the others would go on waiting.
+bool Engine::connectionIsAwaitedToAnotherThan(const std::string& url) {
+    if (connectionWaits.empty()) return false;
+    const auto& waiting = tasks.at(connectionWaits.begin()->first)->request->config.url;
+    return serverOf(waiting) != serverOf(url);
+}
 
 void Engine::letWaitForConnection(ActiveTask& task) {
     setLong<CURLOPT_PIPEWAIT>(task.curl, 1);

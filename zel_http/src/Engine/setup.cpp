@@ -132,6 +132,7 @@ bool Engine::mayShareConnection(const ActiveTask& task, const std::string& proxy
         config.verifier || config.reset_state || !task.request->fallbackProxies.empty();
     if (own_connection || forgets_limits || mayExpectContinue(config)) return false;
     if (hasUpload(config) && losesEarlyAnswers()) return false;
+    if (connectionIsAwaitedToAnotherThan(config.url)) return false;
     return proxy.empty() && getProxyUrl().empty() && !environmentNamesProxy();
 }
 
