@@ -262,7 +262,7 @@ TEST_F(Tls, NobodyWaitsForASilentHandshakeForGood) {
     EXPECT_EQ(outcomeOf(Get(target).within(300)), "<Operation timed out> Timeout was reached");
     EXPECT_EQ(sockets(), none + 2);
     third->runRequest();
-    waitFor("the third's own", [&] { return sockets() > none + 2; });
+    waitFor("the third's own", [&] { return descriptorsAndThreads().first > none + 2; });
     first->tryToCancelRequest();
     third->tryToCancelRequest();
 }

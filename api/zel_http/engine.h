@@ -186,8 +186,11 @@ private:
     void recordXAuthDomain(void* curl, RequestConfig& config);
     void setProtectiveOptions(ActiveTask& task);
     bool mayShareConnection(const ActiveTask& task, const std::string& proxy);
+    bool connectionIsAwaitedToAnotherThan(const std::string& url);
     void letWaitForConnection(ActiveTask& task);
     void endConnectionWait(void* curl);
+    static int lookUpBegins(void* resolver, void* reserved, void* handle) noexcept;
+    long timerWithConnectionWaits(long curlTimer);
     void boundConnectionWaits();
     void connectAlone(ActiveTask& task, std::optional<std::chrono::milliseconds> left);
     void attach(const ActiveTask& task);

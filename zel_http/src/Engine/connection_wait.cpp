@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
@@ -16,11 +18,16 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// How long a transfer waits before it makes a connection of its own, by the next pass.
+/// How long a transfer waits before it makes a connection of its own.
 constexpr milliseconds patience{2000};
 
-/// Whether libcurl has begun to connect the transfer, or has found it a connection. Never false
-/// once the request has been sent, or it would be sent again.
+/// How long a transfer waits at most.
+milliseconds longestWait(const RequestConfig& config) {
+    return config.timeout.count() == 0 ? patience : std::min(config.timeout, patience);
+}
+
+/// Whether libcurl has an address for the transfer, or has found it a connection. Never false once
+/// the request has been sent, or it would be sent again.
 bool hasBegunToConnect(CURL* curl) {
     curl_off_t lookup = 0;
     long sent = 0;
@@ -35,10 +42,27 @@ std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds 
     return std::max(config.timeout - waited, milliseconds{0});
 }
 
+/// The URL up to its path; one server may have several.
+std::string_view serverOf(std::string_view url) {
+    constexpr std::size_t scheme = std::string_view("https://").size();
+    return url.substr(0, url.find_first_of("/?#", scheme));
+}
+
 }  // namespace
+
+/// Of the transfers that wait libcurl (7.88) lets only the first try again when a connection is
+/// there. Were that one of another server, silent perhaps, the others would go on waiting.
+bool Engine::connectionIsAwaitedToAnotherThan(const std::string& url) {
+    if (connectionWaits.empty()) return false;
+    const auto& waiting = tasks.at(connectionWaits.begin()->first)->request->config.url;
+    return serverOf(waiting) != serverOf(url);
+}
 
 void Engine::letWaitForConnection(ActiveTask& task) {
     setLong<CURLOPT_PIPEWAIT>(task.curl, 1);
+    setFunction<CURLOPT_RESOLVER_START_FUNCTION, curl_resolver_start_callback>(task.curl,
+                                                                               lookUpBegins);
+    setPointer<CURLOPT_RESOLVER_START_DATA>(task.curl, task.curl);
     connectionWaits[task.curl] = std::chrono::steady_clock::now();
 }
 
@@ -47,7 +71,25 @@ void Engine::endConnectionWait(void* curl) {
     if (connectionWaits.erase(curl) > 0) setLong<CURLOPT_PIPEWAIT>(curl, 0);
 }
 
-/// libcurl's timer for the time limit still ends the wait of a pass, so that this is in time.
+/// The transfer makes a connection itself. A slow look-up is no reason to start it once more.
+int Engine::lookUpBegins(void* /*resolver*/, void* /*reserved*/, void* handle) noexcept {
+    getEngine()->endConnectionWait(handle);
+    return 0;
+}
+
+/// libcurl's timer, or what is left of the first of these waits if that is less: libcurl starts the
+/// timer of a waiting transfer anew each time that it lets it try again, and has none for patience.
+long Engine::timerWithConnectionWaits(long curlTimer) {
+    const auto now = std::chrono::steady_clock::now();
+    long timer = curlTimer;
+    for (const auto& [handle, since] : connectionWaits) {
+        const auto end = since + longestWait(tasks.at(handle)->request->config);
+        const auto left = std::max(std::chrono::ceil<milliseconds>(end - now), milliseconds{0});
+        if (timer < 0 || left.count() < timer) timer = static_cast<long>(left.count());
+    }
+    return timer;
+}
+
 void Engine::boundConnectionWaits() {
     if (connectionWaits.empty()) return;
     const auto now = std::chrono::steady_clock::now();
@@ -71,7 +113,7 @@ void Engine::boundConnectionWaits() {
 void Engine::connectAlone(ActiveTask& task, std::optional<milliseconds> left) {
     endConnectionWait(task.curl);
     curl_multi_remove_handle(multiHandle, task.curl);
-    if (left) setLong<CURLOPT_TIMEOUT_MS>(task.curl, static_cast<long>(left->count()));
+    if (left) setTimeLimit(task.curl, *left);
     attach(task);
 }
 

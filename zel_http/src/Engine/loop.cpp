@@ -106,7 +106,8 @@ CURLMcode Engine::doCurlProcessing() {
     curl_multi_timeout(multiHandle, &curlTimer);
     // Closures may be queued although no wake-up is unread: a closure of this pass may have called
     // `runTasks`, which has read it.
-    const timeval timeout = hasPendingRequests() ? timeval{} : waitTimeout(curlTimer);
+    const timeval timeout =
+        hasPendingRequests() ? timeval{} : waitTimeout(timerWithConnectionWaits(curlTimer));
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
     if (woken) drainWakeup();
     int running = 0;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
-#include <limits>
 #include <memory>
 #include <new>
 #include <string>
@@ -55,14 +54,6 @@ bool hasUpload(const RequestConfig& config) {
 /// Whether libcurl loses an HTTP/2 response that comes before the body is read, when the server
 /// then ends the stream.
 bool losesEarlyAnswers() { return curlIsBefore(8, 14); }
-
-/// The limit as libcurl's `long`, which has 32 bits on some targets. At least 1: libcurl takes a
-/// negative limit for 49 days.
-long timeoutMilliseconds(std::chrono::milliseconds timeout) {
-    using Count = std::chrono::milliseconds::rep;
-    return static_cast<long>(
-        std::clamp<Count>(timeout.count(), 1, std::numeric_limits<long>::max()));
-}
 
 long authMask(AuthMethod method) {
     return static_cast<long>(method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY
@@ -132,6 +123,7 @@ bool Engine::mayShareConnection(const ActiveTask& task, const std::string& proxy
         config.verifier || config.reset_state || !task.request->fallbackProxies.empty();
     if (own_connection || forgets_limits || mayExpectContinue(config)) return false;
     if (hasUpload(config) && losesEarlyAnswers()) return false;
+    if (connectionIsAwaitedToAnotherThan(config.url)) return false;
     return proxy.empty() && getProxyUrl().empty() && !environmentNamesProxy();
 }
 
@@ -230,7 +222,7 @@ void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
     setLong<CURLOPT_NOPROGRESS>(curl, 1);
     if (config.timeout.count() != 0) {
         setLong<CURLOPT_NOSIGNAL>(curl, 1);
-        setLong<CURLOPT_TIMEOUT_MS>(curl, timeoutMilliseconds(config.timeout));
+        setTimeLimit(curl, config.timeout);
     }
     if (config.max_download_size != -1) {
         setLong<CURLOPT_MAXFILESIZE>(curl, config.max_download_size);
