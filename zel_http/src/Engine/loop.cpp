@@ -66,6 +66,7 @@ void Engine::runTasks() {
         trace("runTasks");
         return;
     }
+    Outbox::handOverWhatIsHeld();
     doCurlProcessing();
     applyPendingPauses();
     Outbox::collect([this] {

@@ -6,11 +6,7 @@ namespace zel::http {
 
 thread_local Outbox* Outbox::current = nullptr;
 
-/// A pass inside a pass: what the outer one has brought so far goes first.
-Outbox::Outbox() : outer(current) {
-    if (outer != nullptr) outer->handOver();
-    current = this;
-}
+Outbox::Outbox() : outer(current) { current = this; }
 
 Outbox::~Outbox() { current = outer; }
 
@@ -20,6 +16,10 @@ void Outbox::post(oru::executor& executor, std::function<void()> task) {
     } else {
         executor.post(std::move(task), 0);
     }
+}
+
+void Outbox::handOverWhatIsHeld() {
+    if (current != nullptr) current->handOver();
 }
 
 void Outbox::add(oru::executor& executor, std::function<void()> task) {
