@@ -37,7 +37,7 @@ void Engine::trace(const char* operation) {
 }
 
 void Engine::checkEngineThread() const {
-#ifdef ZEL_HTTP_THREAD_CHECKS
+#if ZEL_HTTP_THREAD_CHECKS
     // 0: no engine thread runs; the destructor does its work on the host's thread.
     const unsigned long id = engineThreadId;
     ORU_ASSERT(id == 0 || id == oru::this_thread::get_id());
