@@ -5,6 +5,7 @@ fails when the library needs more than its gates allow. Writes docs/benchmarks/g
 import json
 import pathlib
 import re
+import resource
 import subprocess
 import sys
 import tempfile
@@ -28,11 +29,15 @@ def per_request(count, few, many):
 
 
 def instructions(running, name, in_flight):
-    def count(requests):
+    """The least of three counts: what else runs on the machine moves the number of passes."""
+    def once(requests):
         line = ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null",
                 *peer.command(name, arguments(running, in_flight, requests))]
         done = subprocess.run(line, capture_output=True, text=True, env=peer.environment(), check=True)
         return int(re.search(r"Collected : (\d+)", done.stderr)[1])
+
+    def count(requests):
+        return min(once(requests) for _ in range(3))
     return per_request(count, 300, 900)
 
 
@@ -44,6 +49,16 @@ def system_calls(running, name, in_flight):
             subprocess.run(line, capture_output=True, env=peer.environment(), check=True)
             return int(re.search(r"^100\.00\s+\S+\s+\d*\s+(\d+)", summary.read(), re.MULTILINE)[1])
     return per_request(count, 1000, 3000)
+
+
+def switches(running, name, in_flight):
+    """How often its threads go to sleep. That others push them off the core does not count."""
+    def count(requests):
+        before = resource.getrusage(resource.RUSAGE_CHILDREN).ru_nvcsw
+        line = ["taskset", "-c", str(peer.CLIENT_CORE), *peer.command(name, arguments(running, in_flight, requests))]
+        subprocess.run(line, capture_output=True, env=peer.environment(), check=True)
+        return resource.getrusage(resource.RUSAGE_CHILDREN).ru_nvcsw - before
+    return per_request(count, 1000, 9000)
 
 
 def report(running, name, work):
@@ -73,7 +88,7 @@ class Gates:
 
 
 # Per request and number in flight: the gate, which must not get worse, and the target. Runs of one program differ by 8 % at 64.
-INSTRUCTIONS = {1: (1.32, 1.08), 64: (1.34, 1.10)}
+INSTRUCTIONS = {1: (1.17, 1.08), 64: (1.18, 1.10)}
 SYSTEM_CALLS = {1: (14.5, 13), 64: (6.5, 6.5)}
 
 
@@ -88,6 +103,8 @@ def count_requests(gates, running):
         ours, floor, threads = (system_calls(running, name, in_flight) for name in COUNTED)
         gates.add("system calls a request, %d in flight" % in_flight, ours, limit, target,
                   floor=floor, threads=threads, digits=1)
+    ours, floor, threads = (switches(running, name, 64) for name in COUNTED)
+    gates.add("sleeps of its threads a request, 64 in flight", ours, 0.10, 0.10, floor=floor, threads=threads)
 
 
 def measure_memory(gates, running):

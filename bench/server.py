@@ -38,7 +38,7 @@ def make_certificates(directory):
 
 
 class Server:
-    """Its addresses: `plain`, `tls` (nginx) and `silent` (connects, never answers)."""
+    """Its addresses: `plain`, `tls` (HTTP/1.1), `http2`, `resuming` (nginx) and `silent` (connects, never answers)."""
 
     def __init__(self, directory, core):
         self.directory = directory
@@ -53,9 +53,10 @@ class Server:
         self.bundle = str(directory / "bundle.pem")
         self._silent = socket.create_server(("127.0.0.1", 0), backlog=4096)
         self.silent = "127.0.0.1:%d" % self._silent.getsockname()[1]
-        self.plain, self.tls = free_addresses(2)
+        self.plain, self.tls, self.http2, self.resuming = free_addresses(4)
         text = (HERE / "nginx.conf").read_text()
         for name, value in {"dir": directory, "plain": self.plain, "tls": self.tls,
+                            "http2": self.http2, "resuming": self.resuming,
                             "silent": self.silent}.items():
             text = text.replace("@%s@" % name, str(value))
         (directory / "nginx.conf").write_text(text)

@@ -4,7 +4,7 @@ import dataclasses
 
 LIBRARY = "zel_http"
 FLOOR = "raw-multi"
-CURL_PEERS = [FLOOR, LIBRARY, "raw-threads", "raw-socket"]
+CURL_PEERS = [FLOOR, LIBRARY, "raw-threads", "raw-batched", "raw-socket"]
 PEERS = CURL_PEERS + ["libsoup", "qt", "beast", "cpp-httplib"]
 # Much slower at many in flight; they do a part of the requests, and the cost is per request.
 SLOW = {"libsoup": 10, "qt": 10}
@@ -72,6 +72,15 @@ WORKS = [
          lambda s: ["--url", "https://%s/close/1k" % s.tls, "--ca", s.bundle, "--expect", 1024,
                     "--warm-up", 4],
          20, 4, peers=tuple(PEERS) + ("raw-multi, libcurl's authorities",)),
+    Work("burst", "64 requests at once to a cold HTTPS origin with HTTP/2",
+         lambda s: ["--url", "https://%s/1k" % s.http2, "--ca", s.authority, "--expect", 1024],
+         64, 64),
+    Work("burst-http1", "64 requests at once to a cold HTTPS origin with HTTP/1.1 only",
+         lambda s: ["--url", "https://%s/1k" % s.tls, "--ca", s.authority, "--expect", 1024],
+         64, 64),
+    Work("resumed", "20 requests in turn, each on a new TLS connection",
+         lambda s: ["--url", "https://%s/1k" % s.resuming, "--ca", s.authority, "--expect", 1024],
+         20),
     Work("download", "256 MiB download",
          lambda s: ["--url", "http://%s/256m" % s.plain, "--expect", 256 * MIB], 1),
     upload("POST"),

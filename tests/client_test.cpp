@@ -132,6 +132,7 @@ TEST_F(ClientTest, ALogFilterMayCancelItsOwnRequest) {
     const auto unwanted = [](auto, const auto&) { ADD_FAILURE(); };
     client->start_request(Get(origin("/hello")), filter, unwanted, unwanted);
     start("/status/204");
+    runUntil("the response", [&] { return *calls == 2; });
     EXPECT_EQ(outcomesAfter(1), (Lines{"2: 204 "}));
     EXPECT_EQ(logger.lines("Cancelling"), (Lines{"info: HTTP(1) Cancelling"}));
 }

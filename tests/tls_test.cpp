@@ -137,8 +137,6 @@ TEST_F(Tls, AuthoritiesThatNobodyNames) {
     loaded.clear();
     EXPECT_NE(outcomeOf(to("local").trusting("")), http2);
     EXPECT_EQ(loaded, "") << "no file is not the default bundle";
-    ASSERT_EQ(std::system(("openssl rehash " + file("")).c_str()), 0);
-    EXPECT_EQ(outcomeOf(to("local").set(&RequestConfig::ca_dir, file(""))), http2);
 }
 
 TEST_F(Tls, AVerifierIsAPlainFunctionWithItsData) {
@@ -191,13 +189,82 @@ TEST_F(Tls, NoPolicyServesAnother) {
         EXPECT_EQ(outcomeOf(pair.first).substr(0, 3), "200") << pair.what << ", alternating";
         EXPECT_EQ(outcomeOf(pair.second)[0], '<') << pair.what << ", alternating";
     }
-    // Nor does a TLS session, which libcurl resumes between transfers from 8.12 on.
-    startEngine();
-    for (const auto& own : {to("local12", "/reused").trusting(root).by(keepVerdict),
-                            to("local12", "/reused").trusting(intermediate).partial(),
-                            withOwn(to("local12", "/reused").trusting(root))}) {
-        for (int i = 0; i < 2; ++i) EXPECT_EQ(outcomeOf(own), "200 .");
+}
+
+/// Nor does a TLS session, which libcurl resumes between transfers from 8.12 on: only one of the
+/// same authorities alone, or of no verification, and not for a clean start. Each pair, both ways.
+TEST_F(Tls, NoPolicyResumesTheSessionOfAnother) {
+    ASSERT_EQ(std::system(("openssl rehash " + file("") + " 2>&1").c_str()), 0);
+    const bool resumes = curl_version_info(CURLVERSION_NOW)->version_num >= 0x080c00;
+    for (const char* server : {"local12", "resuming"}) {  // TLS 1.2 and 1.3
+        const auto at = [&] { return to(server, "/reused"); };
+        struct {
+            RequestConfig request;
+            std::string outcome = "200 .";
+            bool shares = false;
+        } const policies[] = {
+            {at().trusting(root), "200 .", true},
+            {at().insecure(), "200 .", true},
+            {at().trusting(other_root), refused},
+            {at().trusting(root).set(&RequestConfig::reset_state, true)},
+            {at().trusting(root).by(keepVerdict)},
+            {at().trusting(root).partial()},
+            {withOwn(at().trusting(root))},
+            {at().set(&RequestConfig::ca_dir, file(""))},
+        };
+        for (const auto& first : policies) {
+            for (const auto& second : policies) {
+                startEngine();
+                EXPECT_EQ(outcomeOf(first.request), first.outcome) << first.request;
+                const bool resumed = resumes && second.shares && &first == &second;
+                EXPECT_EQ(outcomeOf(second.request), resumed ? "200 r" : second.outcome)
+                    << first.request << second.request;
+            }
+        }
     }
+}
+
+/// A burst waits for its first connection and shares it; where it may not, each makes its own. (A
+/// verifier's is closed at once.)
+TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
+    constexpr int burst = 6;
+    for (const auto& [policy, connections] :
+         {std::pair(to("local").trusting(root), 1),
+          {to("local").trusting(intermediate).partial(), 1},
+          {to("local").trusting(root).set(&RequestConfig::reset_state, true), burst},
+          {to("local").trusting(root).by(keepVerdict), 0}}) {
+        startEngine();
+        const auto before = descriptorsAndThreads().first;
+        std::vector<std::shared_ptr<HostRequest>> all(burst);
+        whileEngineIsHeld([&, &policy = policy] {
+            for (auto& request : all) (request = hostRequest(policy))->runRequest();
+        });
+        for (const auto& request : all) EXPECT_EQ(request->outcome(), "200 end") << policy;
+        settle();
+        EXPECT_EQ(descriptorsAndThreads().first - before, connections) << policy;
+    }
+}
+
+/// Who waits for a handshake in which the server is silent keeps its time limit, and makes a
+/// connection of its own after a while.
+TEST_F(Tls, NobodyWaitsForASilentHandshakeForGood) {
+    const ScriptedServer silent(stall);
+    const auto sockets = [&] {
+        settle();
+        return descriptorsAndThreads().first;
+    };
+    const Get target("https://" + silent.authority());
+    const auto first = hostRequest(target);
+    const auto third = hostRequest(target);
+    const auto none = sockets();
+    first->runRequest();
+    waitFor("both ends of the first", [&] { return sockets() == none + 2; });
+    EXPECT_EQ(outcomeOf(Get(target).within(300)), "<Operation timed out> Timeout was reached");
+    EXPECT_EQ(sockets(), none + 2);
+    third->runRequest();
+    waitFor("the third's own", [&] { return descriptorsAndThreads().first > none + 2; });
+    first->tryToCancelRequest();
+    third->tryToCancelRequest();
 }
 
 /// New connections go by what the file holds now, not by what libcurl keeps of it.

@@ -7,11 +7,13 @@
 #include <sys/select.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -183,6 +185,15 @@ private:
     void startWithCleanState(void* curl, const RequestConfig& config);
     void recordXAuthDomain(void* curl, RequestConfig& config);
     void setProtectiveOptions(ActiveTask& task);
+    bool mayShareConnection(const ActiveTask& task, const std::string& proxy);
+    bool connectionIsAwaitedToAnotherThan(const std::string& url);
+    void letWaitForConnection(ActiveTask& task);
+    void endConnectionWait(void* curl);
+    static int lookUpBegins(void* resolver, void* reserved, void* handle) noexcept;
+    long timerWithConnectionWaits(long curlTimer);
+    void boundConnectionWaits();
+    void connectAlone(ActiveTask& task, std::optional<std::chrono::milliseconds> left);
+    void attach(const ActiveTask& task);
     void lendUrl(ActiveTask& task);
     void startTransfer(const std::shared_ptr<ActiveTask>& task);
     static CURLcode resultOf(const ActiveTask& task, CURLcode reported);
@@ -223,6 +234,8 @@ private:
     std::function<void(const std::function<void()>&)> fsmRunner;
     // Engine thread only.
     bool terminationFlag = false;
+    // Engine thread only: an empty queue, but while a pass runs closures.
+    std::unique_ptr<std::deque<std::function<void()>>> spareQueue;
     // Guarded by variableMutex.
     std::string proxyUrl;
     std::string proxyUser;
@@ -245,6 +258,8 @@ private:
     std::set<void*> usedShares;
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
+    // Engine thread only: easy handles that wait for another's connection, and since when.
+    std::map<void*, std::chrono::steady_clock::time_point> connectionWaits;
     // Engine thread only: the last URL that was parsed; null where that is not possible.
     std::pair<std::string, std::shared_ptr<CURLU>> lastUrl;
     // Engine thread only.

@@ -120,8 +120,8 @@ struct ZEL_HTTP_API RequestConfig {
     bool read_cookies = false;
     bool write_cookies = false;
     /// @}
-    /// Start clean: the host's cookies are deleted, the cookie session is new, no connection and no
-    /// cached name look-up is reused.
+    /// Start clean: the host's cookies are deleted, the cookie session is new, no connection, no
+    /// cached name look-up and no TLS session is reused.
     bool reset_state = false;
     /// Log a critical line when there is no X-Auth cookie to send and, with `xauth_check_domain`,
     /// an error line when `Request::xauthCookieDomain` then has another domain. The request does

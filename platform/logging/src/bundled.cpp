@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -57,9 +59,14 @@ public:
     explicit ReceiverSink(LineReceiver receiver) : receiver_(std::move(receiver)) {}
 
 protected:
-    void sink_it_(const spdlog::details::log_msg& message) override {
+    /// spdlog reports a `std::exception` on stderr, but lets anything else out to whoever logs.
+    void sink_it_(const spdlog::details::log_msg& message) override try {
         receiver_(importanceOf(message.level), textOf(message.logger_name),
                   textOf(message.payload));
+    } catch (const std::exception&) {
+        throw;
+    } catch (...) {
+        throw std::runtime_error("the receiver threw something that is no std::exception");
     }
     void flush_() override {}
 

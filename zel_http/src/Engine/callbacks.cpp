@@ -63,9 +63,7 @@ unsigned saturated(Number bytes) {
 /// Whether it is worth to ask libcurl for the body's length: inside a header block libcurl learns
 /// it from one field alone, and (7.88) tells it only when the block has ended.
 bool mayKnowLength(const Engine::ActiveTask& task, std::string_view line) {
-    constexpr std::string_view name = "Content-Length:";
-    return task.lengthKnown || !task.inHeaderBlock ||
-           curl_strnequal(line.data(), name.data(), std::min(name.size(), line.size())) != 0;
+    return task.lengthKnown || !task.inHeaderBlock || hasName(line, "content-length:");
 }
 
 }  // namespace
@@ -153,6 +151,7 @@ std::size_t Engine::writeHeader(char* data, std::size_t size, std::size_t count,
 void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
     const LineKind kind = kindOf(line);
     if (kind != LineKind::Field) task.inHeaderBlock = kind == LineKind::Status;
+    if (kind == LineKind::Status) getEngine()->endConnectionWait(task.curl);
     task.headerBytes += line.size();
     if (kind == LineKind::Field) ++task.headerFields;
     if (task.headerFields > most_header_fields || task.headerBytes > most_header_bytes) {

@@ -2,6 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <chrono>
+#include <limits>
 #include <type_traits>
 
 #include "Engine/active_task.h"
@@ -47,6 +50,14 @@ void setFunction(CURL* curl, std::enable_if_t<true, Callback> function) {
     static_assert(Option >= CURLOPTTYPE_FUNCTIONPOINT && Option < CURLOPTTYPE_OFF_T,
                   "not an option that takes a function");
     recordOutOfMemory(curl, curl_easy_setopt(curl, Option, function));
+}
+
+/// The limit of the whole transfer, cut to libcurl's `long`, which has 32 bits on some targets. At
+/// least 1 ms: libcurl takes a negative limit for 49 days.
+inline void setTimeLimit(CURL* curl, std::chrono::milliseconds limit) {
+    using Count = std::chrono::milliseconds::rep;
+    const auto count = std::clamp<Count>(limit.count(), 1, std::numeric_limits<long>::max());
+    setLong<CURLOPT_TIMEOUT_MS>(curl, static_cast<long>(count));
 }
 
 }  // namespace zel::http

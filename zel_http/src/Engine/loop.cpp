@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -65,20 +66,25 @@ void Engine::runTasks() {
         trace("runTasks");
         return;
     }
+    Outbox::handOverWhatIsHeld();
     doCurlProcessing();
     applyPendingPauses();
     Outbox::collect([this] {
         processCompletedTasks();
         endBrokenTransfers();
+        boundConnectionWaits();
     });
 }
 
-/// The batch is local, since a closure may call `runTasks` and thereby this function again.
+/// The batch is local, since a closure may call `runTasks` and thereby this function again. Making
+/// an empty queue costs two allocations, so one is kept.
 void Engine::processPendingRequests() {
     trace("processPendingRequests");
     std::unique_lock lock(queueMutex);
     if (pendingRequests.empty()) return;
-    std::deque<std::function<void()>> currentBatch;
+    auto batch = std::move(spareQueue);
+    if (!batch) batch = std::make_unique<std::deque<std::function<void()>>>();
+    auto& currentBatch = *batch;
     currentBatch.swap(pendingRequests);
     lock.unlock();
     while (!currentBatch.empty()) {
@@ -86,6 +92,7 @@ void Engine::processPendingRequests() {
         currentBatch.pop_front();
         if (terminationFlag) return;  // what is queued after it never runs
     }
+    spareQueue = std::move(batch);
 }
 
 bool Engine::hasPendingRequests() {
@@ -100,7 +107,8 @@ CURLMcode Engine::doCurlProcessing() {
     curl_multi_timeout(multiHandle, &curlTimer);
     // Closures may be queued although no wake-up is unread: a closure of this pass may have called
     // `runTasks`, which has read it.
-    const timeval timeout = hasPendingRequests() ? timeval{} : waitTimeout(curlTimer);
+    const timeval timeout =
+        hasPendingRequests() ? timeval{} : waitTimeout(timerWithConnectionWaits(curlTimer));
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
     if (woken) drainWakeup();
     int running = 0;

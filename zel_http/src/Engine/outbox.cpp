@@ -6,11 +6,7 @@ namespace zel::http {
 
 thread_local Outbox* Outbox::current = nullptr;
 
-/// A pass inside a pass: what the outer one has brought so far goes first.
-Outbox::Outbox() : outer(current) {
-    if (outer != nullptr) outer->handOver();
-    current = this;
-}
+Outbox::Outbox() : outer(current) { current = this; }
 
 Outbox::~Outbox() { current = outer; }
 
@@ -22,10 +18,18 @@ void Outbox::post(oru::executor& executor, std::function<void()> task) {
     }
 }
 
+void Outbox::handOverWhatIsHeld() {
+    if (current != nullptr) current->handOver();
+}
+
 void Outbox::add(oru::executor& executor, std::function<void()> task) {
     auto parcel = std::find_if(parcels.begin(), parcels.end(),
                                [&](const Parcel& each) { return each.executor == &executor; });
-    if (parcel == parcels.end()) parcel = parcels.insert(parcel, {&executor, {}});
+    if (parcel == parcels.end()) {
+        constexpr std::size_t usual = 16;
+        parcel = parcels.insert(parcel, {&executor, {}});
+        parcel->tasks.reserve(usual);
+    }
     parcel->tasks.push_back(std::move(task));
 }
 

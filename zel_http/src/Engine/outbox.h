@@ -30,6 +30,10 @@ public:
     /// thread, that is, to which the host's FSM runner has taken the outcome.
     static void post(oru::executor& executor, std::function<void()> task);
 
+    /// Hands over what the calling thread's outbox holds, if there is one: before a pass inside a
+    /// pass waits.
+    static void handOverWhatIsHeld();
+
     Outbox(const Outbox&) = delete;
     Outbox& operator=(const Outbox&) = delete;
 

@@ -25,8 +25,8 @@ inline std::string originOf(CURLU* url) {
 
 /// The value of a Location line as libcurl recognizes it, with any line end; empty for other lines.
 inline std::string locationOf(std::string_view line) {
-    constexpr std::string_view name = "Location:";
-    if (!boost::algorithm::istarts_with(line, name)) return {};
+    constexpr std::string_view name = "location:";
+    if (!hasName(line, name)) return {};
     return std::string(trimmed(line.substr(name.size())));
 }
 

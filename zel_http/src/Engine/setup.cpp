@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <limits>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <string>
@@ -17,6 +17,7 @@
 #include "Engine/hooks.h"
 #include "Engine/parsed_url.h"
 #include "Engine/tls_isolation.h"
+#include "Engine/tls_policy.h"
 #include "Engine/wire_text.h"
 #include "eventlog/eventlog.h"
 #include "zel_http/engine.h"
@@ -54,14 +55,6 @@ bool hasUpload(const RequestConfig& config) {
 /// then ends the stream.
 bool losesEarlyAnswers() { return curlIsBefore(8, 14); }
 
-/// The limit as libcurl's `long`, which has 32 bits on some targets. At least 1: libcurl takes a
-/// negative limit for 49 days.
-long timeoutMilliseconds(std::chrono::milliseconds timeout) {
-    using Count = std::chrono::milliseconds::rep;
-    return static_cast<long>(
-        std::clamp<Count>(timeout.count(), 1, std::numeric_limits<long>::max()));
-}
-
 long authMask(AuthMethod method) {
     return static_cast<long>(method == AuthMethod::BASIC ? CURLAUTH_BASIC | CURLAUTH_ONLY
                                                          : CURLAUTH_ANY);
@@ -71,6 +64,15 @@ void setBody(CURL* curl, const std::string& body) {
     // The size first, so that libcurl copies exactly that many bytes, NUL included.
     setLong<CURLOPT_POSTFIELDSIZE>(curl, static_cast<long>(body.size()));
     setText<CURLOPT_COPYPOSTFIELDS>(curl, body.data());
+}
+
+/// Whether the environment names a proxy for https; libcurl honours these names.
+bool environmentNamesProxy() {
+    constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"};
+    return std::any_of(std::begin(names), std::end(names), [](const char* name) {
+        const char* proxy = std::getenv(name);
+        return proxy != nullptr && *proxy != '\0';
+    });
 }
 
 std::size_t refuseToRead(char* /*buffer*/, std::size_t /*size*/, std::size_t /*count*/,
@@ -107,7 +109,22 @@ void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy)
 
     setProtectiveOptions(*task);
     addProxyConfig(curl, proxy);
+    if (mayShareConnection(*task, proxy)) letWaitForConnection(*task);
     startTransfer(task);
+}
+
+/// Whether the transfer may wait for a connection that another is making to its server. Not where
+/// it needs its own or speaks HTTP/1.1, and not with libcurl 8.0 to 8.7, which may forget it.
+bool Engine::mayShareConnection(const ActiveTask& task, const std::string& proxy) {
+    const RequestConfig& config = task.request->config;
+    if (!isHttps(config.url) || !task.ownTlsConfig) return false;
+    const bool forgets_limits = !curlIsBefore(8, 0) && curlIsBefore(8, 8);
+    const bool own_connection =
+        config.verifier || config.reset_state || !task.request->fallbackProxies.empty();
+    if (own_connection || forgets_limits || mayExpectContinue(config)) return false;
+    if (hasUpload(config) && losesEarlyAnswers()) return false;
+    if (connectionIsAwaitedToAnotherThan(config.url)) return false;
+    return proxy.empty() && getProxyUrl().empty() && !environmentNamesProxy();
 }
 
 /// Escapes control characters in the URL, which the rendering does not: otherwise a URL with a line
@@ -166,15 +183,18 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
         return;
     }
     attachedByOwnHook = false;
-    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task->curl);
-    if (result != CURLM_OK) {
-        const std::string reason = curl_multi_strerror(result);
-        eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
-        std::abort();
-    }
+    attach(*task);
     if (attachedByOwnHook && task->ownTlsConfig) lendUrl(*task);
     // Before there is a connection libcurl refuses a pause; `applyPendingPauses` repeats it.
     if (task->request->paused) pendingPauses.insert(task->curl);
+}
+
+void Engine::attach(const ActiveTask& task) {
+    const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task.curl);
+    if (result == CURLM_OK) return;
+    const std::string reason = curl_multi_strerror(result);
+    eventlog(("CurlEngine: the multi handle refuses a transfer: " + reason + "\n").c_str());
+    std::abort();
 }
 
 /// Spares libcurl the parsing of the URL. Where a host's own code has seen the handle libcurl goes
@@ -202,7 +222,7 @@ void Engine::setTransferOptions(void* curl, const RequestConfig& config) {
     setLong<CURLOPT_NOPROGRESS>(curl, 1);
     if (config.timeout.count() != 0) {
         setLong<CURLOPT_NOSIGNAL>(curl, 1);
-        setLong<CURLOPT_TIMEOUT_MS>(curl, timeoutMilliseconds(config.timeout));
+        setTimeLimit(curl, config.timeout);
     }
     if (config.max_download_size != -1) {
         setLong<CURLOPT_MAXFILESIZE>(curl, config.max_download_size);

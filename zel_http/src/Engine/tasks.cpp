@@ -58,6 +58,7 @@ void Engine::keepConnectionsFor(std::size_t transfers) {
 void Engine::unregisterTask(const ActiveTask& task) {
     pendingPauses.erase(task.curl);
     usedShares.erase(task.curl);
+    connectionWaits.erase(task.curl);
     lastFound.reset();
     tasks.erase(task.curl);
     Request& request = *task.request;

@@ -45,7 +45,8 @@ bool hasUsableSessionCache() { return !curlIsBefore(8, 12); }
 }  // namespace
 
 void TlsIsolation::apply(CURL* curl, const RequestConfig& config) {
-    if (!hasUsableSessionCache()) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
+    const bool fresh = config.reset_state;  // starts without a session
+    if (!hasUsableSessionCache() || fresh) setLong<CURLOPT_SSL_SESSIONID_CACHE>(curl, 0);
     if (!isHttps(config.url)) return;
     // Without it OpenSSL asks on the terminal for the key's pass phrase: the engine thread blocks.
     setText<CURLOPT_KEYPASSWD>(curl, "");

@@ -25,10 +25,7 @@ void onTlsEvent(const SSL* connection, int where, int value) {
 }
 
 bool isChunked(std::string_view line) {
-    constexpr std::string_view name = "Transfer-Encoding:";
-    return line.size() > name.size() &&
-           curl_strnequal(line.data(), name.data(), name.size()) != 0 &&
-           boost::algorithm::icontains(line, "chunked");
+    return hasName(line, "transfer-encoding:") && boost::algorithm::icontains(line, "chunked");
 }
 
 /// Whether the current response has a body of undeclared length, ended by the connection's end.

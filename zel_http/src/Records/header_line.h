@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string_view>
 
@@ -18,6 +19,17 @@ constexpr std::string_view trimmed(std::string_view text) {
     while (!text.empty() && isWhitespace(text.front())) text.remove_prefix(1);
     while (!text.empty() && isWhitespace(text.back())) text.remove_suffix(1);
     return text;
+}
+
+/// Whether a header line has that name, which is given in lower case and with its colon. Decides
+/// by the first letter for most lines: it is asked for each line that arrives.
+constexpr bool hasName(std::string_view line, std::string_view name) {
+    if (line.size() < name.size()) return false;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const bool upper = line[i] >= 'A' && line[i] <= 'Z';
+        if ((upper ? line[i] + ('a' - 'A') : line[i]) != name[i]) return false;
+    }
+    return true;
 }
 
 /// Splits a header line at its first colon. Nothing for a line without a name, without a colon (a

@@ -16,7 +16,8 @@ ORU_EXPORT void setLevel(int level);
 enum class Importance { Debug, Info, Error, Critical };
 
 /// Receives a complete line of the logger of that name. Runs on the thread that logs, for one line
-/// at a time. A line whose receiver throws is lost.
+/// at a time. A line whose receiver throws is lost. Neither it nor its destructor may write to a
+/// bundled logger or call `setReceiver`, which would wait for themselves.
 using LineReceiver =
     std::function<void(Importance importance, const std::string& logger, const std::string& line)>;
 

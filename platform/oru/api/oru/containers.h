@@ -36,8 +36,9 @@ class Fold {
 public:
     /// Folds to upper case if `upper`, else to lower case.
     explicit Fold(bool upper) {
+        static const std::locale& classic = std::locale::classic();
         const std::locale locale;
-        if (locale == std::locale::classic()) {  // the usual case, cheaper without its facet
+        if (locale == classic) {  // the usual case, cheaper without its facet
             folding_ = upper ? &classic_upper : &classic_lower;
             return;
         }

@@ -2,7 +2,6 @@
 
 #include <deque>
 #include <functional>
-#include <iterator>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -37,8 +36,7 @@ public:
     bool push(std::vector<std::function<void()>> tasks) {
         const std::lock_guard lock(mutex_);
         const bool was_empty = tasks_.empty();
-        tasks_.insert(tasks_.end(), std::make_move_iterator(tasks.begin()),
-                      std::make_move_iterator(tasks.end()));
+        for (auto& task : tasks) tasks_.push_back(std::move(task));
         return was_empty && !tasks.empty();
     }
     /// @}
