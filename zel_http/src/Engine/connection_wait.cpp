@@ -80,6 +80,7 @@ int Engine::lookUpBegins(void* /*resolver*/, void* /*reserved*/, void* handle) n
 /// libcurl's timer, or what is left of the first of these waits if that is less: libcurl starts the
 /// timer of a waiting transfer anew each time that it lets it try again, and has none for patience.
 long Engine::timerWithConnectionWaits(long curlTimer) {
+    if (connectionWaits.empty()) return curlTimer;
     const auto now = std::chrono::steady_clock::now();
     long timer = curlTimer;
     for (const auto& [handle, since] : connectionWaits) {
