@@ -227,7 +227,7 @@ TEST_F(Tls, NoPolicyResumesTheSessionOfAnother) {
 /// A burst waits for its first connection and shares it; where it may not, each makes its own. (A
 /// verifier's is closed at once.)
 TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
-    constexpr int burst = 6;
+    constexpr int burst = 40;
     for (const auto& [policy, connections] :
          {std::pair(to("local").trusting(root), 1),
           {to("local").trusting(intermediate).partial(), 1},

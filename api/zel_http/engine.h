@@ -258,6 +258,12 @@ private:
     std::set<void*> usedShares;
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
+    // Engine thread only: whether this pass begins a transfer that may share a connection with
+    // others, and whether the next pass must not wait since the last one did. Over HTTP/2 one
+    // transfer reads the answers of others. libcurl (7.88) wakes those by a timer, which it drops
+    // when a transfer begins after it in the same pass.
+    bool beginsTransfer = false;
+    bool passesAgain = false;
     // Engine thread only: easy handles that wait for another's connection, and since when.
     std::map<void*, std::chrono::steady_clock::time_point> connectionWaits;
     // Engine thread only: the last URL that was parsed; null where that is not possible.

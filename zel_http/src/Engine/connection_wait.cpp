@@ -98,6 +98,7 @@ void Engine::boundConnectionWaits() {
     for (const auto& [handle, since] : waits) {
         const auto task = findTask(handle);
         if (!task || hasBegunToConnect(handle)) {
+            passesAgain = true;
             endConnectionWait(handle);
             continue;
         }

@@ -107,8 +107,10 @@ CURLMcode Engine::doCurlProcessing() {
     curl_multi_timeout(multiHandle, &curlTimer);
     // Closures may be queued although no wake-up is unread: a closure of this pass may have called
     // `runTasks`, which has read it.
-    const timeval timeout =
-        hasPendingRequests() ? timeval{} : waitTimeout(timerWithConnectionWaits(curlTimer));
+    const bool again = std::exchange(passesAgain, std::exchange(beginsTransfer, false));
+    const timeval timeout = again || hasPendingRequests()
+                                ? timeval{}
+                                : waitTimeout(timerWithConnectionWaits(curlTimer));
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
     if (woken) drainWakeup();
     int running = 0;

@@ -190,6 +190,7 @@ void Engine::startTransfer(const std::shared_ptr<ActiveTask>& task) {
 }
 
 void Engine::attach(const ActiveTask& task) {
+    if (tasks.size() > 1 && isHttps(task.request->config.url)) beginsTransfer = true;
     const CURLMcode result = engine_curl_multi_add_handle(multiHandle, task.curl);
     if (result == CURLM_OK) return;
     const std::string reason = curl_multi_strerror(result);
