@@ -68,7 +68,9 @@ void Engine::letWaitForConnection(ActiveTask& task) {
 
 /// Only the first connection of a transfer is waited for: that of a redirect has no bound here.
 void Engine::endConnectionWait(void* curl) {
-    if (connectionWaits.erase(curl) > 0) setLong<CURLOPT_PIPEWAIT>(curl, 0);
+    if (connectionWaits.erase(curl) == 0) return;
+    setLong<CURLOPT_PIPEWAIT>(curl, 0);
+    passesAgain = true;
 }
 
 /// The transfer makes a connection itself. A slow look-up is no reason to start it once more.
@@ -98,7 +100,6 @@ void Engine::boundConnectionWaits() {
     for (const auto& [handle, since] : waits) {
         const auto task = findTask(handle);
         if (!task || hasBegunToConnect(handle)) {
-            passesAgain = true;
             endConnectionWait(handle);
             continue;
         }
