@@ -230,6 +230,7 @@ TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
     constexpr int burst = 40;
     for (const auto& [policy, connections] :
          {std::pair(to("local").trusting(root), 1),
+          {to("local", "/here").trusting(root), 1},
           {to("local").trusting(intermediate).partial(), 1},
           {to("local").trusting(root).set(&RequestConfig::reset_state, true), burst},
           {to("local").trusting(root).by(keepVerdict), 0}}) {

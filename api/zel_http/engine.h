@@ -189,7 +189,10 @@ private:
     bool connectionIsAwaitedToAnotherThan(const std::string& url);
     void letWaitForConnection(ActiveTask& task);
     void endConnectionWait(void* curl);
+    static void watchBeginnings(const ActiveTask& task);
     static int lookUpBegins(void* resolver, void* reserved, void* handle) noexcept;
+    static int requestBegins(void* handle, char* remote, char* local, int remotePort,
+                             int localPort) noexcept;
     long timerWithConnectionWaits(long curlTimer);
     void boundConnectionWaits();
     void connectAlone(ActiveTask& task, std::optional<std::chrono::milliseconds> left);
@@ -259,9 +262,9 @@ private:
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
     // Engine thread only: whether this pass begins a transfer that may share a connection with
-    // others, and whether the next pass must not wait since the last one did. Over HTTP/2 one
-    // transfer reads the answers of others. libcurl (7.88) wakes those by a timer, which it drops
-    // when a transfer begins after it in the same pass.
+    // others, and whether the next pass must not wait since one began in the last, perhaps anew
+    // after a redirect. Over HTTP/2 one transfer reads the answers of others. libcurl (7.88) wakes
+    // those by a timer, which it drops when a transfer begins after it in the same pass.
     bool beginsTransfer = false;
     bool passesAgain = false;
     // Engine thread only: easy handles that wait for another's connection, and since when.

@@ -11,6 +11,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
+#include "Engine/tls_policy.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -42,6 +43,12 @@ std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds 
     return std::max(config.timeout - waited, milliseconds{0});
 }
 
+bool usesTls(CURL* curl) {
+    const char* scheme = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
+    return scheme != nullptr && isHttps(scheme);
+}
+
 /// The URL up to its path; one server may have several.
 std::string_view serverOf(std::string_view url) {
     constexpr std::size_t scheme = std::string_view("https://").size();
@@ -60,9 +67,6 @@ bool Engine::connectionIsAwaitedToAnotherThan(const std::string& url) {
 
 void Engine::letWaitForConnection(ActiveTask& task) {
     setLong<CURLOPT_PIPEWAIT>(task.curl, 1);
-    setFunction<CURLOPT_RESOLVER_START_FUNCTION, curl_resolver_start_callback>(task.curl,
-                                                                               lookUpBegins);
-    setPointer<CURLOPT_RESOLVER_START_DATA>(task.curl, task.curl);
     connectionWaits[task.curl] = std::chrono::steady_clock::now();
 }
 
@@ -73,10 +77,30 @@ void Engine::endConnectionWait(void* curl) {
     passesAgain = true;
 }
 
+/// Sees the transfer begin anew, which it does after a redirect, for credentials, or on another
+/// connection when a server closes the first: looking up a name, or sending a request. (The third
+/// way, connecting to a known address, opens a socket.)
+void Engine::watchBeginnings(const ActiveTask& task) {
+    setFunction<CURLOPT_RESOLVER_START_FUNCTION, curl_resolver_start_callback>(task.curl,
+                                                                               lookUpBegins);
+    setPointer<CURLOPT_RESOLVER_START_DATA>(task.curl, task.curl);
+    setFunction<CURLOPT_PREREQFUNCTION, curl_prereq_callback>(task.curl, requestBegins);
+    setPointer<CURLOPT_PREREQDATA>(task.curl, task.curl);
+}
+
 /// The transfer makes a connection itself. A slow look-up is no reason to start it once more.
 int Engine::lookUpBegins(void* /*resolver*/, void* /*reserved*/, void* handle) noexcept {
-    getEngine()->endConnectionWait(handle);
+    Engine& engine = *getEngine();
+    engine.endConnectionWait(handle);
+    engine.passesAgain = true;
     return 0;
+}
+
+int Engine::requestBegins(void* handle, char* /*remote*/, char* /*local*/, int /*remotePort*/,
+                          int /*localPort*/) noexcept {
+    Engine& engine = *getEngine();
+    if (engine.tasks.size() > 1 && usesTls(handle)) engine.passesAgain = true;
+    return CURL_PREREQFUNC_OK;
 }
 
 /// libcurl's timer, or what is left of the first of these waits if that is less: libcurl starts the

@@ -159,6 +159,7 @@ void Engine::setProtectiveOptions(ActiveTask& task) {
     setPointer<CURLOPT_OPENSOCKETDATA>(curl, this);
     setFunction<CURLOPT_CLOSESOCKETFUNCTION, curl_closesocket_callback>(curl, closeSocket);
     setPointer<CURLOPT_CLOSESOCKETDATA>(curl, this);
+    watchBeginnings(task);
     // libcurl's default read function reads the process's standard input.
     if (config.method != Method::PUT) {
         setFunction<CURLOPT_READFUNCTION, curl_read_callback>(curl, refuseToRead);

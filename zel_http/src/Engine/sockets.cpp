@@ -13,7 +13,9 @@ namespace zel::http {
 curl_socket_t Engine::openSocket(void* engine, curlsocktype /*purpose*/,
                                  curl_sockaddr* address) noexcept {
     const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    if (opened >= FD_SETSIZE) ++static_cast<Engine*>(engine)->highSockets;
+    auto& self = *static_cast<Engine*>(engine);
+    if (opened >= FD_SETSIZE) ++self.highSockets;
+    if (self.tasks.size() > 1) self.passesAgain = true;
     return opened;
 }
 
