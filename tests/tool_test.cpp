@@ -34,6 +34,9 @@ TEST(Programs, OutputAndExitStatus) {
     std::string text = contentOf(ZEL_HTTP_SERVER_CONFIGURATIONS "../programs.txt");
     for (const auto& [mark, value] : {std::pair<std::string, std::string>("@tool@", ZEL_HTTP_TOOL),
                                       {"@examples@", ZEL_HTTP_EXAMPLES},
+#ifdef ZEL_HTTP_WITH_COROUTINES
+                                      {"@coroutine@", ZEL_HTTP_EXAMPLES},
+#endif
 #ifdef ZEL_HTTP_WITH_GLIB
                                       {"@glib@", ZEL_HTTP_EXAMPLES},
 #endif
