@@ -246,6 +246,29 @@ TEST_F(Tls, ABurstSharesOneConnectionWhereItMay) {
     }
 }
 
+TEST_F(Tls, ARequestTellsTheFactsOfItsTransfers) {
+    const auto factsOf = [](HostRequest& request) {
+        request.runToOutcome();
+        const zel::http::TransferFacts& facts = request.facts();
+        EXPECT_LE(facts.connected, facts.tls_done + facts.first_byte);
+        EXPECT_LE(facts.tls_done, facts.first_byte + facts.total);
+        EXPECT_LE(facts.first_byte, facts.total);
+        EXPECT_EQ(facts.bytes_received, request.body.size());
+        return std::to_string(facts.curl_code) + " " + facts.protocol + " " + facts.tls_version +
+               (facts.connection_reused ? " reused" : "") + (facts.tls_resumed ? " resumed" : "") +
+               (facts.tls_done.count() > 0 ? " handshake" : "") + " " + facts.curl_text;
+    };
+    const auto request = hostRequest(to("local").trusting(root));
+    EXPECT_EQ(factsOf(*request), "0 HTTP/2 TLSv1.3 handshake ");
+    EXPECT_EQ("https://" + request->facts().remote_address + ":" +
+                  std::to_string(request->facts().remote_port) + "/",
+              request->config.url);
+    EXPECT_EQ(factsOf(*hostRequest(to("local").trusting(root))), "0 HTTP/2 TLSv1.3 reused ");
+    EXPECT_EQ(factsOf(*hostRequest(origin("/hello"))), "0 HTTP/1.1  ");
+    EXPECT_EQ(factsOf(*hostRequest(to("expired").trusting(root))).substr(0, 5), "60   ");
+    EXPECT_EQ(factsOf(*hostRequest("http://127.0.0.1:1/")).substr(0, 18), "7   Failed to conn");
+}
+
 /// Who waits for a handshake in which the server is silent keeps its time limit, and makes a
 /// connection of its own after a while.
 TEST_F(Tls, NobodyWaitsForASilentHandshakeForGood) {

@@ -8,6 +8,7 @@
 
 #include "zel_http/export.h"
 #include "zel_http/records.h"
+#include "zel_http/transfer_facts.h"
 
 namespace zel::http {
 
@@ -90,6 +91,14 @@ public:
     bool allowsPayloadLogging() const { return allowPayloadLogging; }
     /// @}
 
+    /// Whether the engine collects the facts of its transfers, which it does by default. Call it
+    /// before `runRequest`.
+    void setKeepsFacts(bool keep) { keepsFacts = keep; }
+    /// The facts of the last transfer. To be read in the notification of the outcome, and after it
+    /// until the request runs again; the thread is that of the outcome, or any that it hands the
+    /// request to.
+    const TransferFacts& facts() const { return transferFacts; }
+
 private:
     friend class Engine;
 
@@ -97,6 +106,8 @@ private:
     /// True from `pauseRequest` to `resumeRequest`. The engine thread reads it, too.
     std::atomic<bool> paused{false};
     bool allowPayloadLogging = true;
+    bool keepsFacts = true;
+    TransferFacts transferFacts;
     /// The easy handle of its transfer, the lowest if it has several, null if none. Engine thread.
     void* handle = nullptr;
     /// The number of its transfers that are queued or running; the engine counts. Any thread.

@@ -56,7 +56,9 @@ ClientImpl::CurlRequest::CurlRequest(std::shared_ptr<ClientImpl> client, Request
       client(std::move(client)),
       id(id),
       headers(header_buckets),
-      max_download_size(config.max_download_size) {}
+      max_download_size(config.max_download_size) {
+    setKeepsFacts(false);  // nobody could read them
+}
 
 void ClientImpl::CurlRequest::start() {}
 

@@ -65,6 +65,10 @@ public:
     /// The TLS connection whose close_notify must end the current body and is still missing, or
     /// null.
     const void* endAwaited = nullptr;
+    /// The TLS of the current response's connection to the origin, for a request that keeps facts;
+    /// empty for none. OpenSSL's text.
+    const char* tlsVersion = "";
+    bool tlsResumed = false;
     /// Cancelled: header lines and blocks that libcurl still delivers are discarded.
     bool dropped = false;
     /// Header fields and bytes received so far, over all responses of the transfer and trailers.

@@ -14,6 +14,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
+#include "Engine/facts.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Records/header_line.h"
@@ -163,6 +164,7 @@ void Engine::takeHeaderLine(ActiveTask& task, std::string_view line) {
         throw std::length_error("the declared length is above max_download_size");
     }
     watchForCloseNotify(task, line, kind);
+    if (kind == LineKind::End && task.request->keepsFacts) noteTlsFacts(task);
     if (task.request->config.own_cert) dropClientCertificateOnCrossOrigin(task.curl, line);
     task.request->notifyHeader(line.data(), saturated(line.size()));
     if (!mayKnowLength(task, line)) return;

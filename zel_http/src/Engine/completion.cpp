@@ -7,6 +7,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/completion_rules.h"
+#include "Engine/facts.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Engine/wire_text.h"
@@ -93,6 +94,7 @@ void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
         if (connectCode == 0 && !request->fallbackProxies.empty()) {
             retry(request);
         } else {
+            if (request->keepsFacts) request->transferFacts = factsOf(*task, result);
             task->counted.reset();
             handOver(*task, result, httpCode);
         }

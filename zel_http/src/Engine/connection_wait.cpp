@@ -11,7 +11,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
-#include "Engine/tls_policy.h"
+#include "Engine/tls_connection.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
@@ -41,12 +41,6 @@ bool hasBegunToConnect(CURL* curl) {
 std::optional<milliseconds> remaining(const RequestConfig& config, milliseconds waited) {
     if (config.timeout.count() == 0) return std::nullopt;
     return std::max(config.timeout - waited, milliseconds{0});
-}
-
-bool usesTls(CURL* curl) {
-    const char* scheme = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
-    return scheme != nullptr && isHttps(scheme);
 }
 
 /// The URL up to its path; one server may have several.

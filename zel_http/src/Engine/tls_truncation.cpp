@@ -5,7 +5,7 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <cstring>
 
-#include "Engine/tls_policy.h"
+#include "Engine/tls_connection.h"
 #include "Records/header_line.h"
 
 namespace zel::http {
@@ -37,21 +37,6 @@ bool endsWithConnection(CURL* curl) {
     return length < 0 && status >= 200 && status != 204 && status != 304;
 }
 
-/// The transfer's TLS connection, to the origin or else to a proxy; null without TLS.
-SSL* anyConnectionOf(CURL* curl) {
-    curl_tlssessioninfo* session = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_TLS_SSL_PTR, &session);
-    const bool open_ssl = session != nullptr && session->backend == CURLSSLBACKEND_OPENSSL;
-    return open_ssl ? static_cast<SSL*>(session->internals) : nullptr;
-}
-
-/// The transfer's TLS connection to the origin; null without one, also when a proxy has one.
-SSL* connectionOf(CURL* curl) {
-    const char* scheme = nullptr;
-    curl_easy_getinfo(curl, CURLINFO_SCHEME, &scheme);
-    return scheme != nullptr && isHttps(scheme) ? anyConnectionOf(curl) : nullptr;
-}
-
 /// By what the handshake has negotiated; a status line may say anything.
 bool speaksHttp2(const SSL* connection) {
     const unsigned char* protocol = nullptr;
@@ -63,7 +48,7 @@ bool speaksHttp2(const SSL* connection) {
 }  // namespace
 
 bool hasBrokenTls(CURL* curl) {
-    const SSL* connection = anyConnectionOf(curl);
+    const SSL* connection = anyTlsConnectionOf(curl);
     return connection != nullptr && std::strcmp(SSL_state_string(connection), "SSLERR") == 0;
 }
 
@@ -75,7 +60,7 @@ void watchForCloseNotify(Engine::ActiveTask& task, std::string_view line, LineKi
         task.chunked = true;
     }
     if (kind != LineKind::End || task.chunked || !endsWithConnection(task.curl)) return;
-    SSL* connection = connectionOf(task.curl);
+    SSL* connection = tlsConnectionOf(task.curl);
     if (connection == nullptr || speaksHttp2(connection)) return;
     const bool ended = (SSL_get_shutdown(connection) & SSL_RECEIVED_SHUTDOWN) != 0;
     task.endAwaited = ended ? nullptr : connection;
