@@ -67,7 +67,7 @@ protected:
 TEST_F(KilledDownload, LeavesAWholeFileOrAPartThatResumes) {
     constexpr int rounds = 60;
     std::mt19937 random(20);
-    std::uniform_int_distribution<int> life(3000, 60000);
+    std::uniform_int_distribution<int> life(10000, 150000);
     std::size_t killed = 0;
     std::size_t length = shortest;
     publish(length);
