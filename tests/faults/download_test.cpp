@@ -65,7 +65,7 @@ protected:
 };
 
 TEST_F(KilledDownload, LeavesAWholeFileOrAPartThatResumes) {
-    constexpr int rounds = 60;
+    constexpr int rounds = 40;
     std::mt19937 random(20);
     std::uniform_int_distribution<int> life(10000, 150000);
     std::size_t killed = 0;

@@ -25,12 +25,14 @@ std::string lowered(std::string text) {
 
 class ToFile final : public Sink {
 public:
-    ToFile(const FileSink& file, const DownloadConfig& config)
+    ToFile(const FileSink& file, const DownloadConfig& config, const std::function<void()>& go_on)
         : Sink(config.sha256), part_(file.path, config.request.url) {
         have_ = part_.load();
         if (config.sha256.empty()) return;
-        part_.read(have_.offset,
-                   [this](const char* data, std::size_t size) { digest(data, size); });
+        part_.read(have_.offset, [&](const char* data, std::size_t size) {
+            go_on();
+            digest(data, size);
+        });
     }
 
     bool startsOver() const override { return true; }
@@ -130,9 +132,10 @@ void Sink::digest(const char* data, std::size_t size) {
     if (digest_) digest_->update(data, size);
 }
 
-std::unique_ptr<Sink> makeSink(const DownloadConfig& config, Offer offer, AwaitRoom await_room) {
+std::unique_ptr<Sink> makeSink(const DownloadConfig& config, Offer offer, AwaitRoom await_room,
+                               const std::function<void()>& go_on) {
     if (const auto* file = std::get_if<FileSink>(&config.sink)) {
-        return std::make_unique<ToFile>(*file, config);
+        return std::make_unique<ToFile>(*file, config, go_on);
     }
     if (const auto* descriptor = std::get_if<DescriptorSink>(&config.sink)) {
         return std::make_unique<ToDescriptor>(descriptor->descriptor, config.sha256,

@@ -53,6 +53,8 @@ using Offer = std::function<void(const char* data, std::size_t size)>;
 /// Waits until a descriptor takes bytes.
 using AwaitRoom = std::function<void(int descriptor)>;
 
-std::unique_ptr<Sink> makeSink(const DownloadConfig& config, Offer offer, AwaitRoom await_room);
+/// `go_on` runs now and then while a part is read, and may throw.
+std::unique_ptr<Sink> makeSink(const DownloadConfig& config, Offer offer, AwaitRoom await_room,
+                               const std::function<void()>& go_on);
 
 }  // namespace zel::http

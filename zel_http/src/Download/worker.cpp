@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "Download/retry_rule.h"
@@ -58,7 +59,7 @@ void DownloadWorker::fail(const Fault& fault) {
 void DownloadWorker::download() {
     sink_ = makeSink(
         config_, [this](const char* data, std::size_t size) { offer(data, size); },
-        [this](int descriptor) { awaitRoom(descriptor); });
+        [this](int descriptor) { awaitRoom(descriptor); }, [this] { goOn(); });
     tryUntilWhole();
     sink_->finish();
 }
@@ -120,7 +121,10 @@ void DownloadWorker::dropTransfer() {
         state_->blocks.drop();
         state_->held = false;
     }
-    if (former) former->tryToCancelRequest();
+    try {
+        if (former) former->tryToCancelRequest();
+    } catch (const std::bad_alloc&) {  // it runs on, unheard
+    }
 }
 
 bool DownloadWorker::mayRetry(const Fault& fault) const {

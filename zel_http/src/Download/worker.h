@@ -58,6 +58,8 @@ private:
     /// the whole download.
     template <typename Reached>
     bool waitFor(Lock& lock, Deadline deadline, Reached reached);
+    /// Throws as `waitFor` does.
+    void goOn();
     void waitWhilePaused(Lock& lock);
     std::size_t ask(std::function<std::size_t(const DownloadCallbacks&)> question);
     void offer(const char* data, std::size_t size);

@@ -39,19 +39,21 @@ void DownloadWorker::decide() {
         verdict = Verdict::Begin;
     }
     const auto* file = std::get_if<FileSink>(&config_.sink);
+    const bool replaces = file != nullptr && file->on_change == OnChange::StartOver;
     if (verdict == Verdict::Changed) {
-        if (file != nullptr && file->on_change == OnChange::StartOver && have.offset != 0) {
-            throw StartsOver();
-        }
+        if (replaces && have.offset != 0) throw StartsOver();
         throw Fault(DownloadFailure::Changed, "the server does not continue what is there");
     }
-    if (verdict == Verdict::Begin && have.offset != 0 && !sink_->startsOver()) {
-        throw Fault(DownloadFailure::Changed, "the server starts over, the sink cannot");
+    const Validator version = validatorOf(head_.headers);
+    // A server that knows no ranges sends the same version anew.
+    const bool same = file != nullptr && version.value == have.validator.value;
+    if (verdict == Verdict::Begin && have.offset != 0 && !replaces && !same) {
+        throw Fault(DownloadFailure::Changed, "the server starts over");
     }
     if (verdict == Verdict::Continue) head_.offset = have.offset;
     if (head_.total) checkSize(*head_.total);
     askHost();
-    if (verdict == Verdict::Begin) sink_->begin(validatorOf(head_.headers), head_.total);
+    if (verdict == Verdict::Begin) sink_->begin(version, head_.total);
     meter_.restart(sink_->have().offset);
 }
 

@@ -10,6 +10,11 @@
 
 namespace zel::http {
 
+void DownloadWorker::goOn() {
+    Lock lock(state_->mutex);
+    waitFor(lock, Clock::now(), [] { return false; });
+}
+
 void DownloadWorker::waitWhilePaused(Lock& lock) {
     if (!state_->paused) {
         if (state_->cancelled) throw Cancelled();
