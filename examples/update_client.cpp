@@ -55,8 +55,8 @@ private:
         for (std::string name, value; lines >> name >> value;) release_[name] = value;
         std::string present;
         std::ifstream(file_ + ".version") >> present;
+        if (release_["version"].empty() || release_["sha256"].empty()) return end(1, "no release");
         if (present == release_["version"]) return end(0, "up to date");
-        if (release_["sha256"].empty()) return end(1, "a release without sha256");
         download();
     }
 

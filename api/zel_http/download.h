@@ -80,9 +80,9 @@ struct DownloadConfig {
     /// What to fetch, as for a `Client`. Its `max_download_size` is not used, its `timeout` is for
     /// each try. Header fields Range and If-Range are the download's own.
     RequestConfig request;
-    DownloadSink sink;
-    DownloadLimits limits;
-    RetryPolicy retry;
+    DownloadSink sink;      ///< where the body goes; a callable must be set
+    DownloadLimits limits;  ///< see there
+    RetryPolicy retry;      ///< see there
     /// The SHA-256 of the whole body in hexadecimal digits, resumed bytes included; empty for no
     /// check. A file with another one is deleted, never renamed.
     std::string sha256;
@@ -101,8 +101,8 @@ struct DownloadHead {
 
 /// How far a download is.
 struct DownloadProgress {
-    std::uint64_t bytes = 0;  ///< that the sink has, resumed ones included
-    std::optional<std::uint64_t> total;
+    std::uint64_t bytes = 0;                          ///< that the sink has, resumed ones included
+    std::optional<std::uint64_t> total;               ///< of the whole body, where known
     double bytes_per_second = 0;                      ///< of late
     std::optional<std::chrono::milliseconds> left{};  ///< at that speed
 };
@@ -123,22 +123,22 @@ struct DownloadResult {
 
 /// Why a download failed.
 enum class DownloadFailure : std::int32_t {
-    InvalidUrl = 0,
-    DnsLookupFailure = 1,
-    ProtocolFailure = 2,  ///< also a body that was cut, and what TLS refuses
-    OperationTimedOut = 3,
-    AuthenticationFailure = 4,
-    ConnectionFailure = 5,
-    Status = 6,      ///< other than 200 and 206
-    Refused = 7,     ///< by `DownloadCallbacks::on_head`, or a callback threw
-    Changed = 8,     ///< the server has another version, or cannot continue this one
-    TooLarge = 9,    ///< for `DownloadLimits::size`
-    Stalled = 10,    ///< `DownloadLimits::stall`
-    TimeLimit = 11,  ///< `DownloadLimits::whole`
-    Checksum = 12,   ///< the body is not the one of `DownloadConfig::sha256`
-    Sink = 13,       ///< the file or descriptor cannot be written
-    Busy = 14,       ///< another download, maybe another process, writes this file
-    NoEngine = 15,   ///< there is no engine, or it was destroyed meanwhile
+    InvalidUrl = 0,             ///< as `ClientFailure`, and so the next five
+    DnsLookupFailure = 1,       ///< may pass
+    ProtocolFailure = 2,        ///< also a body that was cut, and what TLS refuses
+    OperationTimedOut = 3,      ///< `RequestConfig::timeout`, or the system's
+    AuthenticationFailure = 4,  ///< status 401, 403 or 407
+    ConnectionFailure = 5,      ///< may pass
+    Status = 6,                 ///< other than 200 and 206
+    Refused = 7,                ///< by `DownloadCallbacks::on_head`, or a callback threw
+    Changed = 8,                ///< the server has another version, or cannot continue this one
+    TooLarge = 9,               ///< for `DownloadLimits::size`
+    Stalled = 10,               ///< `DownloadLimits::stall`
+    TimeLimit = 11,             ///< `DownloadLimits::whole`
+    Checksum = 12,              ///< the body is not the one of `DownloadConfig::sha256`
+    Sink = 13,                  ///< the file or descriptor cannot be written
+    Busy = 14,                  ///< another download, maybe another process, writes this file
+    NoEngine = 15,              ///< there is no engine, or it was destroyed meanwhile
 };
 
 /// The record of a failed download.
@@ -161,8 +161,8 @@ struct DownloadCallbacks {
     /// Before the first byte of each response that the download would take. False refuses the body
     /// and ends the download; the body waits until then.
     std::function<bool(const DownloadHead&)> on_head;
-    std::function<void(const DownloadProgress&)> on_progress;
-    std::function<void(const DownloadRetry&)> on_retry;  ///< before its delay
+    std::function<void(const DownloadProgress&)> on_progress;  ///< as bytes come
+    std::function<void(const DownloadRetry&)> on_retry;        ///< before its delay
 };
 
 /// A running download. Move-only; a moved-from handle does nothing. The handle and its operations

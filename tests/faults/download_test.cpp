@@ -1,10 +1,10 @@
 // A program that is killed while it downloads, again and again, and versions that change meanwhile.
 
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <random>

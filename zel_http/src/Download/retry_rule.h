@@ -39,7 +39,8 @@ inline bool mayPass(std::uint32_t status) {
 /// What a Retry-After asks for, in seconds or as a date; nothing for other texts.
 inline std::optional<std::chrono::milliseconds> parseRetryAfter(const std::string& text,
                                                                 std::time_t now) {
-    constexpr std::int64_t day = 24 * 60 * 60;  // nobody waits longer, and nothing overflows
+    constexpr std::int64_t day =
+        std::int64_t{24} * 60 * 60;  // nobody waits longer, and nothing overflows
     if (const auto seconds = parseNumber(text)) {
         return std::chrono::seconds(std::min<std::uint64_t>(*seconds, day));
     }
