@@ -136,7 +136,7 @@ enum class DownloadFailure : std::int32_t {
     Stalled = 10,               ///< `DownloadLimits::stall`
     TimeLimit = 11,             ///< `DownloadLimits::whole`
     Checksum = 12,              ///< the body is not the one of `DownloadConfig::sha256`
-    Sink = 13,                  ///< the file or descriptor cannot be written
+    Sink = 13,                  ///< the file or descriptor cannot be written, or memory ran out
     Busy = 14,                  ///< another download, maybe another process, writes this file
     NoEngine = 15,              ///< there is no engine, or it was destroyed meanwhile
 };

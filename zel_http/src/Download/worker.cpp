@@ -19,6 +19,15 @@ DownloadFailure failureFor(Failure failure) {
                                              : static_cast<DownloadFailure>(failure);
 }
 
+/// Devices that start at the same time must not retry at the same time.
+unsigned seed() {
+    try {
+        return std::random_device()();
+    } catch (const std::exception&) {  // no descriptor is left
+        return static_cast<unsigned>(std::chrono::steady_clock::now().time_since_epoch().count());
+    }
+}
+
 bool isGet(Method method) { return method == Method::GET || method == Method::GET_SYNC; }
 
 }  // namespace
@@ -29,7 +38,7 @@ DownloadWorker::DownloadWorker(std::shared_ptr<DownloadState> state)
       whole_(config_.limits.whole.count() > 0 ? Deadline(Clock::now() + config_.limits.whole)
                                               : std::nullopt),
       meter_(config_.progress_interval),
-      random_(std::random_device()()) {}
+      random_(seed()) {}
 
 void DownloadWorker::run() {
     try {
