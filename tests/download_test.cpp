@@ -386,7 +386,8 @@ TEST_F(Downloads, EndAPipeThatNobodyReads) {
 
 /// A dropped handle is heard of no more, whichever callback drops it.
 TEST_F(Downloads, AreDroppedAtAnyStage) {
-    for (const std::string stage : {"start", "head", "progress", "retry", "outcome", "engine"}) {
+    for (const std::string stage :
+         {"start", "head", "progress", "take", "retry", "outcome", "engine"}) {
         Answers server({half(), rest("5-9/10")}, stage == "engine" ? stall : loopback::close);
         int calls = 0;
         bool answered = false;
@@ -404,6 +405,12 @@ TEST_F(Downloads, AreDroppedAtAnyStage) {
         callbacks.on_retry = [&](const auto& /*retry*/) { at("retry"); };
         auto config = toFile(server.url());
         config.progress_interval = milliseconds(0);
+        if (stage == "take") {
+            config.sink = CallableSink{[&](const char* /*data*/, std::size_t size) {
+                at("take");
+                return size;
+            }};
+        }
         start(config);
         if (stage == "start") at("start");
         runUntil(stage,
