@@ -350,6 +350,7 @@ TEST_F(Downloads, PauseForTwoReasons) {
     config.retry.most_retries = 0;
     config.sink = CallableSink{[&](const char* data, std::size_t offered) {
         ++calls;
+        EXPECT_LE(offered, 544U * 1024) << "in memory";
         const std::size_t taken = takes ? offered : 1;
         body.append(data, taken);
         return taken;
