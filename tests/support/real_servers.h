@@ -1,19 +1,13 @@
 #pragma once
 
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "loopback/certificates.h"
 #include "loopback/daemon.h"
+#include "support/directory.h"
 #include "support/engine_test.h"
 
 namespace test {
-
-inline std::string contentOf(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 inline std::string configurationOf(const std::string& server) {
     return contentOf(ZEL_HTTP_SERVER_CONFIGURATIONS + server + ".conf");

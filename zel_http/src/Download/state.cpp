@@ -1,0 +1,72 @@
+// What the threads of a download share: posts to the executor, requests to the engine thread.
+
+#include "Download/state.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "Download/transfer.h"
+#include "zel_http/engine.h"
+
+namespace zel::http {
+
+DownloadState::DownloadState(oru::executor& executor, logging::Logger& logger,
+                             DownloadConfig config, DownloadCallbacks callbacks)
+    : config(std::move(config)),
+      executor(executor),
+      logger(logger),
+      cancelled_descriptor(
+          std::holds_alternative<DescriptorSink>(this->config.sink) ? eventfd(0, EFD_CLOEXEC) : -1),
+      callbacks(std::make_shared<const DownloadCallbacks>(std::move(callbacks))),
+      blocks(this->config.limits.bytes_per_second) {}
+
+DownloadState::~DownloadState() {
+    if (cancelled_descriptor >= 0) close(cancelled_descriptor);
+}
+
+void DownloadState::post(Call call) {
+    executor.post(
+        [self = shared_from_this(), call = std::move(call)] {
+            // A copy: the callback may drop the handle.
+            if (const auto callbacks = self->callbacks) call(*callbacks);
+        },
+        0);
+}
+
+void DownloadState::postOutcome(Call call) {
+    executor.post(
+        [self = shared_from_this(), call = std::move(call)] {
+            if (const auto callbacks = std::exchange(self->callbacks, nullptr)) call(*callbacks);
+        },
+        0);
+}
+
+void DownloadState::postQuestion(std::function<std::size_t(const DownloadCallbacks&)> ask) {
+    /// Answers also when the callback throws.
+    struct Answer {
+        explicit Answer(DownloadState& state) : state(state) {}
+        Answer(const Answer&) = delete;
+        Answer& operator=(const Answer&) = delete;
+        ~Answer() {
+            state.set([this] { state.answer = value; });
+        }
+        DownloadState& state;
+        std::size_t value = 0;
+    };
+    post([this, ask = std::move(ask)](const DownloadCallbacks& callbacks) {
+        Answer answer(*this);
+        answer.value = ask(callbacks);
+    });
+}
+
+void DownloadState::adjustTransfer() {
+    std::shared_ptr<Transfer> running;
+    {
+        const std::lock_guard lock(mutex);
+        running = transfer.lock();
+    }
+    if (!running || !Engine::hasEngine()) return;
+    Engine::getEngine()->queueRequest([running] { running->adjust(); });
+}
+
+}  // namespace zel::http
