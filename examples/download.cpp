@@ -2,6 +2,7 @@
 // stopped when it is started again. download URL FILE
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <iostream>
 #include <string>
@@ -17,7 +18,8 @@ void show(const zel::http::DownloadProgress& progress) {
     constexpr std::uint64_t width = 30;
     std::cout << '\r';
     if (const auto total = progress.total.value_or(0); total != 0) {
-        const auto filled = std::min(progress.bytes * width / total, width);
+        const auto filled =
+            static_cast<std::size_t>(std::min(progress.bytes * width / total, width));
         std::cout << '[' << std::string(filled, '#') << std::string(width - filled, ' ') << "] "
                   << progress.bytes * 100 / total << " %, ";
     }
