@@ -346,7 +346,7 @@ TEST_F(Downloads, PauseForTwoReasons) {
     int calls = 0;
     bool takes = false;
     auto config = toFile(origin("/bytes/" + std::to_string(size)));
-    config.limits.stall = milliseconds(50);
+    config.limits.stall = milliseconds(1000);
     config.retry.most_retries = 0;
     config.sink = CallableSink{[&](const char* data, std::size_t offered) {
         ++calls;
@@ -360,7 +360,7 @@ TEST_F(Downloads, PauseForTwoReasons) {
     handle.pause();
     takes = true;
     handle.takeMore();
-    EngineTest::outcomeOf(Get(origin("/silence")).within(100));
+    EngineTest::outcomeOf(Get(origin("/silence")).within(1100));
     EXPECT_EQ(calls, 1);
     handle.resume();
     runUntil("the end", [this] { return !outcome.empty(); });
