@@ -229,13 +229,13 @@ INSTANTIATE_TEST_SUITE_P(
         EndRow{"Stall",
                {half(), rest("5-9/10")},
                "206 complete",
-               [](auto& config) { config.limits.stall = milliseconds(100); },
+               [](auto& config) { config.limits.stall = milliseconds(300); },
                stall},
         EndRow{"StallThatLasts",
                {half()},
                "10 no byte for too long",
                [](auto& config) {
-                   config.limits.stall = milliseconds(100);
+                   config.limits.stall = milliseconds(300);
                    config.retry.most_retries = 0;
                },
                stall},
