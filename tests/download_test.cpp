@@ -218,6 +218,14 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         EndRow{"Status404", {answer("404", "Content-Length: 3\r\n", "404")}, "6 status 404"},
         EndRow{"Status503", {answer("503", "", ""), whole()}, "200 complete"},
+        EndRow{
+            "RestThatIsShort",
+            {answer("200", "Transfer-Encoding: chunked\r\nETag: \"old\"\r\n",
+                    "5\r\n" + old_body.substr(0, 5) + "\r\n"),
+             answer("206", "Content-Range: bytes 5-7/10\r\nContent-Length: 3\r\nETag: \"old\"\r\n",
+                    old_body.substr(5, 3)),
+             answer("404", "", "")},
+            "6 status 404"},
         EndRow{"CutPost",
                {half(), whole()},
                "2 " + std::string(curl_easy_strerror(CURLE_PARTIAL_FILE)),

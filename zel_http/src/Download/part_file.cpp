@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <sstream>
 #include <system_error>
 #include <vector>
@@ -49,6 +48,20 @@ std::optional<Resumable> parse(std::istream& text, const std::string& url) {
         if (name == "total") version.total = parseNumber(value);
     }
     return std::nullopt;
+}
+
+/// The text of a small file; empty for anything else that may stand there, such as a FIFO.
+std::string contentOf(const std::string& path) {
+    constexpr std::size_t largest = std::size_t{64} * 1024;
+    const int descriptor = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) return {};
+    struct stat file {};
+    std::string text(largest, '\0');
+    const bool regular = fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode);
+    const ssize_t got = regular ? read(descriptor, text.data(), text.size()) : 0;
+    close(descriptor);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    return text;
 }
 
 void writeAll(int descriptor, const char* data, std::size_t size) {
@@ -106,8 +119,8 @@ bool PartFile::openAndLock() {
 }
 
 Resumable PartFile::load() {
-    std::ifstream file(state_);
-    auto version = parse(file, url_);
+    std::istringstream text(contentOf(state_));
+    auto version = parse(text, url_);
     struct stat part {};
     if (fstat(descriptor_, &part) != 0) fail("read");
     auto size = static_cast<std::uint64_t>(part.st_size);

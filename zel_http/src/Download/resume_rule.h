@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -84,12 +85,17 @@ inline std::optional<std::uint64_t> totalOf(const DownloadHead& head) {
     return parseNumber(fieldOf(head.headers, "Content-Length"));
 }
 
+inline bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
 /// The validator by which a response may be resumed; none where it gives no strong one. A
 /// Last-Modified is strong when the response was sent later: a second change within its second
 /// would show.
 inline Validator validatorOf(const HeaderMap& headers) {
     const std::string tag = fieldOf(headers, "ETag");
-    const bool strong = tag.size() >= 2 && tag.front() == '"' && tag.back() == '"';
+    // A server refuses a request with a field that is too long.
+    constexpr std::size_t longest = 1024;
+    const bool strong = tag.size() >= 2 && tag.size() <= longest && tag.front() == '"' &&
+                        tag.back() == '"' && std::none_of(tag.begin(), tag.end(), isControl);
     if (strong) return {Validator::Kind::ETag, tag};
     const std::string modified = fieldOf(headers, "Last-Modified");
     const auto changed = curl_getdate(modified.c_str(), nullptr);

@@ -54,8 +54,10 @@ inline std::chrono::milliseconds delayBefore(unsigned attempt, const RetryPolicy
                                              double share,
                                              std::optional<std::chrono::milliseconds> retry_after) {
     using std::chrono::milliseconds;
-    const double grown = static_cast<double>(policy.base.count()) * std::exp2(attempt - 1.0);
-    const double bound = std::min(grown, static_cast<double>(policy.cap.count()));
+    constexpr double year = 365.0 * 24 * 60 * 60 * 1000;  // a longer one overflows a clock
+    const double grown =
+        static_cast<double>(policy.base.count()) * std::exp2(std::min(attempt - 1.0, 100.0));
+    const double bound = std::min({grown, static_cast<double>(policy.cap.count()), year});
     const milliseconds delay(static_cast<milliseconds::rep>(std::max(bound, 0.0) * share));
     const milliseconds asked =
         std::min(retry_after.value_or(milliseconds(0)), policy.longest_retry_after);

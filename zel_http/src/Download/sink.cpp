@@ -113,6 +113,10 @@ void Sink::begin(const Validator& version, std::optional<std::uint64_t> total) {
     mark(have_);
 }
 
+void Sink::expect(std::uint64_t total) {
+    if (!have_.total) have_.total = total;
+}
+
 void Sink::write(const std::string& block) {
     store(block.data(), block.size());
     digest(block.data(), block.size());

@@ -28,6 +28,8 @@ public:
     void drop();
     /// Begins a body of that version; drops what is there.
     void begin(const Validator& version, std::optional<std::uint64_t> total);
+    /// Learns the size of the whole body, where it is not known yet.
+    void expect(std::uint64_t total);
     void write(const std::string& block);
     /// Checks the whole body, and finishes it.
     void finish();

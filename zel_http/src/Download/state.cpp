@@ -5,6 +5,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
+
 #include "Download/transfer.h"
 #include "zel_http/engine.h"
 
@@ -18,7 +21,11 @@ DownloadState::DownloadState(oru::executor& executor, logging::Logger& logger,
       cancelled_descriptor(
           std::holds_alternative<DescriptorSink>(this->config.sink) ? eventfd(0, EFD_CLOEXEC) : -1),
       callbacks(std::make_shared<const DownloadCallbacks>(std::move(callbacks))),
-      blocks(this->config.limits.bytes_per_second) {}
+      blocks(this->config.limits.bytes_per_second) {
+    if (cancelled_descriptor < 0 && std::holds_alternative<DescriptorSink>(this->config.sink)) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+}
 
 DownloadState::~DownloadState() {
     if (cancelled_descriptor >= 0) close(cancelled_descriptor);

@@ -35,8 +35,9 @@ bool isGet(Method method) { return method == Method::GET || method == Method::GE
 DownloadWorker::DownloadWorker(std::shared_ptr<DownloadState> state)
     : state_(std::move(state)),
       config_(state_->config),
-      whole_(config_.limits.whole.count() > 0 ? Deadline(Clock::now() + config_.limits.whole)
-                                              : std::nullopt),
+      whole_(config_.limits.whole.count() > 0
+                 ? Deadline(Clock::now() + bounded(config_.limits.whole))
+                 : std::nullopt),
       meter_(config_.progress_interval),
       random_(seed()) {}
 

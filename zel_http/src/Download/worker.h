@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -14,6 +15,12 @@
 #include "Download/state.h"
 
 namespace zel::http {
+
+/// A time that no clock overflows with.
+inline std::chrono::milliseconds bounded(std::chrono::milliseconds time) {
+    constexpr std::chrono::hours year(365 * 24);
+    return std::min<std::chrono::milliseconds>(time, year);
+}
 
 /// A download from start to outcome, on its own thread: the tries and the delays between them,
 /// their limits, and what becomes of head and body. All its waits end when the handle is dropped.

@@ -54,6 +54,10 @@ void DownloadWorker::decide() {
     if (head_.total) checkSize(*head_.total);
     askHost();
     if (verdict == Verdict::Begin) sink_->begin(version, head_.total);
+    if (verdict == Verdict::Continue) {  // the range may end before the body does
+        const auto range = parseContentRange(fieldOf(head_.headers, "Content-Range"));
+        sink_->expect(range->total.value_or(range->last + 1));
+    }
     meter_.restart(sink_->have().offset);
 }
 

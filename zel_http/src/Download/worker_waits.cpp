@@ -26,7 +26,7 @@ void DownloadWorker::waitWhilePaused(Lock& lock) {
 
 DownloadWorker::Deadline DownloadWorker::stallDeadline() const {
     if (config_.limits.stall.count() <= 0) return std::nullopt;
-    return last_byte_ + config_.limits.stall;
+    return last_byte_ + bounded(config_.limits.stall);
 }
 
 /// What the host answers on the executor's thread.
