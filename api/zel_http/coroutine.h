@@ -15,12 +15,15 @@ namespace zel::http {
 /// What `request` returns; to be awaited at once and once.
 class [[nodiscard]] RequestAwaiter {
 public:
+    /// Made by `request`.
     RequestAwaiter(Client& client, RequestConfig config, LogFilter filter)
         : client_(client), config_(std::move(config)), filter_(std::move(filter)) {}
     RequestAwaiter(const RequestAwaiter&) = delete;
     RequestAwaiter& operator=(const RequestAwaiter&) = delete;
     ~RequestAwaiter() = default;
 
+    /// @{
+    /// What the compiler calls for a `co_await`.
     bool await_ready() const noexcept { return false; }
     void await_suspend(std::coroutine_handle<> waiting) {
         const auto resume = [this, waiting](const auto& data) {
@@ -30,6 +33,7 @@ public:
         handle_ = client_.start_request(config_, filter_, resume, resume);
     }
     Outcome await_resume() { return std::move(outcome_); }
+    /// @}
 
 private:
     Client& client_;
