@@ -97,7 +97,7 @@ public:
     /// The facts of the last transfer. To be read in the notification of the outcome, and after it
     /// until the request runs again; the thread is that of the outcome, or any that it hands the
     /// request to.
-    const TransferFacts& facts() const { return transferFacts; }
+    const TransferFacts& facts() const;
 
 private:
     friend class Engine;
@@ -107,7 +107,8 @@ private:
     std::atomic<bool> paused{false};
     bool allowPayloadLogging = true;
     bool keepsFacts = true;
-    TransferFacts transferFacts;
+    /// Null until a transfer has told any.
+    std::unique_ptr<TransferFacts> transferFacts;
     /// The easy handle of its transfer, the lowest if it has several, null if none. Engine thread.
     void* handle = nullptr;
     /// The number of its transfers that are queued or running; the engine counts. Any thread.

@@ -23,7 +23,7 @@ struct TransferFacts {
     /// @{
     /// When each phase ended, from the start of the transfer on: the name look-up, the connection,
     /// the TLS handshake, the first byte of the response, the whole. 0 for a phase that was not
-    /// reached, and for those that a reused connection saves.
+    /// reached, and for those that a reused connection saves (some µs for the look-up, with 7.88).
     std::chrono::microseconds looked_up{0};
     std::chrono::microseconds connected{0};
     std::chrono::microseconds tls_done{0};

@@ -11,6 +11,7 @@ namespace zel::http {
 
 Transfer::Transfer(std::shared_ptr<DownloadState> state, unsigned number, const Resumable& have)
     : Request(state->config.request), state_(std::move(state)), number_(number) {
+    setKeepsFacts(false);
     config.max_download_size = -1;  // 32 bits are too few; the worker counts
     config.headers.erase("Range");
     config.headers.erase("If-Range");

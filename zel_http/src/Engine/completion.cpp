@@ -1,6 +1,7 @@
 // Turns a finished transfer into its outcome; nothing else notifies a request of its end. Engine
 // thread up to the hand-over to the FSM runner, then the FSM context; touches `tasks`.
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,7 +95,9 @@ void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
         if (connectCode == 0 && !request->fallbackProxies.empty()) {
             retry(request);
         } else {
-            if (request->keepsFacts) request->transferFacts = factsOf(*task, result);
+            if (request->keepsFacts) {
+                request->transferFacts = std::make_unique<TransferFacts>(factsOf(*task, result));
+            }
             task->counted.reset();
             handOver(*task, result, httpCode);
         }

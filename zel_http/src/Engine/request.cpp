@@ -35,6 +35,11 @@ void Request::resumeRequest() {
     Engine::getEngine()->resumeRequest(shared_from_this());
 }
 
+const TransferFacts& Request::facts() const {
+    static const TransferFacts none;
+    return transferFacts ? *transferFacts : none;
+}
+
 void Request::notifyHeader(const char* /*line*/, unsigned /*length*/) {}
 void Request::notifyAuthRetry() {}
 void Request::notifySize(unsigned /*size*/) {}
