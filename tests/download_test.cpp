@@ -11,6 +11,8 @@
 #include <deque>
 #include <filesystem>
 #include <mutex>
+#include <random>
+#include <thread>
 
 #include "Download/retry_rule.h"
 #include "support/directory.h"
@@ -108,7 +110,7 @@ protected:
     bool leavesPart() const { return std::filesystem::exists(file + ".part"); }
     std::string content() const { return contentOf(file); }
 
-    const Directory directory;
+    const Directory directory{"/dev/shm"};  // in memory: the engine thread writes, too
     const std::string file = directory.file("file");
     DownloadCallbacks callbacks;
     Download handle;
@@ -374,6 +376,29 @@ TEST_F(Downloads, PauseForTwoReasons) {
     runUntil("the end", [this] { return !outcome.empty(); });
     EXPECT_EQ(outcome, "200 complete");
     EXPECT_EQ(body, bodyOf(size));
+}
+
+/// What the engine thread writes and what waits for room come in their order.
+TEST_F(Downloads, FillAPipeAsItIsRead) {
+    constexpr std::size_t size = 4 << 20;
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    std::string body;
+    std::thread reader([&] {
+        std::minstd_rand random(1);
+        std::string block(200000, '\0');
+        ssize_t got = 0;
+        while ((got = read(ends[0], block.data(), random() % block.size() + 1)) > 0) {
+            body.append(block.data(), static_cast<std::size_t>(got));
+        }
+    });
+    auto config = toFile(origin("/bytes/" + std::to_string(size)));
+    config.sink = DescriptorSink{ends[1]};
+    EXPECT_EQ(outcomeOf(config), "200 complete");
+    close(ends[1]);
+    reader.join();
+    close(ends[0]);
+    EXPECT_TRUE(body == bodyOf(size));
 }
 
 TEST_F(Downloads, EndAPipeThatNobodyReads) {

@@ -203,9 +203,10 @@ private:
 /// executor's thread. `executor` and `logger` must outlive the handle. Drop the handle before the
 /// engine is destroyed: a download that is under way then fails with `NoEngine`, but it must not
 /// start or resume a transfer at that moment. Files and descriptors are written on a thread of the
-/// download's own; throws `std::system_error` when the system refuses that thread, or the one
-/// descriptor that a `DescriptorSink` needs. Memory in use is
-/// about 1 MiB, whatever the size of the body.
+/// download's own, but what needs no wait, into a file in memory or into a pipe with room, is
+/// written on the engine's thread at once; throws `std::system_error` when the system refuses that
+/// thread, or the one descriptor that a `DescriptorSink` needs. Memory in use is about 1 MiB,
+/// whatever the size of the body.
 [[nodiscard]] ZEL_HTTP_API Download startDownload(oru::executor& executor, logging::Logger& logger,
                                                   DownloadConfig config,
                                                   DownloadCallbacks callbacks);

@@ -13,7 +13,8 @@
 
 namespace test {
 
-class KilledDownload : public testing::Test {
+/// On a disk and in memory, where other threads write.
+class KilledDownload : public testing::TestWithParam<const char*> {
 protected:
     /// Version `n` has a length of its own, by which a state tells which one it vouches for.
     static constexpr std::size_t shortest = 4 << 20;
@@ -58,14 +59,16 @@ protected:
         EXPECT_TRUE(part == named.substr(0, part.size()));
     }
 
-    const Directory directory;
+    const Directory directory{GetParam()};
     const std::string file = directory.file("file");
     const Daemon nginx{"nginx -c @conf@ -e " + directory.file("error"), configurationOf("files"),
                        directory.file("")};
 };
 
-TEST_F(KilledDownload, LeavesAWholeFileOrAPartThatResumes) {
-    constexpr int rounds = 40;
+INSTANTIATE_TEST_SUITE_P(In, KilledDownload, testing::Values("/var/tmp", "/dev/shm"));
+
+TEST_P(KilledDownload, LeavesAWholeFileOrAPartThatResumes) {
+    constexpr int rounds = 20;
     std::mt19937 random(20);
     std::uniform_int_distribution<int> life(10000, 150000);
     std::size_t killed = 0;

@@ -17,7 +17,8 @@ inline std::string contentOf(const std::string& path) {
 /// A temporary directory for one test.
 class Directory {
 public:
-    Directory() {
+    explicit Directory(const std::filesystem::path& parent = std::filesystem::temp_directory_path())
+        : path_(parent / "zel-http-XXXXXX") {
         if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no temporary directory");
     }
     Directory(const Directory&) = delete;
@@ -27,7 +28,7 @@ public:
     std::string file(const std::string& name) const { return path_ + "/" + name; }
 
 private:
-    std::string path_ = std::filesystem::temp_directory_path() / "zel-http-XXXXXX";
+    std::string path_;
 };
 
 }  // namespace test

@@ -20,6 +20,7 @@ public:
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;
 
+    int descriptor() const { return descriptor_; }
     /// What the part has of this URL's body, if the state vouches for it.
     Resumable load();
     /// Passes the first `size` bytes to `take`, block by block.

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Download/eager_writer.h"
 #include "Download/fault.h"
 #include "Download/part_file.h"
 
@@ -26,7 +27,9 @@ std::string lowered(std::string text) {
 class ToFile final : public Sink {
 public:
     ToFile(const FileSink& file, const DownloadConfig& config, const std::function<void()>& go_on)
-        : Sink(config.sha256), part_(file.path, config.request.url) {
+        : Sink(config.sha256),
+          part_(file.path, config.request.url),
+          eager_writer_(part_.descriptor()) {
         have_ = part_.load();
         if (config.sha256.empty()) return;
         part_.read(have_.offset, [&](const char* data, std::size_t size) {
@@ -36,40 +39,57 @@ public:
     }
 
     bool startsOver() const override { return true; }
+    bool eager() const override { return eager_writer_.able() && !digests(); }
 
 protected:
     void empty() override { part_.drop(); }
     void mark(const Resumable& version) override { part_.mark(version); }
     void store(const char* data, std::size_t size) override { part_.append(data, size); }
+    std::size_t storeEagerly(const char* data, std::size_t size) noexcept override {
+        return eager_writer_.write(data, size);
+    }
     void publish() override { part_.publish(); }
     void reject() override { part_.remove(); }
 
 private:
     PartFile part_;
+    EagerWriter eager_writer_;
 };
 
 class ToDescriptor final : public Sink {
 public:
     ToDescriptor(int descriptor, const std::string& sha256, AwaitRoom await_room)
-        : Sink(sha256), descriptor_(descriptor), await_room_(std::move(await_room)) {
+        : Sink(sha256),
+          descriptor_(descriptor),
+          await_room_(std::move(await_room)),
+          eager_writer_(descriptor) {
         struct stat status {};
         if (fstat(descriptor, &status) != 0) fail();
         if (!S_ISREG(status.st_mode)) piece_ = sure_room;
     }
 
+    bool eager() const override { return eager_writer_.able() && !digests(); }
+
 protected:
     void store(const char* data, std::size_t size) override {
         while (size != 0) {
             if (piece_ == sure_room) await_room_(descriptor_);
-            const ssize_t written = ::write(descriptor_, data, std::min(size, piece_));
-            if (written < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-            if (written < 0) fail();
+            std::size_t written = eager_writer_.write(data, size);
+            if (written == 0) written = writePiece(data, std::min(size, piece_));
             data += written;
-            size -= static_cast<std::size_t>(written);
+            size -= written;
         }
+    }
+    std::size_t storeEagerly(const char* data, std::size_t size) noexcept override {
+        return eager_writer_.write(data, size);
     }
 
 private:
+    std::size_t writePiece(const char* data, std::size_t size) const {
+        const ssize_t written = ::write(descriptor_, data, size);
+        if (written < 0 && errno != EINTR && errno != EAGAIN) fail();
+        return static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+    }
     [[noreturn]] static void fail() {
         throw Fault(DownloadFailure::Sink,
                     "cannot write the descriptor: " + std::generic_category().message(errno));
@@ -80,6 +100,7 @@ private:
 
     const int descriptor_;
     const AwaitRoom await_room_;
+    EagerWriter eager_writer_;
     std::size_t piece_ = std::size_t{1} << 30U;
 };
 
@@ -117,10 +138,17 @@ void Sink::expect(std::uint64_t total) {
     if (!have_.total) have_.total = total;
 }
 
-void Sink::write(const std::string& block) {
+void Sink::write(std::string_view block) {
     store(block.data(), block.size());
     digest(block.data(), block.size());
     have_.offset += block.size();
+}
+
+std::size_t Sink::writeEagerly(std::string_view block) noexcept {
+    if (!eager()) return 0;
+    const std::size_t written = storeEagerly(block.data(), block.size());
+    have_.offset += written;
+    return written;
 }
 
 void Sink::finish() {

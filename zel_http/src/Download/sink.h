@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "Download/digest.h"
 #include "Download/resume_rule.h"
@@ -30,7 +31,12 @@ public:
     void begin(const Validator& version, std::optional<std::uint64_t> total);
     /// Learns the size of the whole body, where it is not known yet.
     void expect(std::uint64_t total);
-    void write(const std::string& block);
+    void write(std::string_view block);
+    /// Whether some bytes can be written without a wait.
+    virtual bool eager() const { return false; }
+    /// Writes what needs no wait, and returns how many bytes that were, from the front. Never
+    /// fails: what it leaves is for `write`. Any thread, one at a time.
+    std::size_t writeEagerly(std::string_view block) noexcept;
     /// Checks the whole body, and finishes it.
     void finish();
 
@@ -38,10 +44,14 @@ protected:
     virtual void empty() {}
     virtual void mark(const Resumable& /*version*/) {}
     virtual void store(const char* data, std::size_t size) = 0;
+    virtual std::size_t storeEagerly(const char* /*data*/, std::size_t /*size*/) noexcept {
+        return 0;
+    }
     virtual void publish() {}
     virtual void reject() {}
     /// Adds bytes that are there to the checksum.
     void digest(const char* data, std::size_t size);
+    bool digests() const { return digest_.has_value(); }
 
     Resumable have_;
 

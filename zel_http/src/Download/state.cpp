@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "Download/sink.h"
 #include "Download/transfer.h"
 #include "zel_http/engine.h"
 
@@ -64,6 +65,14 @@ void DownloadState::postQuestion(std::function<std::size_t(const DownloadCallbac
         Answer answer(*this);
         answer.value = ask(callbacks);
     });
+}
+
+std::size_t DownloadState::writeEagerly(std::string_view block) noexcept {
+    const DownloadLimits& limits = config.limits;
+    if (waiting_sink == nullptr || paused || cancelled || limits.bytes_per_second != 0) return 0;
+    const std::uint64_t size = waiting_sink->have().offset + block.size();
+    if (limits.size != 0 && size > limits.size) return 0;
+    return waiting_sink->writeEagerly(block);
 }
 
 void DownloadState::adjustTransfer() {

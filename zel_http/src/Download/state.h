@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "Download/block_queue.h"
@@ -17,6 +18,7 @@
 
 namespace zel::http {
 
+class Sink;
 class Transfer;
 
 /// How a transfer ended, as the engine tells it.
@@ -52,6 +54,9 @@ struct DownloadState : std::enable_shared_from_this<DownloadState> {
         }
         changed.notify_all();
     }
+    /// Lets the sink take what it can without a wait, and returns how many bytes that were, from
+    /// the front. With the lock.
+    std::size_t writeEagerly(std::string_view block) noexcept;
     /// Lets the engine thread look whether the transfer must pause. Any thread, without the lock.
     void adjustTransfer();
 
@@ -79,8 +84,10 @@ struct DownloadState : std::enable_shared_from_this<DownloadState> {
     std::optional<DownloadHead> head;
     std::optional<TransferEnd> end;
     BlockQueue blocks;
-    bool held = false;          ///< the engine thread has paused the transfer
-    bool awaits_block = false;  ///< the worker needs no wake-up for the first byte of a block
+    bool held = false;  ///< the engine thread has paused the transfer
+    /// The sink while the worker waits for a block, otherwise null: the engine thread may write to
+    /// it, and need not wake the worker for the first byte of a block.
+    Sink* waiting_sink = nullptr;
 };
 
 }  // namespace zel::http

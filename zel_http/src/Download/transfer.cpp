@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Download/sink.h"
 #include "Records/header_line.h"
 
 namespace zel::http {
@@ -66,9 +67,12 @@ void Transfer::notifyDataReceived(const char* data, unsigned length) {
         tellHead();
         BlockQueue& blocks = state_->blocks;
         const bool first = blocks.empty();
+        const std::size_t written = first ? state_->writeEagerly({data, length}) : 0;
+        if (written == length) return;
         const bool was_ready = blocks.ready();
-        blocks.append(data, length);
-        if (first && !state_->awaits_block) wakes = true;
+        blocks.append(data + written, length - written);
+        if (first && (state_->waiting_sink == nullptr || state_->waiting_sink->eager()))
+            wakes = true;
         if (blocks.ready() && !was_ready) wakes = true;
         full = blocks.full();
     }

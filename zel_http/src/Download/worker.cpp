@@ -130,6 +130,7 @@ void DownloadWorker::dropTransfer() {
         state_->end.reset();
         state_->blocks.drop();
         state_->held = false;
+        state_->waiting_sink = nullptr;
     }
     try {
         if (former) former->tryToCancelRequest();

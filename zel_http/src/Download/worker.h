@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <string_view>
 
 #include "Download/fault.h"
 #include "Download/progress.h"
@@ -54,7 +55,9 @@ private:
     void askHost();
     void takeBody();
     bool awaitBlock(Lock& lock);
-    void write(const std::string& block);
+    void awaitFirstByte(Lock& lock);
+    void write(std::string_view block);
+    void noteBytes();
     void checkSize(std::uint64_t bytes) const;
     void checkEnd();
     void slowDown(std::size_t bytes);

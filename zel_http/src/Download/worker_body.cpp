@@ -86,44 +86,62 @@ void DownloadWorker::takeBody() {
     last_byte_ = Clock::now();
     Lock lock(state_->mutex);
     while (awaitBlock(lock)) {
-        const std::string& block = state_->blocks.take();
+        std::string_view block = state_->blocks.take();
         const bool resumes = state_->held;
+        // With the lock: what the engine thread writes from here on comes behind it.
+        block.remove_prefix(state_->writeEagerly(block));
+        state_->waiting_sink = nullptr;
         lock.unlock();
         if (resumes) state_->adjustTransfer();
-        write(block);
+        if (!block.empty()) write(block);
+        noteBytes();
         lock.lock();
     }
 }
 
 /// Waits until there is a block worth writing, or one that nothing was added to for a while. False
-/// at the end of the body.
+/// at the end of the body. Meanwhile the engine thread writes to an eager sink, which leaves blocks
+/// only where it is behind.
 bool DownloadWorker::awaitBlock(Lock& lock) {
     constexpr milliseconds longest_wait(100);  // of bytes that have come
+    const bool eager = sink_->eager();
+    const auto reached = [&] {
+        const BlockQueue& blocks = state_->blocks;
+        return (eager ? !blocks.empty() : blocks.ready()) || state_->end || state_->paused;
+    };
     while (true) {
         waitWhilePaused(lock);
-        const auto reached = [this] {
-            return state_->blocks.ready() || state_->end || state_->paused;
-        };
-        state_->awaits_block = true;
+        const std::uint64_t before = sink_->have().offset;
+        state_->waiting_sink = sink_.get();
         const bool soon = waitFor(lock, Clock::now() + longest_wait, reached);
-        state_->awaits_block = false;
-        if (!soon && state_->blocks.empty()) {
-            const auto any = [&] { return reached() || !state_->blocks.empty(); };
-            if (!waitFor(lock, stallDeadline(), any)) {
-                throw Fault(DownloadFailure::Stalled, "no byte for too long", true);
-            }
-            continue;
-        }
         if (state_->paused) continue;
         if (!state_->blocks.empty()) return true;
-        if (state_->end) return false;
+        state_->waiting_sink = nullptr;
+        if (sink_->have().offset != before) {
+            lock.unlock();
+            noteBytes();
+            lock.lock();
+        } else if (!soon) {
+            awaitFirstByte(lock);
+        }
+        if (state_->end && state_->blocks.empty()) return false;
     }
 }
 
-void DownloadWorker::write(const std::string& block) {
+void DownloadWorker::awaitFirstByte(Lock& lock) {
+    const auto come = [this] { return !state_->blocks.empty() || state_->end || state_->paused; };
+    if (!waitFor(lock, stallDeadline(), come)) {
+        throw Fault(DownloadFailure::Stalled, "no byte for too long", true);
+    }
+}
+
+void DownloadWorker::write(std::string_view block) {
     checkSize(sink_->have().offset + block.size());
     sink_->write(block);
     slowDown(block.size());
+}
+
+void DownloadWorker::noteBytes() {
     last_byte_ = Clock::now();
     if (whole_ && last_byte_ >= *whole_) {
         throw Fault(DownloadFailure::TimeLimit, "the time is over");
