@@ -6,11 +6,11 @@ include(CMakePackageConfigHelpers)
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/zel_http)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/zel_http)
 
-install(TARGETS zel_http EXPORT zel_http-targets
+install(TARGETS zel_http zel_http_testing EXPORT zel_http-targets
     LIBRARY COMPONENT library NAMELINK_COMPONENT development
     ARCHIVE COMPONENT development
     INCLUDES DESTINATION ${headers})
-install(DIRECTORY api/zel_http DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
+install(DIRECTORY api/zel_http testing/api/zel_http DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
 set(absent_headers "")
 if(NOT TARGET zel_http_platform)  # these belong to the bundled implementation
     list(APPEND absent_headers PATTERN bundled.h EXCLUDE PATTERN spdlog_sinks.h EXCLUDE)
@@ -57,5 +57,7 @@ install(FILES ${PROJECT_BINARY_DIR}/zel_http-config.cmake ${PROJECT_BINARY_DIR}/
 
 # Relative to the file itself, so that the prefix can be moved and chosen at install time.
 file(RELATIVE_PATH prefix_from_pc "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" /prefix)
-configure_file(cmake/zel_http.pc.in zel_http.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/zel_http.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+foreach(name zel_http zel_http_testing)
+    configure_file(cmake/${name}.pc.in ${name}.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endforeach()

@@ -44,7 +44,7 @@ std::string half(const std::string& fields = "ETag: \"old\"\r\n") {
 /// Gives one answer after the other, the last one again and again, and keeps what was asked.
 class Answers {
 public:
-    explicit Answers(std::deque<std::string> answers, Script then = loopback::close)
+    explicit Answers(std::deque<std::string> answers, Script then = zel::testing::close)
         : answers_(std::move(answers)), then_(std::move(then)) {}
     std::string url() const { return server_.url(); }
     /// The ranges that were asked for, each followed by a comma.
@@ -209,7 +209,7 @@ struct EndRow {
     std::deque<std::string> answers;
     std::string outcome;
     std::function<void(DownloadConfig&)> change = [](DownloadConfig& /*config*/) {};
-    Script then = loopback::close;
+    Script then = zel::testing::close;
 };
 
 const std::string chunked = answer("200", "Transfer-Encoding: chunked\r\n", "a\r\n" + new_body);
@@ -422,7 +422,7 @@ TEST_F(Downloads, EndAPipeThatNobodyReads) {
 TEST_F(Downloads, AreDroppedAtAnyStage) {
     for (const std::string stage :
          {"start", "head", "progress", "take", "retry", "outcome", "engine"}) {
-        Answers server({half(), rest("5-9/10")}, stage == "engine" ? stall : loopback::close);
+        Answers server({half(), rest("5-9/10")}, stage == "engine" ? stall : zel::testing::close);
         int calls = 0;
         bool answered = false;
         const auto at = [&](const char* name) {

@@ -151,7 +151,7 @@ TEST_F(Control, AnUploadPausedBeforeItsStartWaitsWithItsBody) {
         Flag others_done;
         std::atomic<std::size_t> sent_meanwhile{1};
         const ScriptedServer server([&](Socket& socket) {
-            const std::string request = readRequest(socket);
+            const std::string request = readHead(socket);
             others_done.await("the other requests");
             sent_meanwhile = request.size() - request.find("\r\n\r\n") - 4 + socket.available();
             write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
@@ -207,7 +207,7 @@ TEST_F(Control, APauseHoldsTheNextBlock) {
 TEST_F(Control, HeaderLinesComeOneByOneAfterAPause) {
     std::shared_ptr<HostRequest> request;
     const ScriptedServer server([&](Socket& socket) {
-        readRequest(socket);
+        readHead(socket);
         whileEngineIsHeld([&] {
             write(socket, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\nSet-Cookie: a=b\r\n\r\nbody");
             request->pauseRequest();

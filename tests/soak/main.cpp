@@ -14,7 +14,6 @@
 
 #include "loopback/event.h"
 #include "loopback/recording_logger.h"
-#include "loopback/scripted_server.h"
 #include "loopback/server_process.h"
 #include "loopback/tls_servers.h"
 #include "oru/asio_executor.h"
@@ -23,6 +22,7 @@
 #include "support/request.h"
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
+#include "zel_http/testing/scripted_server.h"
 
 using loopback::bodyOf;
 using test::Get;
@@ -281,7 +281,7 @@ bool soak(const Targets& targets, Clock::time_point end, unsigned seed) {
 void serve(const loopback::ServerProcess::Ready& ready) {
     const loopback::Origin origin;
     const loopback::TlsServers tls;
-    const loopback::ScriptedServer broken("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
+    const zel::testing::ScriptedServer broken("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
     ready({origin.url(""), tls.local().url(""), tls.certificates().file("root.pem"), broken.url()});
 }
 

@@ -14,7 +14,6 @@
 #include "loopback/event.h"
 #include "loopback/origin.h"
 #include "loopback/recording_logger.h"
-#include "loopback/scripted_server.h"
 #include "loopback/server_process.h"
 #include "oru/asio_executor.h"
 #include "support/process.h"
@@ -22,10 +21,12 @@
 #include "zel_http/client.h"
 #include "zel_http/engine.h"
 #include "zel_http/request.h"
+#include "zel_http/testing/scripted_server.h"
 
 namespace test {
 
-using namespace loopback;  // the servers
+using namespace loopback;      // the servers
+using namespace zel::testing;  // and the scripted one
 
 /// The URL of a resource of an origin in a process of its own, which lives as long as the tests.
 std::string origin(const std::string& target);

@@ -15,10 +15,10 @@
 
 #include "loopback/origin.h"
 #include "loopback/recording_logger.h"
-#include "loopback/scripted_server.h"
 #include "loopback/tls_servers.h"
 #include "session.h"
 #include "text.h"
+#include "zel_http/testing/scripted_server.h"
 
 namespace tool {
 namespace {
@@ -243,7 +243,7 @@ private:
     }
 
     Origin origin_;
-    loopback::ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
+    zel::testing::ScriptedServer broken_{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"};
     loopback::TlsServers tls_;
     loopback::RecordingLogger masked_log_{9};
     Session session_;
