@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +13,7 @@
 #include "zel_http/export.h"
 #include "zel_http/header_map.h"
 #include "zel_http/records.h"
+#include "zel_http/transfer_facts.h"
 
 namespace logging {
 class Logger;
@@ -34,10 +36,12 @@ enum class OnChange : std::int32_t {
 /// Writes a file. The body goes to `path`.part, beside it `path`.part.state tells of which version
 /// of which URL the bytes are; a whole body is synced to the disk and renamed to `path`. What is
 /// left of an earlier download, by this process or another, is resumed. A symbolic link at `path`
-/// is replaced, not followed.
+/// is replaced, not followed. A file that is replaced leaves its permissions and, where the process
+/// may set it, its owner to the new one.
 struct FileSink {
     std::string path;                          ///< replaced when the body is whole, never before
     OnChange on_change = OnChange::StartOver;  ///< for resumed bytes
+    bool resumes = true;                       ///< false drops what an earlier download has left
 };
 
 /// Writes to a descriptor of the caller's, from where it stands. It stays open, and must stay so
@@ -119,6 +123,7 @@ struct DownloadResult {
     DownloadHead head;        ///< of the last response
     std::uint64_t bytes = 0;  ///< of the whole body
     unsigned retries = 0;     ///< how many there were
+    TransferFacts facts;      ///< of the last try
 };
 
 /// Why a download failed.
@@ -141,12 +146,16 @@ enum class DownloadFailure : std::int32_t {
     NoEngine = 15,              ///< there is no engine, or it was destroyed meanwhile
 };
 
+/// Prints a name for people, such as "<Checksum>"; nothing for a value outside.
+ZEL_HTTP_API std::ostream& operator<<(std::ostream& stream, const DownloadFailure& failure);
+
 /// The record of a failed download.
 struct DownloadError {
     DownloadFailure failure = DownloadFailure::ProtocolFailure;  ///< what to decide by
     std::uint32_t status = 0;  ///< of the last response; 0 when none came
     std::uint64_t bytes = 0;   ///< that the sink has; of a file they are kept unless they are wrong
     std::string message;       ///< for people
+    TransferFacts facts;       ///< of the last try; of one that was ended meanwhile, nothing
 };
 
 /// What a download tells, on the executor's thread. The first two must be set, or the process stops

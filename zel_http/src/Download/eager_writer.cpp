@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 namespace zel::http {
 
@@ -15,7 +16,8 @@ EagerWriter::EagerWriter(int descriptor) : descriptor_(descriptor) {
     struct statfs system {};
     if (fstat(descriptor, &file) != 0 || fstatfs(descriptor, &system) != 0) return;
     const bool regular = S_ISREG(file.st_mode);
-    in_memory_ = regular && (system.f_type == TMPFS_MAGIC || system.f_type == RAMFS_MAGIC);
+    const auto type = static_cast<std::uint32_t>(system.f_type);  // signed on some targets
+    in_memory_ = regular && (type == TMPFS_MAGIC || type == RAMFS_MAGIC);
     able_ = in_memory_ || S_ISFIFO(file.st_mode) || S_ISSOCK(file.st_mode);
 }
 

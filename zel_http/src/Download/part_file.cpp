@@ -86,14 +86,18 @@ PartFile::PartFile(const std::string& path, const std::string& url)
 }
 
 PartFile::~PartFile() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ < 0) return;
+    if (!resumable_) (void)unlink(part_.c_str());
+    close(descriptor_);
 }
 
 /// False when another download has renamed or removed the part between the opening and the lock.
 /// By then it may be somebody's whole file, which must not be touched.
 bool PartFile::openAndLock() {
     constexpr mode_t usual = 0666;  // less the umask
-    descriptor_ = open(part_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, usual);
+    constexpr mode_t own = 0600;    // until it has the permissions of the file that it replaces
+    const mode_t mode = access(path_.c_str(), F_OK) == 0 ? own : usual;
+    descriptor_ = open(part_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, mode);
     if (descriptor_ < 0) fail("open");
     if (flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
         const bool held = errno == EWOULDBLOCK;
@@ -134,6 +138,7 @@ Resumable PartFile::load() {
     if (ftruncate(descriptor_, static_cast<off_t>(size)) != 0) fail("truncate");
     if (lseek(descriptor_, 0, SEEK_END) < 0) fail("seek");
     version->offset = size;
+    resumable_ = true;
     return *version;
 }
 
@@ -152,6 +157,7 @@ void PartFile::read(std::uint64_t size, const std::function<void(const char*, st
 }
 
 void PartFile::drop() {
+    resumable_ = false;
     // After a power cut, too, the state is gone before the bytes are, and both before new ones.
     if (unlink(state_.c_str()) == 0) {
         syncDirectory();
@@ -181,6 +187,7 @@ void PartFile::mark(const Resumable& version) {
         fail("write the state of");
     }
     close(state);
+    resumable_ = true;
 }
 
 void PartFile::append(const char* data, std::size_t size) {
@@ -193,11 +200,23 @@ void PartFile::append(const char* data, std::size_t size) {
 }
 
 void PartFile::publish() {
+    takeOver();
     if (fsync(descriptor_) != 0) fail("sync");
     if (rename(part_.c_str(), path_.c_str()) != 0) fail("rename");
+    resumable_ = true;  // nothing is left to delete
     // A state without a part vouches for nothing.
     (void)unlink(state_.c_str());
     syncDirectory();
+}
+
+/// Permissions and owner of the file that is replaced. The owner first, which clears some
+/// permissions; only root may give files away.
+void PartFile::takeOver() {
+    constexpr mode_t permissions = 0777;
+    struct stat former {};
+    if (lstat(path_.c_str(), &former) != 0 || !S_ISREG(former.st_mode)) return;
+    if (fchown(descriptor_, former.st_uid, former.st_gid) != 0 && errno != EPERM) fail("own");
+    if (fchmod(descriptor_, former.st_mode & permissions) != 0) fail("change the mode of");
 }
 
 void PartFile::remove() {

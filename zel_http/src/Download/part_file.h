@@ -16,6 +16,7 @@ class PartFile {
 public:
     /// Opens or creates the part, and locks it. Keeps what is there.
     PartFile(const std::string& path, const std::string& url);
+    /// Deletes a part that no later download could resume.
     ~PartFile();
     PartFile(const PartFile&) = delete;
     PartFile& operator=(const PartFile&) = delete;
@@ -37,6 +38,7 @@ public:
 
 private:
     bool openAndLock();
+    void takeOver();
     void syncDirectory();
     [[noreturn]] void fail(const char* action) const;
 
@@ -45,6 +47,7 @@ private:
     const std::string state_;
     const std::string url_;
     int descriptor_ = -1;
+    bool resumable_ = false;
 };
 
 }  // namespace zel::http

@@ -30,7 +30,11 @@ public:
         : Sink(config.sha256),
           part_(file.path, config.request.url),
           eager_writer_(part_.descriptor()) {
-        have_ = part_.load();
+        if (file.resumes) {
+            have_ = part_.load();
+        } else {
+            part_.drop();
+        }
         if (config.sha256.empty()) return;
         part_.read(have_.offset, [&](const char* data, std::size_t size) {
             go_on();

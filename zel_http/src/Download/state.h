@@ -27,6 +27,7 @@ struct TransferEnd {
     Kind kind = Kind::Gone;
     Failure failure = Failure::ProtocolFailure;
     std::string text;
+    TransferFacts facts;
 };
 
 /// What the handle, the worker, the transfers and the posted tasks of one download share.

@@ -12,7 +12,6 @@ namespace zel::http {
 
 Transfer::Transfer(std::shared_ptr<DownloadState> state, unsigned number, const Resumable& have)
     : Request(state->config.request), state_(std::move(state)), number_(number) {
-    setKeepsFacts(false);
     config.max_download_size = -1;  // 32 bits are too few; the worker counts
     config.headers.erase("Range");
     config.headers.erase("If-Range");
@@ -80,12 +79,13 @@ void Transfer::notifyDataReceived(const char* data, unsigned length) {
     if (full) adjust();
 }
 
-void Transfer::notifyDataEnd() { tellEnd({TransferEnd::Kind::Complete, {}, {}}); }
+void Transfer::notifyDataEnd() { tellEnd({TransferEnd::Kind::Complete, {}, {}, facts()}); }
 
 void Transfer::notifyFailure(Failure failure, const char* text) {
     const bool answered =
         failure == Failure::HttpErrorCode || failure == Failure::AuthenticationFailure;
-    tellEnd({answered ? TransferEnd::Kind::Complete : TransferEnd::Kind::Failed, failure, text});
+    tellEnd({answered ? TransferEnd::Kind::Complete : TransferEnd::Kind::Failed, failure, text,
+             facts()});
 }
 
 void Transfer::tellEnd(TransferEnd end) {

@@ -44,7 +44,7 @@ DownloadWorker::DownloadWorker(std::shared_ptr<DownloadState> state)
 void DownloadWorker::run() {
     try {
         download();
-        const DownloadResult result{std::move(head_), sink_->have().offset, retries_};
+        const DownloadResult result{std::move(head_), sink_->have().offset, retries_, takeFacts()};
         sink_.reset();
         state_->postOutcome([result](const auto& callbacks) { callbacks.on_complete(result); });
     } catch (const Cancelled&) {
@@ -56,11 +56,16 @@ void DownloadWorker::run() {
     }
 }
 
+TransferFacts DownloadWorker::takeFacts() {
+    const std::lock_guard lock(state_->mutex);
+    return state_->end ? std::move(state_->end->facts) : TransferFacts();
+}
+
 /// Closes the sink before the outcome is told: the host may start the next download then.
 void DownloadWorker::fail(const Fault& fault) {
     dropTransfer();
     const DownloadError error{fault.failure, head_.status, sink_ ? sink_->have().offset : 0,
-                              fault.what()};
+                              fault.what(), std::move(facts_)};
     sink_.reset();
     state_->logger.debug(1, "download failed: %s", logging::arguments(error.message));
     state_->postOutcome([error](const auto& callbacks) { callbacks.on_error(error); });
@@ -113,6 +118,7 @@ void DownloadWorker::startTransfer() {
     meter_.restart(sink_->have().offset);
     last_byte_ = Clock::now();
     head_ = {};
+    facts_ = {};
     const auto transfer = std::make_shared<Transfer>(state_, state_->current, sink_->have());
     state_->set([&] { state_->transfer = transfer; });
     transfer->runRequest();
@@ -126,6 +132,7 @@ void DownloadWorker::dropTransfer() {
         former = state_->transfer.lock();
         state_->transfer.reset();
         ++state_->current;
+        if (state_->end) facts_ = std::move(state_->end->facts);
         state_->head.reset();
         state_->end.reset();
         state_->blocks.drop();

@@ -47,6 +47,7 @@ private:
     void delayRetry(const Fault& fault);
     bool mayRetry(const Fault& fault) const;
     void fail(const Fault& fault);
+    TransferFacts takeFacts();
 
     // worker_body.cpp: one response.
     void awaitHead();
@@ -82,6 +83,7 @@ private:
     std::unique_ptr<Sink> sink_;
     ProgressMeter meter_;
     DownloadHead head_;
+    TransferFacts facts_;  // of the last try that was dropped
     unsigned retries_ = 0;
     unsigned starts_over_ = 0;
     Clock::time_point last_byte_{};

@@ -17,6 +17,9 @@ constexpr std::array<std::string_view, 7> failure_names = {"<Invalid URL>",
                                                            "<Authentication failure>",
                                                            "<Failed to establish connection>",
                                                            "<Error code in HTTP Response>"};
+constexpr std::array<std::string_view, 10> download_failure_names = {
+    "<Status>",     "<Refused>", "<Changed>", "<Too large>",   "<Stalled>",
+    "<Time limit>", "<Checksum>", "<Cannot write>", "<Busy>", "<No engine>"};
 constexpr std::size_t client_failure_count = 6;  // not the last: callers get it as a response
 
 template <typename Enumeration, std::size_t N>
@@ -41,6 +44,12 @@ std::string_view nameOf(Failure failure) { return lookUp(failure_names, failure)
 std::string_view nameOf(ClientFailure failure) {
     return lookUp(failure_names, failure, client_failure_count);
 }
+std::string_view nameOf(DownloadFailure failure) {
+    // The first values are those of `ClientFailure`.
+    const auto index = static_cast<std::size_t>(failure);
+    if (index < client_failure_count) return failure_names[index];
+    return lookUp(download_failure_names, index - client_failure_count);
+}
 
 std::ostream& operator<<(std::ostream& stream, const Method& method) {
     return write(stream, method);
@@ -52,6 +61,9 @@ std::ostream& operator<<(std::ostream& stream, const Failure& failure) {
     return write(stream, failure);
 }
 std::ostream& operator<<(std::ostream& stream, const ClientFailure& failure) {
+    return write(stream, failure);
+}
+std::ostream& operator<<(std::ostream& stream, const DownloadFailure& failure) {
     return write(stream, failure);
 }
 
