@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include <curl/curl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -92,8 +93,20 @@ std::string fileFor(const std::string& url, const std::string& directory) {
     return directory + '/' + name;
 }
 
+/// Whether the one body can go to standard output as it comes. A terminal is to show no binary
+/// bodies, and several bodies come in any order.
+bool streams(const Options& options, const CommandLine& command_line) {
+    return options.urls.size() == 1 && command_line.repeat == 1 && !command_line.show_headers &&
+           !command_line.json && isatty(STDOUT_FILENO) == 0;
+}
+
 void chooseFiles(const Options& options, CommandLine& command_line) {
-    if (!options.output && options.output_directory.empty()) return;
+    command_line.continues = !options.continue_at.empty();
+    if (!options.output && options.output_directory.empty()) {
+        if (command_line.continues) refuse("-C: goes with -o and -O");
+        if (streams(options, command_line)) command_line.files = {"-"};
+        return;
+    }
     if (command_line.repeat > 1) refuse("--repeat: drops the bodies, so -o and -O have no use");
     if (options.output) {
         if (options.output->empty()) refuse("-o: the file has no name");
@@ -148,6 +161,7 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
                              command_line.proxy_password);
         }
         chooseFiles(options, command_line);
+        command_line.show_progress = !command_line.files.empty() && !command_line.quiet;
         for (const auto& url : options.urls) {
             command_line.requests.push_back(config);
             command_line.requests.back().url = url;

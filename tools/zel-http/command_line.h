@@ -12,8 +12,11 @@ namespace tool {
 /// The parsed command line. Without `requests` the tool runs its demonstration.
 struct CommandLine {
     std::vector<zel::http::RequestConfig> requests;
-    /// The file for the body of each request, in the same order; empty: bodies are printed.
+    /// The file for the body of each request, in the same order, "-" for standard output. Empty:
+    /// bodies are held in memory, and printed when they are whole.
     std::vector<std::string> files;
+    /// Of what an interrupted download has left, only the rest is fetched.
+    bool continues = false;
     /// How often each request is performed, and how many run at a time.
     std::size_t repeat = 1;
     std::size_t parallel = 1;
@@ -22,8 +25,8 @@ struct CommandLine {
     bool json = false;
     /// Report failures only.
     bool quiet = false;
+    bool show_progress = false;
     int log_level = 0;
-    zel::http::LogFilter log_filter;
     /// The proxy for all requests; empty for none.
     std::string proxy;
     std::string proxy_user;

@@ -14,20 +14,22 @@
 #include <system_error>
 #include <utility>
 
-#include "download.h"
+#include "exchange.h"
+#include "logging/logger.h"
 #include "outcome.h"
+#include "output.h"
 #include "progress.h"
 #include "report.h"
 #include "session.h"
 #include "text.h"
+#include "zel_http/download.h"
 
 namespace tool {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using zel::http::Client;
-using zel::http::ErrorData;
-using zel::http::ResponseData;
+using zel::http::DownloadFailure;
+using zel::http::DownloadHead;
 
 class Fetch {
 public:
@@ -39,14 +41,13 @@ public:
           timer_(session_.loop()) {}
 
     int run() {
-        // Otherwise SIGPIPE would end the process when the reader of its output closes, and part
-        // files would be left behind.
+        // A reader that closes its pipe is a failure to tell, not the end of the process.
         if (!command_line_.files.empty()) static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
         const auto begun = Clock::now();
         for (Slot& slot : slots_) startNext(slot);
-        if (!command_line_.files.empty() && !command_line_.quiet) showProgress();
+        if (command_line_.show_progress) showProgress();
         const int status = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
@@ -55,13 +56,14 @@ public:
     }
 
 private:
+    /// One request at a time: an exchange, or a download where the body goes to a file.
     struct Slot {
         Outcome outcome;
-        Recording recording;
         Clock::time_point begun;
-        /// While a request runs, one of them is set: `download` when the body goes to a file.
-        Client::RequestId id = Client::NoRequestId;
-        std::shared_ptr<Download> download;
+        std::shared_ptr<Exchange> exchange;
+        std::unique_ptr<Output> output;
+        zel::http::Download download;  // goes before the output that it writes to
+        Amount amount;
     };
 
     void startNext(Slot& slot) {
@@ -69,66 +71,106 @@ private:
         const std::size_t index = started_++ % command_line_.requests.size();
         slot.outcome = {};
         slot.outcome.request = &command_line_.requests[index];
-        slot.recording.timings = {};
         slot.begun = Clock::now();
         if (command_line_.files.empty()) {
-            startInMemory(slot);
+            startExchange(slot);
         } else {
             slot.outcome.file = command_line_.files[index];
             startDownload(slot);
         }
     }
 
-    /// The client keeps the body in memory and delivers the response when it is complete.
-    void startInMemory(Slot& slot) {
-        record(slot.recording);
-        slot.id = session_.client().start_request(
-            *slot.outcome.request, command_line_.log_filter,
-            [this, &slot](Client::RequestId, const ResponseData& response) {
-                slot.outcome.status = response.status;
-                slot.outcome.headers = response.headers;
-                slot.outcome.body_size = response.body.size();
-                if (command_line_.repeat == 1) slot.outcome.body = response.body;
-                finish(slot);
-            },
-            [this, &slot](Client::RequestId, const ErrorData& error) {
-                slot.outcome.failure = nameOf(error.failure);
-                slot.outcome.message = error.message;
-                finish(slot);
-            });
+    void startExchange(Slot& slot) {
+        slot.exchange = std::make_shared<Exchange>(*slot.outcome.request, command_line_.repeat == 1,
+                                                   [this, &slot] { finishExchange(slot); });
+        slot.exchange->start();
+    }
+
+    void finishExchange(Slot& slot) {
+        const auto exchange = std::exchange(slot.exchange, nullptr);
+        Outcome& outcome = slot.outcome;
+        outcome.status = exchange->status();
+        outcome.failure = exchange->failure();
+        outcome.message = exchange->message();
+        outcome.status_line = exchange->statusLine();
+        outcome.fields = exchange->fields();
+        outcome.body = std::move(exchange->body());
+        outcome.body_size = exchange->bodySize();
+        outcome.timings = timingsOf(exchange->facts());
+        finish(slot);
     }
 
     void startDownload(Slot& slot) {
         try {
-            slot.download = std::make_shared<Download>(*slot.outcome.request, slot.outcome.file,
-                                                       session_.executor(),
-                                                       [this, &slot] { finishDownload(slot); });
+            slot.output = std::make_unique<Output>(slot.outcome.file, command_line_.continues);
+            slot.download =
+                zel::http::startDownload(session_.executor(), logging::getLogger("zel-http"),
+                                         describe(slot), callbacksFor(slot));
         } catch (const std::system_error& error) {
-            slot.outcome.failure = "cannot write " + slot.outcome.file;
-            slot.outcome.message = error.code().message();
+            slot.outcome.failure = nameOf(DownloadFailure::Sink);
+            slot.outcome.message = slot.outcome.file + ": " + error.code().message();
             session_.executor().post([this, &slot] { finish(slot); }, 0);
-            return;
         }
-        record(slot.recording);
-        slot.download->start();
     }
 
-    void finishDownload(Slot& slot) {
-        const auto download = std::exchange(slot.download, nullptr);
-        slot.outcome.status = download->status();
-        slot.outcome.failure = download->failure();
-        slot.outcome.message = download->message();
-        slot.outcome.headers = download->headers();
-        slot.outcome.body_size = download->written();
-        written_ += download->written();
+    zel::http::DownloadConfig describe(const Slot& slot) const {
+        zel::http::DownloadConfig config;
+        config.request = *slot.outcome.request;
+        config.sink = slot.output->sink();
+        config.limits.stall = {};
+        const auto most = config.request.max_download_size;
+        if (most > 0) config.limits.size = static_cast<std::uint64_t>(most);
+        config.retry.most_retries = 0;
+        config.any_status = true;  // `takesBody` decides
+        config.progress_interval = progress_.interval();
+        return config;
+    }
+
+    zel::http::DownloadCallbacks callbacksFor(Slot& slot) {
+        zel::http::DownloadCallbacks callbacks;
+        callbacks.on_head = [&slot](const DownloadHead& head) { return takesBody(slot, head); };
+        callbacks.on_progress = [&slot](const zel::http::DownloadProgress& progress) {
+            slot.amount = {progress.bytes, progress.total.value_or(0)};
+        };
+        callbacks.on_complete = [this, &slot](const zel::http::DownloadResult& result) {
+            finishDownload(slot, result.bytes, result.facts);
+        };
+        callbacks.on_error = [this, &slot](const zel::http::DownloadError& error) {
+            const bool answered = error.failure == DownloadFailure::Refused ||
+                                  error.failure == DownloadFailure::Status ||
+                                  error.failure == DownloadFailure::AuthenticationFailure;
+            if (!answered) {
+                slot.outcome.failure = nameOf(error.failure);
+                slot.outcome.message = error.message;
+            }
+            slot.outcome.status = error.status;
+            finishDownload(slot, error.bytes, error.facts);
+        };
+        return callbacks;
+    }
+
+    /// A file is not replaced by the text of an error.
+    static bool takesBody(Slot& slot, const DownloadHead& head) {
+        constexpr unsigned first_error = 400;
+        slot.outcome.status = head.status;
+        slot.outcome.fields.assign(head.headers.begin(), head.headers.end());
+        slot.amount = {head.offset, head.total.value_or(0)};
+        return slot.outcome.file == "-" || head.status < first_error;
+    }
+
+    void finishDownload(Slot& slot, std::uint64_t bytes, const zel::http::TransferFacts& facts) {
+        slot.download = {};
+        slot.output.reset();
+        slot.amount = {};
+        slot.outcome.body_size = bytes;
+        slot.outcome.timings = timingsOf(facts);
+        written_ += bytes;
         finish(slot);
     }
 
     void finish(Slot& slot) {
-        slot.id = Client::NoRequestId;
         const std::chrono::duration<double, std::milli> took = Clock::now() - slot.begun;
         slot.outcome.milliseconds = took.count();
-        slot.outcome.timings = slot.recording.timings;
         progress_.clear();
         report_.add(slot.outcome);
         if (++finished_ == total_) {
@@ -141,8 +183,8 @@ private:
     void interrupt() {
         progress_.clear();
         for (Slot& slot : slots_) {
-            if (slot.id != Client::NoRequestId) session_.client().cancel_request(slot.id);
-            if (slot.download != nullptr) slot.download->cancel();
+            if (slot.exchange != nullptr) slot.exchange->cancel();
+            slot.download.cancel();
         }
         std::cerr << "zel-http: interrupted, " << total_ - finished_ << " cancelled\n";
     }
@@ -162,10 +204,10 @@ private:
         Amount amount{written_, written_};
         bool known = started_ == total_;
         for (const Slot& slot : slots_) {
-            if (slot.download == nullptr) continue;
-            amount.written += slot.download->written();
-            amount.total += slot.download->total();
-            known = known && slot.download->total() != 0;
+            if (slot.output == nullptr) continue;
+            amount.written += slot.amount.written;
+            amount.total += slot.amount.total;
+            known = known && slot.amount.total != 0;
         }
         if (!known) amount.total = 0;
         return amount;
@@ -179,9 +221,8 @@ private:
     std::size_t finished_ = 0;
     /// Bytes of the downloads that have ended.
     std::uint64_t written_ = 0;
-    /// Declared before `session_`, to be destroyed after its engine, which writes their timings.
-    std::deque<Slot> slots_;
     Session session_;
+    std::deque<Slot> slots_;
     boost::asio::steady_timer timer_;
 };
 

@@ -45,7 +45,11 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
     if (!outcome.failure.empty()) {
         json["error"] = {{"failure", outcome.failure}, {"message", outcome.message}};
     }
-    if (!outcome.headers.empty() && with_body) json["headers"] = outcome.headers;
+    if (with_body) {
+        for (const auto& [name, value] : outcome.fields) {
+            json["headers"].push_back({{"name", name}, {"value", value}});
+        }
+    }
     json["body_bytes"] = outcome.body_size;
     if (!outcome.file.empty()) {
         if (!outcome.failed()) json["file"] = outcome.file;

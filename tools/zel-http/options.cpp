@@ -9,20 +9,12 @@
 namespace tool {
 namespace {
 
-using zel::http::LogFilter;
 using zel::http::Method;
 using zel::http::RequestConfig;
 
 constexpr double longest_timeout = 1e9;  // seconds; about 32 years
 constexpr std::size_t most_repeats = 1'000'000;
 constexpr std::size_t most_parallel = 10'000;
-
-const std::map<std::string, LogFilter::Payload> payloads = {
-    {"none", LogFilter::None},
-    {"errors", LogFilter::Verbose},
-    {"requests", LogFilter::RequestBodies},
-    {"all", LogFilter::Full},
-};
 
 constexpr const char* description =
     "Performs HTTP and HTTPS requests through libzel_http and prints each answer. Without a\n"
@@ -44,15 +36,16 @@ constexpr const char* footer =
     "        for scripts\n"
     "  zel-http --ca-file root.pem --cert device.pem --key device.key URL\n"
     "        mutual TLS\n"
-    "  zel-http -v 1 --log-bodies errors URL\n"
-    "        what the library logs, bodies only of failures\n"
+    "  zel-http -v 6 URL\n"
+    "        what the library logs\n"
     "\n"
     "Exit status: 0 all answered with a status below 400, 1 an error or a status from 400 on,\n"
     "2 a bad command line, 130 interrupted, 143 after SIGTERM, 129 after SIGHUP.\n"
     "\n"
-    "A file appears when its body is whole; until then there is a FILE.*.part beside it. A file\n"
-    "that is replaced keeps its permissions, owner and links. Binary bodies go to a terminal\n"
-    "with -o - only.\n"
+    "A file appears when its body is whole; until then FILE.part is beside it. It stays after an\n"
+    "interruption where the server tells versions apart, and -C - continues it. A file that is\n"
+    "replaced keeps its permissions and, where you may set it, its owner, but no hard links.\n"
+    "Binary bodies go to a terminal with -o - only.\n"
     "\n"
     "http_proxy, https_proxy and no_proxy of the environment apply, SSL_CERT_FILE, and NO_COLOR\n"
     "to -v.";
@@ -84,7 +77,7 @@ void declareRequest(CLI::App& app, Options& options, RequestConfig& config, Comm
         ->check(CLI::Range(0.0, longest_timeout))
         ->option_text("SECONDS");
     app.add_option("--max-size", config.max_download_size, "The most body bytes accepted")
-        ->check(CLI::Range(0, std::numeric_limits<std::int32_t>::max()))
+        ->check(CLI::Range(1, std::numeric_limits<std::int32_t>::max()))
         ->option_text("BYTES");
     app.add_flag("--reset-state", config.reset_state,
                  "Start clean: no cookies, connection or name look-up of before");
@@ -120,6 +113,10 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
         ->check(CLI::ExistingDirectory)
         ->excludes(file)
         ->option_text("PATH");
+    app.add_option("-C,--continue-at", options.continue_at,
+                   "With - goes on with what an interrupted download to the same file has left")
+        ->check(CLI::IsMember({"-"}))
+        ->option_text("-");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");
     app.add_flag("-q,--quiet", line.quiet, "Report failures only, and no progress");
@@ -140,15 +137,10 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
 
 void declareLog(CLI::App& app, CommandLine& line) {
     app.option_defaults()->group("Log");
-    app.add_option(
-           "-v,--verbose", line.log_level,
-           "Log to standard error, from 1 (summaries) to 9; of downloads the engine's lines")
+    app.add_option("-v,--verbose", line.log_level,
+                   "Log what the library does to standard error, from 1 (summaries) to 9")
         ->check(CLI::Range(0, 9))
         ->option_text("LEVEL");
-    app.add_option("--log-bodies", line.log_filter.payload,
-                   "Which bodies -v shows; with none it shows nothing else of a request either")
-        ->transform(CLI::CheckedTransformer(payloads).description(""))
-        ->option_text(choices(payloads));
 }
 
 }  // namespace

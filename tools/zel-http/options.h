@@ -27,6 +27,7 @@ struct Options {
     std::string proxy_credentials;
     std::optional<std::string> output;
     std::string output_directory;
+    std::string continue_at;
     std::size_t parallel = 0;  // 0: one for each URL
     std::string completion;
     bool manual = false;

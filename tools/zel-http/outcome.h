@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "exchange.h"
 #include "timings.h"
 #include "zel_http/records.h"
 
@@ -13,14 +14,15 @@ namespace tool {
 /// What became of one request.
 struct Outcome {
     const zel::http::RequestConfig* request = nullptr;
-    /// Where the body went; empty when it is in `body`.
+    /// Where the body went, "-" for standard output; empty when it is in `body`.
     std::string file;
     /// 0 without an answer.
     unsigned status = 0;
     /// Why there is no answer, or no whole one: the failure's name and what is known beside it.
     std::string failure;
     std::string message;
-    zel::http::HeaderMap headers;
+    std::string status_line;
+    Fields fields;
     std::string body;
     std::uint64_t body_size = 0;
     Timings timings;

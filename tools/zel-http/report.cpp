@@ -18,12 +18,15 @@ std::string outcomeText(const Outcome& outcome) {
                            : outcome.failure;
     if (!outcome.message.empty()) text += " (" + outcome.message + ')';
     text += fmt::format("  {:.1f} ms  {}", outcome.milliseconds, outcome.request->url);
-    if (outcome.file.empty()) return text;
+    if (outcome.file.empty() || outcome.file == "-") return text;
     return text + (outcome.failed() ? "  not saved" : "  -> " + outcome.file);
 }
 
-std::string timingsText(const Timings& timings) {
-    if (timings.remote.empty()) return "     no connection";
+std::string timingsText(const Outcome& outcome) {
+    const Timings& timings = outcome.timings;
+    if (timings.remote.empty()) {
+        return outcome.status == 0 ? "     no connection" : "     not timed: ended at the head";
+    }
     return fmt::format(
         "     look-up {:.1f}, connect {:.1f}, TLS {:.1f}, wait {:.1f}, receive {:.1f} ms; {} "
         "connection to {}{}{}",
@@ -46,14 +49,15 @@ void Report::add(const Outcome& outcome) {
     checkOutput();
     if (repeated || command_line_.json) return;
     if (outcome.failed() || !command_line_.quiet) std::cerr << outcomeText(outcome) << '\n';
-    if (command_line_.show_timings) std::cerr << timingsText(outcome.timings) << '\n';
+    if (command_line_.show_timings) std::cerr << timingsText(outcome) << '\n';
 }
 
 void Report::printAnswer(const Outcome& outcome) {
     if (command_line_.show_headers && outcome.status != 0) {
-        std::cout << "HTTP " << outcome.status << '\n';
-        for (const auto& [name, value] : outcome.headers)
+        std::cout << outcome.status_line << '\n';
+        for (const auto& [name, value] : outcome.fields) {
             std::cout << name << ": " << value << '\n';
+        }
         std::cout << '\n';
     }
     if (isatty(STDOUT_FILENO) == 1 && isBinary(outcome.body)) {

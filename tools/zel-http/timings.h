@@ -1,8 +1,8 @@
 #pragma once
 
-#include <curl/curl.h>
-
 #include <string>
+
+#include "zel_http/transfer_facts.h"
 
 namespace tool {
 
@@ -23,15 +23,6 @@ struct Timings {
     bool new_connection = false;
 };
 
-/// Receives the timings of transfers that run one after the other.
-struct Recording {
-    Timings timings;
-    CURL* easy = nullptr;
-};
-
-/// Lets the next request that is handed to the engine write its timings to `recording` until it
-/// ends. One thread calls this, directly before it starts the request. `recording` outlives the
-/// engine; its timings are final when the outcome arrives, and nobody reads them before.
-void record(Recording& recording);
+Timings timingsOf(const zel::http::TransferFacts& facts);
 
 }  // namespace tool

@@ -220,6 +220,7 @@ void PartFile::takeOver() {
 }
 
 void PartFile::remove() {
+    resumable_ = true;  // nothing is left to delete
     (void)unlink(state_.c_str());
     (void)unlink(part_.c_str());
 }

@@ -1,0 +1,73 @@
+#include "exchange.h"
+
+#include <stdexcept>
+#include <string_view>
+
+#include "text.h"
+
+namespace tool {
+namespace {
+
+std::string trimmed(std::string_view text) {
+    const auto begin = text.find_first_not_of(" \t\r\n");
+    const auto end = text.find_last_not_of(" \t\r\n");
+    return begin == std::string_view::npos ? "" : std::string(text.substr(begin, end - begin + 1));
+}
+
+}  // namespace
+
+Exchange::Exchange(const zel::http::RequestConfig& config, bool keeps_body,
+                   std::function<void()> done)
+    : Request(config), keeps_body_(keeps_body), done_(std::move(done)) {}
+
+void Exchange::cancel() {
+    done_ = nullptr;
+    tryToCancelRequest();
+}
+
+bool Exchange::tooLarge() const {
+    return config.max_download_size >= 0 &&
+           body_size_ > static_cast<std::uint64_t>(config.max_download_size);
+}
+
+void Exchange::notifyDataReceived(const char* data, unsigned length) {
+    body_size_ += length;
+    if (tooLarge()) throw std::runtime_error("larger than --max-size");
+    if (keeps_body_) body_.append(data, length);
+}
+
+void Exchange::notifyHeader(const char* line, unsigned length) {
+    const std::string_view text(line, length);
+    if (text.substr(0, 5) == "HTTP/") {
+        status_line_ = trimmed(text);
+        fields_.clear();
+        head_ended_ = false;
+    } else if (const auto colon = text.find(':'); !head_ended_ && colon != text.npos) {
+        fields_.emplace_back(text.substr(0, colon), trimmed(text.substr(colon + 1)));
+    } else {
+        head_ended_ = true;  // trailers follow the body
+    }
+}
+
+void Exchange::notifyDataEnd() {
+    status_ = getResponseCode();
+    finish();
+}
+
+void Exchange::notifyFailure(zel::http::Failure failure, const char* text) {
+    using zel::http::Failure;
+    status_ = getResponseCode();
+    const bool answered = status_ != 0 && (failure == Failure::HttpErrorCode ||
+                                           failure == Failure::AuthenticationFailure);
+    if (!answered) {
+        failure_ = nameOf(failure);
+        message_ = tooLarge() ? "larger than --max-size" : text;
+    }
+    finish();
+}
+
+void Exchange::finish() {
+    if (const auto done = std::exchange(done_, nullptr)) done();
+}
+
+}  // namespace tool

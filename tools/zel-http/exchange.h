@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "zel_http/request.h"
+
+namespace tool {
+
+/// Names and values of header fields, in the order of the message.
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+/// A request whose answer is held in memory. The FSM context is the loop's thread.
+class Exchange final : public zel::http::Request {
+public:
+    /// `done` is called once on the loop's thread, unless the exchange is cancelled. Without
+    /// `keeps_body` the body is counted and dropped.
+    Exchange(const zel::http::RequestConfig& config, bool keeps_body, std::function<void()> done);
+
+    // Loop's thread. The results are there once `done` is called.
+    void start() override { runRequest(); }
+    void cancel();
+    /// The status; 0 without an answer.
+    unsigned status() const { return status_; }
+    /// Of the final response.
+    const std::string& statusLine() const { return status_line_; }
+    const Fields& fields() const { return fields_; }
+    std::string& body() { return body_; }
+    std::uint64_t bodySize() const { return body_size_; }
+    /// The failure's name and text; empty when there is a whole answer, whatever its status.
+    const std::string& failure() const { return failure_; }
+    const std::string& message() const { return message_; }
+
+    // Engine thread.
+    void notifyDataReceived(const char* data, unsigned length) override;
+    void notifyHeader(const char* line, unsigned length) override;
+
+    // Loop's thread.
+    void notifyDataEnd() override;
+    void notifyFailure(zel::http::Failure failure, const char* text) override;
+
+private:
+    bool tooLarge() const;
+    void finish();
+
+    const bool keeps_body_;
+    std::function<void()> done_;
+    unsigned status_ = 0;
+    std::string failure_;
+    std::string message_;
+    // The engine thread writes these until the outcome.
+    std::string status_line_;
+    Fields fields_;
+    bool head_ended_ = false;
+    std::string body_;
+    std::uint64_t body_size_ = 0;
+};
+
+}  // namespace tool

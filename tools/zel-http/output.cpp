@@ -1,0 +1,54 @@
+#include "output.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+int check(int result) {
+    if (result < 0) throw std::system_error(errno, std::generic_category());
+    return result;
+}
+
+/// Follows symbolic links to their end, which need not exist.
+fs::path behindLinks(fs::path path) {
+    if (fs::exists(path)) return fs::canonical(path);  // throws for links in a circle
+    while (fs::is_symlink(path)) path = path.parent_path() / fs::read_symlink(path);
+    return path;
+}
+
+}  // namespace
+
+Output::Output(const std::string& path, bool continues) {
+    if (path == "-") {
+        sink_ = zel::http::DescriptorSink{STDOUT_FILENO};
+        return;
+    }
+    struct stat old {};
+    const bool exists = stat(path.c_str(), &old) == 0;
+    if (exists && !S_ISREG(old.st_mode)) {
+        descriptor_ = check(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        sink_ = zel::http::DescriptorSink{descriptor_};
+        return;
+    }
+    // Replacing it takes no such permission, but its owner does not expect that.
+    if (exists) check(access(path.c_str(), W_OK));
+    zel::http::FileSink file;
+    file.path = behindLinks(path).string();
+    file.resumes = continues;
+    sink_ = file;
+}
+
+Output::~Output() {
+    if (descriptor_ >= 0) close(descriptor_);
+}
+
+}  // namespace tool
