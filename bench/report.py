@@ -12,6 +12,7 @@ import matplotlib
 matplotlib.use("svg")
 import matplotlib.pyplot as plt  # noqa: E402  (the backend comes first)
 
+import downloads  # noqa: E402
 from works import CURVE, FLOOR, LIBRARY, PEERS, WORKS  # noqa: E402
 
 DOCS = pathlib.Path(__file__).resolve().parent.parent / "docs"
@@ -182,6 +183,68 @@ def machine_text(results):
         about["cpu"], about["cores"], about["kernel"], about["date"], results.about["rounds"], versions)
 
 
+class Downloads:
+    """Beside `curl`, which the ratios are to."""
+
+    def __init__(self):
+        with open(DATA / "downloads.jsonl") as lines:
+            self.rounds = json.loads(next(lines))["rounds"]
+            rows = [json.loads(line) for line in lines]
+        self.beside = [row for row in rows if "beside" in row]
+        self.runs = collections.defaultdict(dict)
+        for row in rows:
+            if "program" in row:
+                self.runs[row["transport"], row["sink"], row["program"]][row["round"]] = row
+
+    def ratio(self, transport, sink, program, key):
+        ours, curls = self.runs[transport, sink, program], self.runs[transport, sink, downloads.CURL]
+        ratios = [ours[number][key] / curls[number][key] for number in ours]
+        return statistics.median(ratios), min(ratios), max(ratios)
+
+    def peak(self, transport, sink, program):
+        return statistics.median(run["peak_kib"] / 1024 for run in self.runs[transport, sink, program].values())
+
+    def rows(self):
+        for (transport, sink, program) in self.runs:
+            if program != downloads.CURL:
+                yield transport, sink, program
+
+
+def downloads_table(results):
+    goals = {"http": ("≤ 0.80", "≤ 1.00"), "https": ("≤ 1.00", "≤ 1.05")}
+    rows = []
+    for transport, sink, program in results.rows():
+        goal = goals[transport]
+        rows.append(["%s, %s: %s" % (downloads.TRANSPORTS[transport], downloads.SINKS[sink], program),
+                     "**%s**" % ratio_text(results.ratio(transport, sink, program, "cpu_s")), goal[0],
+                     "**%s**" % ratio_text(results.ratio(transport, sink, program, "wall_s")), goal[1],
+                     "%.1f MiB (curl: %.1f)" % (results.peak(transport, sink, program),
+                                                results.peak(transport, sink, downloads.CURL))])
+    return table(["1 GiB, ÷ curl, median (least–most)", "CPU", "goal", "time", "goal", "peak"], rows)
+
+
+def beside_table(results):
+    rows = [[row["beside"], "{:,}".format(row["requests"]),
+             *(figure_text(row[key]) for key in ("p50_us", "p99_us", "most_us"))] for row in results.beside]
+    return table(["1 KiB GET beside", "requests", "p50", "p99", "longest"], rows)
+
+
+def plot_downloads(results):
+    figure, axes = plt.subplots(figsize=(8, 3.6))
+    cells = list(results.rows())
+    for key, label, colour, shift in (("cpu_s", "CPU", COLOURS[LIBRARY], -0.15), ("wall_s", "time", "#0e7490", 0.15)):
+        for row, cell in enumerate(cells):
+            median, least, most = results.ratio(*cell, key)
+            axes.errorbar(median, row + shift, xerr=[[median - least], [most - median]], fmt="o", color=colour,
+                          elinewidth=0.8, label=label if row == 0 else None)
+    axes.axvline(1, color=COLOURS[FLOOR], linewidth=1)
+    axes.set_yticks(range(len(cells)), ["%s, %s: %s" % cell for cell in cells])
+    axes.invert_yaxis()
+    axes.set(xlabel="÷ curl (median; least to most); left of the line is less than curl")
+    axes.legend(fontsize=8)
+    save(figure, "downloads.svg")
+
+
 def save(figure, name):
     figure.tight_layout()
     figure.savefig(DATA / name, metadata={"Date": None})
@@ -244,9 +307,12 @@ def main():
     plot_curve(results)
     plot_ratios(results)
     plot_latency(results)
+    fetched = Downloads()
+    plot_downloads(fetched)
     parts = {"machine": machine_text(results), "targets": targets_table(results), "gates": gates_table(),
              "cpu": cpu_table(results), "latency": latency_table(results), "memory": memory_table(results),
-             "cancel": cancel_table(results), "idle": idle_text(results)}
+             "cancel": cancel_table(results), "idle": idle_text(results),
+             "downloads": downloads_table(fetched), "beside": beside_table(fetched)}
     page = DOCS / "benchmarks.md"
     text = page.read_text()
     for name, part in parts.items():

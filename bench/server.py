@@ -10,7 +10,8 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 SYSTEM_BUNDLE = pathlib.Path("/etc/ssl/certs/ca-certificates.crt")
-FILES = {"1k": 1024, "256m": 256 * 1024 * 1024}
+BLOCK = 1024
+FILES = {"1k": 1024, "256m": 256 * 1024 * 1024}  # whole blocks
 
 
 def free_addresses(count):
@@ -40,14 +41,15 @@ def make_certificates(directory):
 class Server:
     """Its addresses: `plain`, `tls` (HTTP/1.1), `http2`, `resuming` (nginx) and `silent` (connects, never answers)."""
 
-    def __init__(self, directory, core):
+    def __init__(self, directory, core, sizes):
         self.directory = directory
         directory.chmod(0o755)  # nginx gives up root
         files = directory / "files"
         files.mkdir()
-        for name, size in FILES.items():
+        for name, size in sizes.items():
             with open(files / name, "wb") as file:
-                file.write(b"z" * size)
+                for _ in range(size // BLOCK):
+                    file.write(b"z" * BLOCK)
         make_certificates(directory)
         self.authority = str(directory / "authority.pem")
         self.bundle = str(directory / "bundle.pem")
@@ -90,10 +92,10 @@ class Server:
 
 
 @contextlib.contextmanager
-def running(core):
-    directory = pathlib.Path(tempfile.mkdtemp())
+def running(core, sizes=FILES, parent=None):
+    directory = pathlib.Path(tempfile.mkdtemp(dir=parent))
     try:
-        server = Server(directory, core)
+        server = Server(directory, core, sizes)
         try:
             yield server
         finally:

@@ -13,6 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int pipe_size = 1024 * 1024;  // what the system allows by default
+
 int check(int result) {
     if (result < 0) throw std::system_error(errno, std::generic_category());
     return result;
@@ -29,6 +31,8 @@ fs::path behindLinks(fs::path path) {
 
 Output::Output(const std::string& path, bool continues) {
     if (path == "-") {
+        // A pipe takes more at a time then. Anything else, or a system that refuses, is as good.
+        static_cast<void>(fcntl(STDOUT_FILENO, F_SETPIPE_SZ, pipe_size));
         sink_ = zel::http::DescriptorSink{STDOUT_FILENO};
         return;
     }
