@@ -85,6 +85,8 @@ void DownloadWorker::askHost() {
 void DownloadWorker::takeBody() {
     last_byte_ = Clock::now();
     Lock lock(state_->mutex);
+    // An eager sink is offered every byte first, and leaves little.
+    if (!sink_->eager()) state_->blocks.enlarge();
     while (awaitBlock(lock)) {
         std::string_view block = state_->blocks.take();
         const bool resumes = state_->held;

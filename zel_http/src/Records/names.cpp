@@ -18,8 +18,8 @@ constexpr std::array<std::string_view, 7> failure_names = {"<Invalid URL>",
                                                            "<Failed to establish connection>",
                                                            "<Error code in HTTP Response>"};
 constexpr std::array<std::string_view, 10> download_failure_names = {
-    "<Status>",     "<Refused>", "<Changed>", "<Too large>",   "<Stalled>",
-    "<Time limit>", "<Checksum>", "<Cannot write>", "<Busy>", "<No engine>"};
+    "<Status>",     "<Refused>",  "<Changed>",      "<Too large>", "<Stalled>",
+    "<Time limit>", "<Checksum>", "<Cannot write>", "<Busy>",      "<No engine>"};
 constexpr std::size_t client_failure_count = 6;  // not the last: callers get it as a response
 
 template <typename Enumeration, std::size_t N>
