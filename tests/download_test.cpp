@@ -303,6 +303,9 @@ TEST_P(End, IsTold) {
     const bool to_file = std::holds_alternative<FileSink>(config.sink);
     EXPECT_EQ(std::filesystem::exists(file), complete && to_file);
     EXPECT_FALSE(complete && leavesPart());
+    // A part that nothing can continue is of no use.
+    EXPECT_EQ(std::filesystem::exists(file + ".part"),
+              std::filesystem::exists(file + ".part.state"));
 }
 
 TEST_F(Downloads, HaveRoomForTheirFileAlone) {
