@@ -3,6 +3,9 @@
 #include <utility>  // Boost 1.74's awaitable.hpp misses it
 
 #include <boost/asio/co_spawn.hpp>
+#ifdef ZEL_HTTP_WITH_BOOST_COROUTINE
+#include <boost/asio/spawn.hpp>
+#endif
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/asio/use_future.hpp>
 #include <string>
@@ -56,6 +59,20 @@ TEST_F(Waiting, WithTokensOfAsio) {
     other.join();
     EXPECT_EQ(told.substr(0, told.find('>') + 1), "<Invalid URL>");
 }
+
+#ifdef ZEL_HTTP_WITH_BOOST_COROUTINE
+TEST_F(Waiting, OnStacksOfTheirOwn) {
+    const auto wait = [&](boost::asio::yield_context yield) {
+        told = textOf(get(origin("/hello"))(yield));
+    };
+#if BOOST_VERSION >= 108000
+    boost::asio::spawn(loop, wait, [](const std::exception_ptr&) {});
+#else
+    boost::asio::spawn(loop, wait);
+#endif
+    runUntil("the outcome", [&] { return told == "200 hello"; });
+}
+#endif
 
 #if BOOST_VERSION >= 107700
 TEST_F(Waiting, ACancelledOperationOfAsioEndsOnce) {
