@@ -11,6 +11,8 @@ namespace zel::http {
 struct TransferFacts {
     int curl_code = 0;           ///< libcurl's `CURLcode`; 0 for a transfer with any whole response
     std::string curl_text;       ///< libcurl's own words about a failure; may be empty
+    std::string url;             ///< of the last response; another than asked for after redirects
+    unsigned redirects = 0;      ///< that were followed
     std::string local_address;   ///< of the connection, without port; empty without one
     std::string remote_address;  ///< of the server or proxy; empty without a connection
     std::uint16_t local_port = 0;   ///< goes with `local_address`

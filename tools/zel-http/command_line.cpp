@@ -4,49 +4,62 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <chrono>
+#include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <set>
 #include <sstream>
+#include <stdexcept>
+#include <utility>
 
+#include "completion.h"
+#include "config_file.h"
+#include "curl_names.h"
+#include "form.h"
 #include "manual.h"
 #include "options.h"
 
 namespace tool {
 namespace {
 
-using zel::http::AuthMethod;
+using std::chrono::milliseconds;
 using zel::http::Method;
 using zel::http::RequestConfig;
 
 [[noreturn]] void refuse(const std::string& text) { throw CLI::ValidationError(text); }
 
-std::string readAll(std::istream& stream, const std::string& name) {
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (stream.bad()) refuse("-d: cannot read " + name);
-    return text;
+/// Runs `read`, and refuses what it throws in the name of an option.
+template <typename Read>
+auto reading(const char* option, Read read) {
+    try {
+        return read();
+    } catch (const CLI::Error&) {
+        throw;
+    } catch (const std::exception& error) {
+        refuse(std::string(option) + ": " + error.what());
+    }
 }
 
-std::string readBody(const std::string& data) {
-    if (data.empty() || data.front() != '@') return data;
-    const std::string path = data.substr(1);
-    if (path == "-") return readAll(std::cin, "standard input");
-    std::ifstream file(path, std::ios::binary);
-    if (!file) refuse("-d: cannot open " + path);
-    return readAll(file, path);
+milliseconds millisecondsOf(double seconds) {
+    return milliseconds(static_cast<std::int64_t>(std::ceil(seconds * 1000)));
 }
 
-void addHeader(const std::string& line, zel::http::HeaderMap& headers) {
-    const auto colon = line.find(':');
-    if (colon == 0 || colon == std::string::npos) refuse("-H: '" + line + "' is not 'Name: value'");
-    if (line.find_first_of("\r\n") != std::string::npos) refuse("-H: a header is one line");
-    const auto value = line.find_first_not_of(" \t", colon + 1);
-    headers.insert_or_assign(line.substr(0, colon),
-                             value == std::string::npos ? "" : line.substr(value));
+/// "100", "1.5k", "20M", "1G".
+std::uint64_t bytesOf(const char* option, const std::string& text) {
+    if (text.empty()) return 0;
+    std::size_t end = 0;
+    const double number = reading(option, [&] { return std::stod(text, &end); });
+    const std::string unit = text.substr(end);
+    const std::string units = "kmgt";
+    double factor = 1;
+    if (!unit.empty()) {
+        const auto power = units.find(static_cast<char>(std::tolower(unit[0])));
+        if (unit.size() > 1 || power == std::string::npos)
+            refuse(option + (": '" + text + "' is no size"));
+        factor = std::pow(1024, power + 1);
+    }
+    constexpr double most = 1e18;
+    if (!(number > 0) || number * factor > most) refuse(option + (": '" + text + "' is no size"));
+    return static_cast<std::uint64_t>(number * factor);
 }
 
 /// "user:password"; the password is empty without a colon.
@@ -58,72 +71,184 @@ void splitCredentials(const std::string& text, const char* option, std::string& 
     if (colon != std::string::npos) password = text.substr(colon + 1);
 }
 
-/// Sets the fields of `config` whose values are parsed, read from a file, or depend on several
-/// options.
-void complete(RequestConfig& config, const Options& options) {
-    config.method = options.data ? Method::POST : Method::GET;
-    if (!options.method.empty()) config.method = methodNames().at(options.method);
-    if (options.data) {
-        if (config.method == Method::GET || config.method == Method::DELETE) {
-            refuse("-d: a body goes with POST, PUT and PATCH only");
+bool names(const std::string& line, const std::string& field) {
+    const auto colon = line.find_first_of(":;");
+    return colon == field.size() && CLI::detail::to_lower(line.substr(0, colon)) == field;
+}
+
+/// The lines that libcurl gets. It adds what is not named here, such as Accept.
+void setHeaderLines(const Options& options, EasySettings& easy) {
+    for (const std::string& given : options.headers) {
+        std::istringstream lines(given.substr(0, 1) == "@"
+                                     ? reading("-H", [&] { return contentOf(given.substr(1)); })
+                                     : given);
+        if (given.substr(0, 1) != "@" && given.find_first_of("\r\n") != std::string::npos) {
+            refuse("-H: a header is one line");
         }
-        config.body = readBody(*options.data);
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            const auto colon = line.find_first_of(":;");
+            if (colon == 0 || colon == std::string::npos) {
+                refuse("-H: '" + line + "' is not 'Name: value'");
+            }
+            easy.header_lines.push_back(line);
+        }
     }
-    for (const auto& line : options.headers) addHeader(line, config.headers);
+    const auto has = [&](const std::string& field) {
+        return std::any_of(easy.header_lines.begin(), easy.header_lines.end(),
+                           [&](const auto& line) { return names(line, field); });
+    };
+    // Servers that do not know it cost a second.
+    if (!has("expect")) easy.header_lines.emplace_back("Expect:");
+    if (!options.referer.empty()) easy.header_lines.push_back("Referer: " + options.referer);
+}
+
+void setEasySettings(const Options& options, EasySettings& easy) {
+    setHeaderLines(options, easy);
+    easy.user_agent =
+        options.user_agent.empty() ? "zel-http/" ZEL_HTTP_VERSION : options.user_agent;
+    for (const std::string& cookie : options.cookies) {
+        if (cookie.find('=') == std::string::npos) {
+            easy.cookie_files.push_back(cookie);
+        } else {
+            easy.cookies += (easy.cookies.empty() ? "" : "; ") + cookie;
+        }
+    }
+    for (const std::string& part : easy.form) {
+        const std::string fault = faultOfFormPart(part);
+        if (!fault.empty()) refuse("-F: " + fault);
+    }
+    if (options.digest) easy.authentication = static_cast<long>(CURLAUTH_DIGEST);
+    if (options.any_authentication) easy.authentication = static_cast<long>(CURLAUTH_ANY);
+    if (options.http_1_1) easy.http_version = CURL_HTTP_VERSION_1_1;
+    if (options.ipv4) easy.ip_version = CURL_IPRESOLVE_V4;
+    if (options.ipv6) easy.ip_version = CURL_IPRESOLVE_V6;
+    easy.connect_timeout = millisecondsOf(options.connect_timeout);
+    easy.bytes_per_second = bytesOf("--limit-rate", options.rate);
+    easy.tells_conversation = options.verbose > 0;
+}
+
+/// Method and body, of which there is one kind.
+void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
+    EasySettings& easy = line.easy;
+    const bool posts = !options.data.empty() && !options.data_to_url;
+    const int bodies = int(posts) + int(!easy.form.empty()) + int(easy.upload_file.has_value());
+    if (bodies > 1) refuse("-d, -F and -T exclude each other");
+    if (bodies > 0 && easy.head) refuse("-I: goes without a body");
+    if (posts || !easy.form.empty()) config.method = Method::POST;
+    if (posts) config.body = reading("-d", [&] { return joined(options.data); });
+    if (!easy.upload_file) return;
+    config.method = Method::PUT;
+    if (*easy.upload_file != "-") return;
+    config.body = contentOf("-");
+    easy.upload_file.reset();
+}
+
+void complete(RequestConfig& config, const Options& options, CommandLine& line) {
+    config.headers.clear();
+    config.reset_state = line.resets_state;
+    setEasySettings(options, line.easy);
+    setBody(options, line, config);
     if (!options.credentials.empty()) {
         splitCredentials(options.credentials, "-u", config.user, config.password);
     }
-    if (config.own_cert.has_value() != config.own_pkey.has_value()) {
-        refuse("--cert and --key go together");
-    }
+    if (config.own_pkey && !config.own_cert) refuse("--key: goes with --cert");
+    if (config.own_cert && !config.own_pkey) config.own_pkey = config.own_cert;
     config.tls_verify = !options.insecure;
-    if (options.basic) config.auth_method = AuthMethod::BASIC;
-    config.timeout =
-        std::chrono::milliseconds(static_cast<std::int64_t>(std::ceil(options.timeout * 1000)));
+    config.timeout = millisecondsOf(options.timeout);
+    line.most_bytes = bytesOf("--max-filesize", options.most_bytes);
+    line.retry.delay = millisecondsOf(options.retry_delay);
 }
 
-/// The file that a URL's body goes to: the end of its path, below `directory`.
-std::string fileFor(const std::string& url, const std::string& directory) {
+/// The end of a URL's path, which names a file.
+std::string nameIn(const std::string& url, const char* option) {
     const auto host = url.find("://");
     const auto begin = url.find('/', host == std::string::npos ? 0 : host + 3);
     const std::string path =
         begin == std::string::npos ? "" : url.substr(begin, url.find_first_of("?#", begin) - begin);
     const std::string name = path.substr(path.rfind('/') + 1);
-    if (name.empty() || name == "." || name == "..") refuse("-O: " + url + " names no file");
-    return directory + '/' + name;
+    if (name.empty() || name == "." || name == "..") {
+        refuse(std::string(option) + ": " + url + " names no file");
+    }
+    return name;
 }
 
-/// Whether the one body can go to standard output as it comes. A terminal is to show no binary
-/// bodies, and several bodies come in any order.
-bool streams(const Options& options, const CommandLine& command_line) {
-    return options.urls.size() == 1 && command_line.repeat == 1 && !command_line.show_headers &&
-           !command_line.json && isatty(STDOUT_FILENO) == 0;
+std::string withDirectory(const std::string& directory, const std::string& file) {
+    return directory == "." || file[0] == '/' ? file : directory + '/' + file;
 }
 
-void chooseFiles(const Options& options, CommandLine& command_line) {
-    command_line.continues = !options.continue_at.empty();
-    if (!options.output && options.output_directory.empty()) {
-        if (command_line.continues) refuse("-C: goes with -o and -O");
-        if (streams(options, command_line)) command_line.files = {"-"};
-        return;
-    }
-    if (command_line.repeat > 1) refuse("--repeat: drops the bodies, so -o and -O have no use");
-    if (options.output) {
-        if (options.output->empty()) refuse("-o: the file has no name");
-        if (options.urls.size() != 1) refuse("-o: takes the body of one URL; see -O");
-        const bool standard = options.output == "-" || options.output == "/dev/stdout";
-        if (standard && (command_line.show_headers || command_line.json)) {
-            refuse("-o: the body alone goes to standard output, without -i and --json");
-        }
-        command_line.files = {standard ? "-" : *options.output};
-        return;
-    }
+void chooseFiles(const Options& options, CommandLine& line) {
     std::set<std::string> names;
-    for (const auto& url : options.urls) {
-        command_line.files.push_back(fileFor(url, options.output_directory));
-        const std::string& file = command_line.files.back();
-        if (!names.insert(file).second) refuse("-O: two URLs would be saved as " + file);
+    for (std::size_t i = 0; i < options.urls.size(); ++i) {
+        std::string file = "-";
+        if (i < options.output.size()) {
+            file = options.output[i];
+            if (file.empty()) refuse("-o: the file has no name");
+            if (file == "/dev/stdout") file = "-";
+            if (file != "-") file = withDirectory(options.output_directory, file);
+        } else if (options.remote_name) {
+            file = withDirectory(options.output_directory, nameIn(options.urls[i], "-O"));
+        }
+        const bool first = names.insert(file).second;
+        if (!first && file != "-" && file.substr(0, 5) != "/dev/") {
+            refuse("-O: two URLs would be saved as " + file);
+        }
+        line.files.push_back(file);
     }
+    const bool saves =
+        std::any_of(names.begin(), names.end(), [](auto& file) { return file != "-"; });
+    line.continues = !options.continue_at.empty();
+    if (line.continues && !saves) refuse("-C: goes with -o and -O");
+    if (line.repeat > 1 && saves) refuse("--repeat: drops the bodies, so -o and -O have no use");
+    if (line.show_headers || line.easy.head || line.repeat > 1) {
+        line.holds_bodies = true;
+    } else if (!saves) {
+        // A terminal is to show no binary bodies, and several bodies come in any order.
+        const bool streams = options.urls.size() == 1 && !line.json;
+        const bool asked = !options.output.empty();
+        line.holds_bodies = !streams || (!asked && isatty(STDOUT_FILENO) == 1);
+    }
+}
+
+void chooseReports(const Options& options, CommandLine& line) {
+    const bool terminal = isatty(STDERR_FILENO) == 1;
+    line.show_errors = !options.silent || options.show_error;
+    line.show_outcomes = !options.silent && terminal;
+    line.show_progress = !options.silent && !line.holds_bodies;
+    if (options.verbose > 1 && line.log_level == 0) line.log_level = 6;
+}
+
+void addRequests(const Options& options, const RequestConfig& config, CommandLine& line) {
+    const std::string query =
+        options.data_to_url ? reading("-d", [&] { return joined(options.data); }) : "";
+    for (std::string url : options.urls) {
+        if (url.find("://") == std::string::npos) url.insert(0, "http://");
+        if (!query.empty()) url += (url.find('?') == std::string::npos ? '?' : '&') + query;
+        if (line.easy.upload_file && url.back() == '/') {
+            url += nameIn('/' + *line.easy.upload_file, "-T");
+        }
+        line.requests.push_back(config);
+        line.requests.back().url = url;
+    }
+    line.parallel = options.parallel != 0 ? options.parallel : options.urls.size();
+}
+
+/// The arguments, with those of files of options in place of -K, the last one first.
+std::vector<std::string> allArguments(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if ((argument == "-K" || argument == "--config") && i + 1 < argc) {
+            const std::string file = argv[++i];
+            for (auto& read : reading("-K", [&] { return argumentsOf(contentOf(file)); })) {
+                arguments.push_back(read);
+            }
+        } else {
+            arguments.push_back(argument);
+        }
+    }
+    std::reverse(arguments.begin(), arguments.end());
+    return arguments;
 }
 
 std::string versions() {
@@ -137,6 +262,14 @@ std::string oneLine(const CLI::App* /*app*/, const CLI::Error& error) {
 }
 
 EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
+        for (const std::string& name : app.remaining()) {
+            if (name.size() < 2 || name[0] != '-') continue;
+            const char* fault =
+                isCurlOption(name) ? ": an option of curl's that is not here" : ": no such option";
+            return {"zel-http: " + name + fault + " (see --help)\n", 2};
+        }
+    }
     std::ostringstream text;
     const bool asked = app.exit(error, text, text) == 0;
     return {text.str(), asked ? 0 : 2};
@@ -151,22 +284,18 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
     RequestConfig config;
     declare(app, options, config, command_line);
     try {
-        app.parse(argc, argv);
+        app.parse(allArguments(argc, argv));
         if (options.version) return EarlyExit{versions(), 0};
         if (options.manual) return EarlyExit{manualPage(app), 0};
-        if (!options.completion.empty()) return EarlyExit{bashCompletion(app), 0};
-        complete(config, options);
+        if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
+        complete(config, options, command_line);
         if (!options.proxy_credentials.empty()) {
             splitCredentials(options.proxy_credentials, "--proxy-user", command_line.proxy_user,
                              command_line.proxy_password);
         }
         chooseFiles(options, command_line);
-        command_line.show_progress = !command_line.files.empty() && !command_line.quiet;
-        for (const auto& url : options.urls) {
-            command_line.requests.push_back(config);
-            command_line.requests.back().url = url;
-        }
-        command_line.parallel = options.parallel != 0 ? options.parallel : options.urls.size();
+        chooseReports(options, command_line);
+        addRequests(options, config, command_line);
     } catch (const CLI::ParseError& error) {
         return exitFor(app, error);
     }

@@ -16,24 +16,19 @@ std::string trimmed(std::string_view text) {
 
 }  // namespace
 
-Exchange::Exchange(const zel::http::RequestConfig& config, bool keeps_body,
+Exchange::Exchange(const zel::http::RequestConfig& config, Limits limits,
                    std::function<void()> done)
-    : Request(config), keeps_body_(keeps_body), done_(std::move(done)) {}
+    : Request(config), limits_(limits), done_(std::move(done)) {}
 
 void Exchange::cancel() {
     done_ = nullptr;
     tryToCancelRequest();
 }
 
-bool Exchange::tooLarge() const {
-    return config.max_download_size >= 0 &&
-           body_size_ > static_cast<std::uint64_t>(config.max_download_size);
-}
-
 void Exchange::notifyDataReceived(const char* data, unsigned length) {
     body_size_ += length;
-    if (tooLarge()) throw std::runtime_error("larger than --max-size");
-    if (keeps_body_) body_.append(data, length);
+    if (isTooLarge()) throw std::runtime_error("larger than --max-filesize");
+    if (limits_.keeps_body) body_.append(data, length);
 }
 
 void Exchange::notifyHeader(const char* line, unsigned length) {
@@ -61,7 +56,7 @@ void Exchange::notifyFailure(zel::http::Failure failure, const char* text) {
                                            failure == Failure::AuthenticationFailure);
     if (!answered) {
         failure_ = nameOf(failure);
-        message_ = tooLarge() ? "larger than --max-size" : text;
+        message_ = isTooLarge() ? "larger than --max-filesize" : text;
     }
     finish();
 }

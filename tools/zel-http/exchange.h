@@ -16,9 +16,12 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 /// A request whose answer is held in memory. The FSM context is the loop's thread.
 class Exchange final : public zel::http::Request {
 public:
-    /// `done` is called once on the loop's thread, unless the exchange is cancelled. Without
-    /// `keeps_body` the body is counted and dropped.
-    Exchange(const zel::http::RequestConfig& config, bool keeps_body, std::function<void()> done);
+    struct Limits {
+        bool keeps_body;           ///< otherwise it is counted and dropped
+        std::uint64_t most_bytes;  ///< of the body; 0 for no limit
+    };
+    /// `done` is called once on the loop's thread, unless the exchange is cancelled.
+    Exchange(const zel::http::RequestConfig& config, Limits limits, std::function<void()> done);
 
     // Loop's thread. The results are there once `done` is called.
     void start() override { runRequest(); }
@@ -33,6 +36,7 @@ public:
     /// The failure's name and text; empty when there is a whole answer, whatever its status.
     const std::string& failure() const { return failure_; }
     const std::string& message() const { return message_; }
+    bool isTooLarge() const { return limits_.most_bytes != 0 && body_size_ > limits_.most_bytes; }
 
     // Engine thread.
     void notifyDataReceived(const char* data, unsigned length) override;
@@ -43,10 +47,9 @@ public:
     void notifyFailure(zel::http::Failure failure, const char* text) override;
 
 private:
-    bool tooLarge() const;
     void finish();
 
-    const bool keeps_body_;
+    const Limits limits_;
     std::function<void()> done_;
     unsigned status_ = 0;
     std::string failure_;

@@ -14,12 +14,15 @@
 #include <system_error>
 #include <utility>
 
+#include "easy_setup.h"
 #include "exchange.h"
+#include "exit_status.h"
 #include "logging/logger.h"
 #include "outcome.h"
 #include "output.h"
 #include "progress.h"
 #include "report.h"
+#include "retry_rule.h"
 #include "session.h"
 #include "text.h"
 #include "zel_http/download.h"
@@ -31,10 +34,13 @@ using Clock = std::chrono::steady_clock;
 using zel::http::DownloadFailure;
 using zel::http::DownloadHead;
 
+constexpr unsigned first_error = 400;
+
 class Fetch {
 public:
     explicit Fetch(const CommandLine& command_line)
         : command_line_(command_line),
+          easy_setup_(command_line.easy),
           report_(command_line),
           total_(command_line.requests.size() * command_line.repeat),
           slots_(std::min(command_line.parallel, total_)),
@@ -42,7 +48,7 @@ public:
 
     int run() {
         // A reader that closes its pipe is a failure to tell, not the end of the process.
-        if (!command_line_.files.empty()) static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+        static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
         session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
                                          command_line_.proxy_password);
         const auto begun = Clock::now();
@@ -51,37 +57,46 @@ public:
         const int status = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
-        if (status != 0) return status;
-        return report_.failed() ? 1 : 0;
+        return status != 0 ? status : report_.exitStatus();
     }
 
 private:
-    /// One request at a time: an exchange, or a download where the body goes to a file.
+    /// One request at a time: an exchange where bodies are held in memory, otherwise a download.
     struct Slot {
         Outcome outcome;
+        std::size_t index = 0;
+        unsigned tries = 0;
         Clock::time_point begun;
         std::shared_ptr<Exchange> exchange;
         std::unique_ptr<Output> output;
         zel::http::Download download;  // goes before the output that it writes to
+        std::unique_ptr<boost::asio::steady_timer> retry;
         Amount amount;
     };
 
     void startNext(Slot& slot) {
         if (started_ == total_) return;
-        const std::size_t index = started_++ % command_line_.requests.size();
-        slot.outcome = {};
-        slot.outcome.request = &command_line_.requests[index];
+        slot.index = started_++ % command_line_.requests.size();
+        slot.tries = 0;
         slot.begun = Clock::now();
-        if (command_line_.files.empty()) {
+        start(slot);
+    }
+
+    void start(Slot& slot) {
+        ++slot.tries;
+        slot.outcome = {};
+        slot.outcome.request = &command_line_.requests[slot.index];
+        slot.outcome.file = command_line_.files[slot.index];
+        if (command_line_.holds_bodies) {
             startExchange(slot);
         } else {
-            slot.outcome.file = command_line_.files[index];
             startDownload(slot);
         }
     }
 
     void startExchange(Slot& slot) {
-        slot.exchange = std::make_shared<Exchange>(*slot.outcome.request, command_line_.repeat == 1,
+        const Exchange::Limits limits{command_line_.repeat == 1, command_line_.most_bytes};
+        slot.exchange = std::make_shared<Exchange>(*slot.outcome.request, limits,
                                                    [this, &slot] { finishExchange(slot); });
         slot.exchange->start();
     }
@@ -96,19 +111,23 @@ private:
         outcome.fields = exchange->fields();
         outcome.body = std::move(exchange->body());
         outcome.body_size = exchange->bodySize();
-        outcome.timings = timingsOf(exchange->facts());
+        outcome.facts = exchange->facts();
+        if (exchange->isTooLarge()) outcome.exit_status = CURLE_FILESIZE_EXCEEDED;
+        outcome.is_error_answer = command_line_.fails_on_errors && outcome.status >= first_error;
         finish(slot);
     }
 
     void startDownload(Slot& slot) {
         try {
-            slot.output = std::make_unique<Output>(slot.outcome.file, command_line_.continues);
+            const bool resumes = command_line_.continues || slot.tries > 1;
+            slot.output = std::make_unique<Output>(slot.outcome.file, resumes);
             slot.download =
                 zel::http::startDownload(session_.executor(), logging::getLogger("zel-http"),
                                          describe(slot), callbacksFor(slot));
         } catch (const std::system_error& error) {
             slot.outcome.failure = nameOf(DownloadFailure::Sink);
             slot.outcome.message = slot.outcome.file + ": " + error.code().message();
+            slot.outcome.exit_status = exitStatusOf(DownloadFailure::Sink);
             session_.executor().post([this, &slot] { finish(slot); }, 0);
         }
     }
@@ -118,8 +137,7 @@ private:
         config.request = *slot.outcome.request;
         config.sink = slot.output->sink();
         config.limits.stall = {};
-        const auto most = config.request.max_download_size;
-        if (most > 0) config.limits.size = static_cast<std::uint64_t>(most);
+        config.limits.size = command_line_.most_bytes;
         config.retry.most_retries = 0;
         config.any_status = true;  // `takesBody` decides
         config.progress_interval = progress_.interval();
@@ -128,7 +146,9 @@ private:
 
     zel::http::DownloadCallbacks callbacksFor(Slot& slot) {
         zel::http::DownloadCallbacks callbacks;
-        callbacks.on_head = [&slot](const DownloadHead& head) { return takesBody(slot, head); };
+        callbacks.on_head = [this, &slot](const DownloadHead& head) {
+            return takesBody(slot, head);
+        };
         callbacks.on_progress = [&slot](const zel::http::DownloadProgress& progress) {
             slot.amount = {progress.bytes, progress.total.value_or(0)};
         };
@@ -142,6 +162,7 @@ private:
             if (!answered) {
                 slot.outcome.failure = nameOf(error.failure);
                 slot.outcome.message = error.message;
+                slot.outcome.exit_status = exitStatusOf(error.failure);
             }
             slot.outcome.status = error.status;
             finishDownload(slot, error.bytes, error.facts);
@@ -150,12 +171,14 @@ private:
     }
 
     /// A file is not replaced by the text of an error.
-    static bool takesBody(Slot& slot, const DownloadHead& head) {
-        constexpr unsigned first_error = 400;
-        slot.outcome.status = head.status;
-        slot.outcome.fields.assign(head.headers.begin(), head.headers.end());
+    bool takesBody(Slot& slot, const DownloadHead& head) const {
+        Outcome& outcome = slot.outcome;
+        outcome.status = head.status;
+        outcome.fields.assign(head.headers.begin(), head.headers.end());
         slot.amount = {head.offset, head.total.value_or(0)};
-        return slot.outcome.file == "-" || head.status < first_error;
+        const bool fails = command_line_.fails_on_errors || slot.output->isReplaced();
+        outcome.is_error_answer = fails && head.status >= first_error;
+        return !outcome.is_error_answer;
     }
 
     void finishDownload(Slot& slot, std::uint64_t bytes, const zel::http::TransferFacts& facts) {
@@ -163,14 +186,19 @@ private:
         slot.output.reset();
         slot.amount = {};
         slot.outcome.body_size = bytes;
-        slot.outcome.timings = timingsOf(facts);
-        written_ += bytes;
+        slot.outcome.facts = facts;
         finish(slot);
     }
 
     void finish(Slot& slot) {
+        const auto delay = delayBeforeRetry(command_line_.retry, slot.tries, slot.outcome);
+        if (delay) {
+            retry(slot, *delay);
+            return;
+        }
         const std::chrono::duration<double, std::milli> took = Clock::now() - slot.begun;
         slot.outcome.milliseconds = took.count();
+        written_ += slot.outcome.body_size;
         progress_.clear();
         report_.add(slot.outcome);
         if (++finished_ == total_) {
@@ -180,13 +208,24 @@ private:
         }
     }
 
+    void retry(Slot& slot, std::chrono::milliseconds delay) {
+        progress_.clear();
+        report_.addRetry(slot.outcome, delay);
+        slot.retry = std::make_unique<boost::asio::steady_timer>(session_.loop(), delay);
+        slot.retry->async_wait([this, &slot](const boost::system::error_code& error) {
+            if (!error) start(slot);
+        });
+    }
+
     void interrupt() {
         progress_.clear();
+        const Amount reached = amount();
         for (Slot& slot : slots_) {
             if (slot.exchange != nullptr) slot.exchange->cancel();
             slot.download.cancel();
         }
-        std::cerr << "zel-http: interrupted, " << total_ - finished_ << " cancelled\n";
+        std::cerr << "zel-http: interrupted, " << finished_ << " of " << total_ << " done, "
+                  << sizeText(reached.written) << " received\n";
     }
 
     void showProgress() {
@@ -214,6 +253,7 @@ private:
     }
 
     const CommandLine& command_line_;
+    EasySetup easy_setup_;  // outlives the engine
     Report report_;
     Progress progress_;
     const std::size_t total_;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "exit_status.h"
 #include "text.h"
 
 namespace tool {
@@ -43,7 +44,9 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
     Json json = {{"url", outcome.request->url}, {"method", nameOf(outcome.request->method)}};
     if (outcome.status != 0) json["status"] = outcome.status;
     if (!outcome.failure.empty()) {
-        json["error"] = {{"failure", outcome.failure}, {"message", outcome.message}};
+        json["error"] = {{"failure", outcome.failure},
+                         {"message", outcome.message},
+                         {"exit_status", exitStatusOf(outcome)}};
     }
     if (with_body) {
         for (const auto& [name, value] : outcome.fields) {
@@ -57,7 +60,7 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
         const bool text = isUtf8(outcome.body);
         json[text ? "body" : "body_base64"] = text ? outcome.body : base64(outcome.body);
     }
-    const Timings& timings = outcome.timings;
+    const Timings timings = timingsOf(outcome.facts);
     if (!timings.http_version.empty()) json["http_version"] = timings.http_version;
     if (!timings.remote.empty()) {
         json["remote"] = timings.remote;

@@ -24,6 +24,10 @@ public:
     };
     static const std::vector<std::string>& columns();
     std::vector<Row> rows() const;
+    /// The milliseconds of every timed request, by phase.
+    const std::vector<std::pair<std::string, std::vector<float>>>& phases() const {
+        return phases_;
+    }
     /// The number of requests for each status, and for each failure by its name.
     const std::map<std::string, std::size_t>& outcomes() const { return outcomes_; }
     std::size_t count() const { return count_; }

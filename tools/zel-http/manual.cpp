@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cctype>
 #include <sstream>
-#include <vector>
+#include <string>
+
+#include "option_table.h"
 
 namespace tool {
 namespace {
@@ -28,37 +30,13 @@ std::string escape(const std::string& text) {
     return escaped;
 }
 
-std::vector<const CLI::Option*> optionsOf(const CLI::App& app, const std::string& group) {
-    return app.get_options([&](const CLI::Option* option) {
-        return option->get_group() == group && !option->get_positional();
-    });
-}
-
-/// "-o,--output".
-std::vector<std::string> namesOf(const CLI::Option& option) {
-    std::vector<std::string> names;
-    for (const auto& name : option.get_snames()) names.push_back('-' + name);
-    for (const auto& name : option.get_lnames()) names.push_back("--" + name);
-    return names;
-}
-
-/// The placeholder for an option's value: a word in capitals or the choices, "one|other"; empty for
-/// a flag.
-std::string valueOf(const CLI::Option& option) {
-    return option.get_type_size() == 0 ? "" : option.get_option_text();
-}
-
 void writeOptions(std::ostream& page, const CLI::App& app) {
-    for (const auto& group : app.get_groups()) {
-        const auto options = optionsOf(app, group);
-        if (options.empty()) continue;
-        page << ".SS " << escape(group) << '\n';
-        for (const auto* option : options) {
-            page << ".TP\n\\fB" << escape(CLI::detail::join(namesOf(*option), ", ")) << "\\fR";
-            const std::string value = valueOf(*option);
-            if (!value.empty()) page << " \\fI" << escape(value) << "\\fR";
-            page << '\n' << escape(option->get_description()) << '\n';
-        }
+    std::string group;
+    for (const OptionRow& row : optionTable(app)) {
+        if (row.group != group) page << ".SS " << escape(group = row.group) << '\n';
+        page << ".TP\n\\fB" << escape(CLI::detail::join(row.names, ", ")) << "\\fR";
+        if (!row.value.empty()) page << " \\fI" << escape(row.value) << "\\fR";
+        page << '\n' << escape(row.help) << '\n';
     }
 }
 
@@ -82,17 +60,6 @@ void writeFooter(std::ostream& page, const std::string& footer) {
     }
 }
 
-/// The shell command that completes an option's value.
-std::string candidates(const std::string& value) {
-    const bool file = value == "FILE" || value == "PATH";
-    const bool words = value.find('|') != std::string::npos || value == "bash";
-    if (!file && !words) return {};
-    std::string list = value;
-    std::replace(list.begin(), list.end(), '|', ' ');
-    return fmt::format(R"(COMPREPLY=($(compgen {} -- "$word")) )",
-                       file ? "-f" : fmt::format(R"(-W "{}")", list));
-}
-
 }  // namespace
 
 std::string manualPage(const CLI::App& app) {
@@ -111,30 +78,6 @@ zel\-http \- perform HTTP requests and downloads
     writeOptions(page, app);
     writeFooter(page, app.get_footer());
     return page.str();
-}
-
-std::string bashCompletion(const CLI::App& app) {
-    std::string names;
-    std::string values;
-    for (const auto* option : app.get_options()) {
-        if (option->get_positional()) continue;
-        const auto own = namesOf(*option);
-        names += ' ' + CLI::detail::join(own, " ");
-        const std::string value = valueOf(*option);
-        if (value.empty()) continue;
-        values +=
-            fmt::format("        {}) {};;\n", CLI::detail::join(own, " | "), candidates(value));
-    }
-    return fmt::format(R"(# bash completion for zel-http
-_zel_http() {{
-    local word=${{COMP_WORDS[COMP_CWORD]}}
-    case ${{COMP_WORDS[COMP_CWORD - 1]}} in
-{}        *) [[ $word != -* ]] || COMPREPLY=($(compgen -W "{}" -- "$word")) ;;
-    esac
-}}
-complete -o filenames -F _zel_http zel-http
-)",
-                       values, names.substr(1));
 }
 
 }  // namespace tool

@@ -11,7 +11,4 @@ namespace tool {
 /// The manual page, section 1, in the markup of man(7), made of the help texts.
 std::string manualPage(const CLI::App& app);
 
-/// A bash script that completes options, values with fixed choices, and files.
-std::string bashCompletion(const CLI::App& app);
-
 }  // namespace tool

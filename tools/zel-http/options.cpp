@@ -3,24 +3,27 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdint>
 #include <limits>
+
+#include "exit_status.h"
 
 namespace tool {
 namespace {
 
-using zel::http::Method;
 using zel::http::RequestConfig;
 
-constexpr double longest_timeout = 1e9;  // seconds; about 32 years
+constexpr double longest_time = 1e9;  // seconds; about 32 years
 constexpr std::size_t most_repeats = 1'000'000;
 constexpr std::size_t most_parallel = 10'000;
 
 constexpr const char* description =
-    "Performs HTTP and HTTPS requests through libzel_http and prints each answer. Without a\n"
-    "URL it starts servers of its own on loopback and shows the library at work against them.";
+    "Performs HTTP and HTTPS requests through libzel_http and prints each answer. Most options "
+    "are\n"
+    "those of curl. Without a URL it starts servers of its own on loopback and shows the library "
+    "at\n"
+    "work against them.";
 
-constexpr const char* footer =
+constexpr const char* examples =
     "Examples:\n"
     "  zel-http https://device.example/state\n"
     "        print the answer\n"
@@ -28,62 +31,135 @@ constexpr const char* footer =
     "        send a file\n"
     "  zel-http -o image.bin URL\n"
     "        download with constant memory; image.bin is there when it is complete\n"
-    "  zel-http -O downloads --parallel 4 URL1 URL2 URL3...\n"
+    "  zel-http -C - --retry 5 -o image.bin URL\n"
+    "        go on where an earlier download has stopped, and try again when it breaks\n"
+    "  zel-http -O --parallel 4 URL1 URL2 URL3...\n"
     "        many downloads, four at a time\n"
     "  zel-http --repeat 1000 --parallel 8 URL\n"
     "        the latency of 1,000 requests, eight at a time\n"
     "  zel-http --json URL | jq .timings_ms\n"
     "        for scripts\n"
-    "  zel-http --ca-file root.pem --cert device.pem --key device.key URL\n"
+    "  zel-http --cacert root.pem --cert device.pem --key device.key URL\n"
     "        mutual TLS\n"
-    "  zel-http -v 6 URL\n"
-    "        what the library logs\n"
     "\n"
-    "Exit status: 0 all answered with a status below 400, 1 an error or a status from 400 on,\n"
-    "2 a bad command line, 130 interrupted, 143 after SIGTERM, 129 after SIGHUP.\n"
+    "Exit status:\n";
+
+constexpr const char* notes =
     "\n"
-    "A file appears when its body is whole; until then FILE.part is beside it. It stays after an\n"
-    "interruption where the server tells versions apart, and -C - continues it. A file that is\n"
-    "replaced keeps its permissions and, where you may set it, its owner, but no hard links.\n"
-    "Binary bodies go to a terminal with -o - only.\n"
+    "A file appears when its body is whole, and only with a status below 400; until then "
+    "FILE.part\n"
+    "is beside it. That stays after an interruption where the server tells versions apart, and -C "
+    "-\n"
+    "continues it. A file that is replaced keeps its permissions and, where you may set it, its\n"
+    "owner, but no hard links.\n"
+    "\n"
+    "Other than curl: redirects are followed without -L. URLs are taken as they are, without {} "
+    "and\n"
+    "[] for several. A proxy is a tunnel for http URLs, too. No .curlrc is read, and no .netrc.\n"
+    "Expect is not sent. --json prints outcomes. A line on each outcome goes to a terminal, and "
+    "-s\n"
+    "silences it.\n"
     "\n"
     "http_proxy, https_proxy and no_proxy of the environment apply, SSL_CERT_FILE, and NO_COLOR\n"
-    "to -v.";
+    "to --log.";
 
-/// "one|other".
-template <typename Value>
-std::string choices(const std::map<std::string, Value>& names) {
-    std::string text;
-    for (const auto& [name, value] : names) text += (text.empty() ? "" : "|") + name;
-    return text;
+CLI::Option* addText(CLI::App& app, const char* names, std::string& value, const char* help,
+                     const char* placeholder) {
+    return app.add_option(names, value, help)->option_text(placeholder)->take_last();
 }
 
-void declareRequest(CLI::App& app, Options& options, RequestConfig& config, CommandLine& line) {
-    app.option_defaults()->group("Request");
-    app.add_option("-X,--request", options.method, "The method")
-        ->check(CLI::IsMember(&methodNames()))
-        ->option_text(choices(methodNames()));
-    app.add_option("-H,--header", options.headers, "A request header, 'Name: value'; repeatable")
-        ->option_text("LINE")
+CLI::Option* addList(CLI::App& app, const char* names, std::vector<std::string>& values,
+                     const char* help, const char* placeholder) {
+    return app.add_option(names, values, help)
+        ->option_text(placeholder)
         ->take_all()
         ->allow_extra_args(false);
-    app.add_option("-d,--data", options.data,
-                   "The body; @FILE reads it from a file, @- from standard input. Implies POST")
-        ->option_text("TEXT");
-    app.add_option("-u,--user", options.credentials, "Credentials for the server")
-        ->option_text("USER:PASSWORD");
-    app.add_flag("--basic", options.basic, "Offer Basic authentication only");
-    app.add_option("--timeout", options.timeout, "Seconds for the whole exchange; 0 for no limit")
-        ->check(CLI::Range(0.0, longest_timeout))
-        ->option_text("SECONDS");
-    app.add_option("--max-size", config.max_download_size, "The most body bytes accepted")
-        ->check(CLI::Range(1, std::numeric_limits<std::int32_t>::max()))
-        ->option_text("BYTES");
-    app.add_flag("--reset-state", config.reset_state,
+}
+
+CLI::Option* addSeconds(CLI::App& app, const char* names, double& value, const char* help) {
+    return app.add_option(names, value, help)
+        ->check(CLI::Range(0.0, longest_time))
+        ->option_text("SECONDS")
+        ->take_last();
+}
+
+/// Several of these make one body, in the order in which they stand.
+void addData(CLI::App& app, Options& options, const char* names, DataPiece::Kind kind,
+             const char* help) {
+    app.add_option_function<std::string>(
+           names,
+           [&options, kind](const std::string& value) {
+               options.data.push_back({kind, value});
+           },
+           help)
+        ->option_text("DATA")
+        ->take_last()
+        ->trigger_on_parse();
+}
+
+void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
+    app.option_defaults()->group("Request");
+    addText(app, "-X,--request", line.easy.method, "The method, any", "METHOD");
+    app.add_flag("-I,--head", line.easy.head, "Ask for the header fields only, and print them");
+    addList(app, "-H,--header", options.headers,
+            "A header field, 'Name: value'; 'Name:' leaves a field out; @FILE has one a line",
+            "LINE");
+    addData(app, options, "-d,--data", DataPiece::Text,
+            "The body; @FILE reads it from a file without line ends, @- from standard input. POST");
+    addData(app, options, "--data-raw", DataPiece::Raw, "As -d, and @ means nothing");
+    addData(app, options, "--data-binary", DataPiece::Binary, "As -d, with the file as it is");
+    addData(app, options, "--data-urlencode", DataPiece::UrlEncoded,
+            "As -d, encoded: VALUE, NAME=VALUE, @FILE or NAME@FILE");
+    app.add_flag("-G,--get", options.data_to_url, "Append what -d gives to the URL; GET");
+    addList(app, "-F,--form", line.easy.form,
+            "A part of a form: NAME=VALUE, NAME=@FILE or NAME=<FILE; ;type= and ;filename= behind",
+            "PART");
+    app.add_option(
+           "-T,--upload-file", line.easy.upload_file,
+           "Send a file with PUT, - for standard input; a URL that ends with / gets its name")
+        ->option_text("FILE");
+    addText(app, "-A,--user-agent", options.user_agent, "The User-Agent", "NAME");
+    addText(app, "-e,--referer", options.referer, "The Referer", "URL");
+    addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
+    addText(app, "-u,--user", options.credentials, "Credentials for the server, by Basic",
+            "USER:PASSWORD");
+    app.add_flag("--basic", "Offer Basic authentication, as without an option");
+    app.add_flag("--digest", options.digest, "Offer Digest authentication instead");
+    app.add_flag("--anyauth", options.any_authentication, "Offer what the server asks for");
+    app.add_flag("--compressed", line.easy.compressed, "Ask for a compressed body, and unpack it");
+    app.add_flag("-L,--location,!--no-location", line.easy.follows_redirects,
+                 "Follow redirects, as without an option");
+    app.add_option("--max-redirs", line.easy.most_redirects, "Follow at most so many")
+        ->check(CLI::Range(0, 1000))
+        ->option_text("N");
+    addText(app, "-K,--config", options.config,
+            "Read options from a file, - for standard input, one a line: 'header = \"A: b\"'",
+            "FILE");
+    app.add_flag("--reset-state", line.resets_state,
                  "Start clean: no cookies, connection or name look-up of before");
-    app.add_option("--proxy", line.proxy, "Tunnel through this proxy")->option_text("URL");
-    app.add_option("--proxy-user", options.proxy_credentials, "Credentials for the proxy")
-        ->option_text("USER:PASSWORD");
+}
+
+void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
+    app.option_defaults()->group("Connection");
+    addSeconds(app, "-m,--max-time", options.timeout, "For the whole exchange; 0 for no limit");
+    addSeconds(app, "--connect-timeout", options.connect_timeout, "Until there is a connection");
+    addText(app, "--limit-rate", options.rate, "Bytes a second, both ways; with k, m or g", "RATE");
+    addText(app, "--max-filesize", options.most_bytes, "The most body bytes accepted; with k, m, g",
+            "BYTES");
+    app.add_option("--retry", line.retry.most,
+                   "Try again so often after what may pass: no answer in time, a "
+                   "name not found, a status 408, 429, 500, 502, 503 or 504")
+        ->option_text("N");
+    app.add_flag("--retry-all-errors", line.retry.all_errors, "Try again after every failure");
+    addSeconds(app, "--retry-delay", options.retry_delay,
+               "Between tries; otherwise 1 s, and twice as long each time");
+    addList(app, "--resolve", line.easy.resolve, "The address of a host", "HOST:PORT:ADDRESS");
+    app.add_flag("-4,--ipv4", options.ipv4, "IPv4 only");
+    app.add_flag("-6,--ipv6", options.ipv6, "IPv6 only");
+    app.add_flag("--http1.1", options.http_1_1, "HTTP/1.1 only");
+    addText(app, "-x,--proxy", line.proxy, "Tunnel through this proxy", "URL");
+    addText(app, "-U,--proxy-user", options.proxy_credentials, "Credentials for the proxy",
+            "USER:PASSWORD");
 }
 
 void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
@@ -91,35 +167,44 @@ void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
     const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
         app.add_option(name, path, help)->check(CLI::ExistingPath)->option_text("PATH");
     };
-    file("--ca-file", config.ca_file, "Trusted authorities, PEM, instead of the system's");
-    file("--ca-dir", config.ca_dir, "A directory of trusted authorities, hashed");
-    file("--cert", config.own_cert, "The client's own certificate, PEM");
+    file("--cacert", config.ca_file, "Trusted authorities, PEM, instead of the system's");
+    file("--capath", config.ca_dir, "A directory of trusted authorities, hashed");
+    file("-E,--cert", config.own_cert, "The client's own certificate, PEM");
     file("--key", config.own_pkey, "The private key of --cert, PEM");
     app.add_flag("--partial-chain", config.tls_partial_chain,
                  "Let a chain end at any trusted certificate");
-    app.add_flag("--insecure", options.insecure, "Do not verify the server");
+    app.add_flag("-k,--insecure", options.insecure, "Do not verify the server");
 }
 
 void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
     app.option_defaults()->group("Output");
-    app.add_flag("-i,--include", line.show_headers, "Print the response's headers too");
-    auto* file =
-        app.add_option("-o,--output", options.output,
-                       "Stream the body to a file, or with - to standard output; with a progress "
-                       "bar on a terminal")
-            ->option_text("FILE");
-    app.add_option("-O,--output-dir", options.output_directory,
-                   "Stream each body to a file here, named as the end of its URL's path")
-        ->check(CLI::ExistingDirectory)
-        ->excludes(file)
-        ->option_text("PATH");
-    app.add_option("-C,--continue-at", options.continue_at,
-                   "With - goes on with what an interrupted download to the same file has left")
-        ->check(CLI::IsMember({"-"}))
-        ->option_text("-");
+    app.add_flag("-i,--include", line.show_headers, "Print the response's header fields, too");
+    addList(app, "-o,--output", options.output,
+            "Stream the body to a file, or with - to standard output; the n-th for the n-th URL",
+            "FILE");
+    app.add_flag("-O,--remote-name", options.remote_name,
+                 "Stream each body to a file, named as the end of its URL's path");
+    addText(app, "--output-dir", options.output_directory, "Where files of -o and -O go", "PATH")
+        ->check(CLI::ExistingDirectory);
+    addText(app, "-C,--continue-at", options.continue_at,
+            "With - go on with what an interrupted download to the same file has left", "-")
+        ->check(CLI::IsMember({"-"}));
+    app.add_flag("-f,--fail", line.fails_on_errors,
+                 "Fail with a status from 400 on, and print no body then");
+    app.add_flag("-s,--silent", options.silent, "Print no progress, outcomes and errors");
+    app.add_flag("-S,--show-error", options.show_error, "With -s print errors");
+    addText(app, "-w,--write-out", line.write_out,
+            "Print this after each answer, with %{http_code}, %{time_total} and others in it",
+            "FORMAT");
+    app.add_flag("-v,--verbose", options.verbose,
+                 "Tell what is sent and received but bodies; -vv what the library does, too");
+    app.add_flag("--show-secrets", line.easy.shows_secrets, "Let -v tell credentials and cookies");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");
-    app.add_flag("-q,--quiet", line.quiet, "Report failures only, and no progress");
+    app.add_option("--log", line.log_level,
+                   "Log what the library does to standard error, from 1 (summaries) to 9")
+        ->check(CLI::Range(0, 9))
+        ->option_text("LEVEL");
 }
 
 void declareMany(CLI::App& app, Options& options, CommandLine& line) {
@@ -133,42 +218,39 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
                    "At most so many at a time; otherwise one for each URL")
         ->check(CLI::Range(std::size_t{1}, most_parallel))
         ->option_text("N");
+    addText(app, "--svg", line.picture, "Draw the latencies of --repeat into a file", "FILE");
 }
 
-void declareLog(CLI::App& app, CommandLine& line) {
-    app.option_defaults()->group("Log");
-    app.add_option("-v,--verbose", line.log_level,
-                   "Log what the library does to standard error, from 1 (summaries) to 9")
-        ->check(CLI::Range(0, 9))
-        ->option_text("LEVEL");
+/// What scripts for curl pass and what changes nothing here.
+void acceptInVain(CLI::App& app) {
+    app.option_defaults()->group("");
+    app.add_flag(
+        "-q,--disable,-N,--no-buffer,-g,--globoff,-#,--progress-bar,--http2,--tcp-nodelay,"
+        "--no-progress-meter,--compressed-ssh,--path-as-is");
 }
 
 }  // namespace
 
-const std::map<std::string, Method>& methodNames() {
-    static const std::map<std::string, Method> names = {
-        {"GET", Method::GET},     {"POST", Method::POST},     {"PUT", Method::PUT},
-        {"PATCH", Method::PATCH}, {"DELETE", Method::DELETE},
-    };
-    return names;
-}
-
 void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine& line) {
     app.description(description);
-    app.footer(footer);
-    app.add_option("URL", options.urls, "What to request; several run at once")->option_text("...");
-    declareRequest(app, options, config, line);
+    app.footer(examples + exitStatusTable() + notes);
+    app.add_option("URL,--url", options.urls, "What to request; several run at once")
+        ->option_text("...")
+        ->take_all()
+        ->allow_extra_args(false);
+    declareRequest(app, options, line);
+    declareConnection(app, options, line);
     declareTls(app, options, config);
     declareOutput(app, options, line);
     declareMany(app, options, line);
-    declareLog(app, line);
+    acceptInVain(app);
     app.option_defaults()->group("Help");
     app.set_help_flag("-h,--help", "Print this help");
     app.add_flag("-V,--version", options.version, "Print the versions of tool and libraries");
     app.add_flag("--manual", options.manual, "Print the manual page, for man(1)");
-    app.add_option("--completion", options.completion, "Print the completion for a shell")
-        ->check(CLI::IsMember({"bash"}))
-        ->option_text("bash");
+    addText(app, "--completion", options.completion, "Print the completion for a shell",
+            "bash|zsh|fish")
+        ->check(CLI::IsMember({"bash", "zsh", "fish"}));
 }
 
 }  // namespace tool

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "body.h"
 #include "command_line.h"
 
 namespace CLI {
@@ -17,26 +17,40 @@ namespace tool {
 /// The options as text, before they become requests.
 struct Options {
     std::vector<std::string> urls;
-    std::string method;
     std::vector<std::string> headers;
-    std::optional<std::string> data;
+    std::vector<DataPiece> data;
+    bool data_to_url = false;
+    std::string config;
+    std::string referer;
+    std::vector<std::string> cookies;
+    std::string user_agent;
     std::string credentials;
-    bool basic = false;
+    bool digest = false;
+    bool any_authentication = false;
+    bool http_1_1 = false;
+    bool ipv4 = false;
+    bool ipv6 = false;
     double timeout = 0;
+    double connect_timeout = 0;
+    double retry_delay = 0;
+    std::string rate;
+    std::string most_bytes;
     bool insecure = false;
     std::string proxy_credentials;
-    std::optional<std::string> output;
-    std::string output_directory;
+    std::vector<std::string> output;
+    bool remote_name = false;
+    std::string output_directory = ".";
     std::string continue_at;
+    bool silent = false;
+    bool show_error = false;
+    int verbose = 0;
     std::size_t parallel = 0;  // 0: one for each URL
     std::string completion;
     bool manual = false;
     bool version = false;
 };
 
-const std::map<std::string, zel::http::Method>& methodNames();
-
-/// Declares every option with its help: `--help`, the manual page and the completion are made of
+/// Declares every option with its help: `--help`, the manual page and the completions are made of
 /// this. An option that depends on no other is stored in `config` or `command_line` directly.
 void declare(CLI::App& app, Options& options, zel::http::RequestConfig& config,
              CommandLine& command_line);

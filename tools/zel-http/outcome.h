@@ -25,16 +25,21 @@ struct Outcome {
     Fields fields;
     std::string body;
     std::uint64_t body_size = 0;
-    Timings timings;
+    zel::http::TransferFacts facts;
     /// From the start to the delivery on this thread.
     double milliseconds = 0;
 
-    bool failed() const { return !failure.empty() || status >= 400; }
+    /// A status from 400 on, where that is a failure.
+    bool is_error_answer = false;
+    /// What a failure of the tool's own, of which libcurl knows nothing, ends the program with.
+    int exit_status = 0;
+
+    bool failed() const { return !failure.empty() || is_error_answer; }
 };
 
 /// The names and milliseconds of the phases.
 inline std::vector<std::pair<std::string, double>> phasesOf(const Outcome& outcome) {
-    const Timings& timings = outcome.timings;
+    const Timings timings = timingsOf(outcome.facts);
     return {{"lookup", timings.lookup},
             {"connect", timings.connect},
             {"tls", timings.tls},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <variant>
 
 #include "zel_http/download.h"
 
@@ -18,6 +19,8 @@ public:
     ~Output();
 
     const zel::http::DownloadSink& sink() const { return sink_; }
+    /// Whether it is a regular file.
+    bool isReplaced() const { return std::holds_alternative<zel::http::FileSink>(sink_); }
 
 private:
     zel::http::DownloadSink sink_;

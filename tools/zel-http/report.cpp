@@ -1,13 +1,18 @@
 #include "report.h"
 
+#include <curl/curl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <iostream>
 #include <utility>
 
+#include "exit_status.h"
+#include "histogram.h"
 #include "json.h"
 #include "text.h"
+#include "write_out.h"
 
 namespace tool {
 namespace {
@@ -23,7 +28,7 @@ std::string outcomeText(const Outcome& outcome) {
 }
 
 std::string timingsText(const Outcome& outcome) {
-    const Timings& timings = outcome.timings;
+    const Timings timings = timingsOf(outcome.facts);
     if (timings.remote.empty()) {
         return outcome.status == 0 ? "     no connection" : "     not timed: ended at the head";
     }
@@ -38,50 +43,79 @@ std::string timingsText(const Outcome& outcome) {
 }  // namespace
 
 void Report::add(const Outcome& outcome) {
-    failed_ = failed_ || outcome.failed();
     const bool repeated = command_line_.repeat > 1;
+    if (outcome.failed()) exit_status_ = exitStatusOf(outcome);
     if (repeated) latencies_.add(outcome);
     if (command_line_.json) {
         std::cout << jsonLine(outcome, !repeated) << '\n' << std::flush;
-    } else if (!repeated) {
-        printAnswer(outcome);
+    } else if (command_line_.holds_bodies && !repeated) {
+        print(outcome);
+    }
+    if (!command_line_.write_out.empty()) {
+        std::cout << writeOut(command_line_.write_out, outcome) << std::flush;
     }
     checkOutput();
     if (repeated || command_line_.json) return;
-    if (outcome.failed() || !command_line_.quiet) std::cerr << outcomeText(outcome) << '\n';
+    const bool tells = outcome.failed() ? command_line_.show_errors : command_line_.show_outcomes;
+    if (tells) std::cerr << outcomeText(outcome) << '\n';
     if (command_line_.show_timings) std::cerr << timingsText(outcome) << '\n';
 }
 
-void Report::printAnswer(const Outcome& outcome) {
-    if (command_line_.show_headers && outcome.status != 0) {
-        std::cout << outcome.status_line << '\n';
-        for (const auto& [name, value] : outcome.fields) {
-            std::cout << name << ": " << value << '\n';
-        }
-        std::cout << '\n';
-    }
-    if (isatty(STDOUT_FILENO) == 1 && isBinary(outcome.body)) {
-        std::cout << std::flush;
-        std::cerr << "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\n";
-        failed_ = true;
+void Report::addRetry(const Outcome& outcome, std::chrono::milliseconds delay) {
+    if (!command_line_.show_errors) return;
+    const std::chrono::duration<double> seconds = delay;
+    std::cerr << fmt::format("{}; once more in {:.1f} s\n", outcomeText(outcome), seconds.count());
+}
+
+/// Head and body go to standard output, or to the file that was asked for.
+void Report::print(const Outcome& outcome) {
+    if (outcome.file == "-") {
+        printAnswer(outcome, std::cout);
         return;
     }
-    std::cout << outcome.body << std::flush;
+    std::ofstream file(outcome.file, std::ios::binary);
+    printAnswer(outcome, file);
+    if (file.flush()) return;
+    std::cerr << "zel-http: cannot write " << outcome.file << '\n';
+    exit_status_ = CURLE_WRITE_ERROR;
+}
+
+void Report::printAnswer(const Outcome& outcome, std::ostream& stream) {
+    const bool shows_head = command_line_.show_headers || command_line_.easy.head;
+    if (shows_head && outcome.status != 0) {
+        stream << outcome.status_line << "\r\n";
+        for (const auto& [name, value] : outcome.fields) stream << name << ": " << value << "\r\n";
+        stream << "\r\n";
+    }
+    if (outcome.is_error_answer) return;
+    const bool terminal = &stream == &std::cout && isatty(STDOUT_FILENO) == 1;
+    if (terminal && isBinary(outcome.body)) {
+        std::cout << std::flush;
+        std::cerr << "zel-http: the body is binary; -o FILE saves it, -o - shows it anyway\n";
+        exit_status_ = CURLE_WRITE_ERROR;
+        return;
+    }
+    stream << outcome.body << std::flush;
 }
 
 void Report::checkOutput() {
     if (std::cout || std::exchange(output_lost_, true)) return;
     std::cerr << "zel-http: cannot write to standard output\n";
-    failed_ = true;
+    exit_status_ = CURLE_WRITE_ERROR;
 }
 
 void Report::summarise(std::chrono::duration<double> took) {
     if (latencies_.count() == 0) return;
     if (command_line_.json) {
         std::cout << jsonSummary(latencies_, took) << '\n' << std::flush;
-        checkOutput();
-        return;
+    } else {
+        printLatencies(took);
     }
+    checkOutput();
+    if (!command_line_.picture.empty()) drawLatencies();
+}
+
+void Report::printLatencies(std::chrono::duration<double> took) {
     std::string text = fmt::format(
         "{} requests in {:.2f} s, {:.0f} a second, {}\n", latencies_.count(), took.count(),
         static_cast<double>(latencies_.count()) / took.count(), sizeText(latencies_.bytes()));
@@ -97,7 +131,15 @@ void Report::summarise(std::chrono::duration<double> took) {
         text += '\n';
     }
     std::cout << text << std::flush;
-    checkOutput();
+    if (isatty(STDOUT_FILENO) == 1) std::cout << histogram(latencies_, terminalWidth());
+}
+
+void Report::drawLatencies() {
+    std::ofstream file(command_line_.picture);
+    file << histogramSvg(latencies_);
+    if (file.flush()) return;
+    std::cerr << "zel-http: cannot write " << command_line_.picture << '\n';
+    exit_status_ = CURLE_WRITE_ERROR;
 }
 
 }  // namespace tool

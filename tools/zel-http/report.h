@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <iosfwd>
 
 #include "command_line.h"
 #include "latency.h"
@@ -15,19 +16,23 @@ public:
     explicit Report(const CommandLine& command_line) : command_line_(command_line) {}
 
     void add(const Outcome& outcome);
+    void addRetry(const Outcome& outcome, std::chrono::milliseconds delay);
     /// Prints the latencies of repeated requests. Called once, after the last one or an
     /// interruption.
     void summarise(std::chrono::duration<double> took);
-    /// Whether any request failed, or its answer was not printed.
-    bool failed() const { return failed_; }
+    /// That of the last outcome that failed, or of an answer that was not printed; 0 if none did.
+    int exitStatus() const { return exit_status_; }
 
 private:
-    void printAnswer(const Outcome& outcome);
+    void print(const Outcome& outcome);
+    void printAnswer(const Outcome& outcome, std::ostream& stream);
+    void printLatencies(std::chrono::duration<double> took);
+    void drawLatencies();
     void checkOutput();
 
     const CommandLine& command_line_;
     Latencies latencies_;
-    bool failed_ = false;
+    int exit_status_ = 0;
     bool output_lost_ = false;
 };
 

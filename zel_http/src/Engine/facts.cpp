@@ -58,6 +58,8 @@ TransferFacts factsOf(const Engine::ActiveTask& task, CURLcode result) {
     TransferFacts facts;
     facts.curl_code = result;
     facts.curl_text = result == CURLE_OK ? "" : printable(task.reason.data());
+    facts.url = textOf(curl, CURLINFO_EFFECTIVE_URL);
+    facts.redirects = static_cast<unsigned>(numberOf(curl, CURLINFO_REDIRECT_COUNT));
     facts.local_address = textOf(curl, CURLINFO_LOCAL_IP);
     facts.remote_address = textOf(curl, CURLINFO_PRIMARY_IP);
     facts.local_port = static_cast<std::uint16_t>(numberOf(curl, CURLINFO_LOCAL_PORT));

@@ -1,0 +1,67 @@
+#include "body.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/classification.hpp>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <stdexcept>
+
+namespace tool {
+namespace {
+
+std::string readAll(std::istream& stream, const std::string& name) {
+    std::string text{std::istreambuf_iterator<char>(stream), {}};
+    if (stream.bad()) throw std::runtime_error("cannot read " + name);
+    return text;
+}
+
+std::string escaped(const std::string& text) {
+    const std::unique_ptr<char, decltype(&curl_free)> copy(
+        curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())), curl_free);
+    return copy ? copy.get() : "";
+}
+
+std::string textOf(const DataPiece& piece) {
+    const std::string& value = piece.value;
+    if (piece.kind == DataPiece::UrlEncoded) return urlEncoded(value);
+    if (piece.kind == DataPiece::Raw || value.empty() || value[0] != '@') return value;
+    std::string text = contentOf(value.substr(1));
+    if (piece.kind == DataPiece::Text) {
+        const auto dropped = boost::algorithm::is_any_of(std::string("\r\n\0", 3));
+        text.erase(std::remove_if(text.begin(), text.end(), dropped), text.end());
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string contentOf(const std::string& path) {
+    if (path == "-") return readAll(std::cin, "standard input");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot open " + path);
+    return readAll(file, path);
+}
+
+std::string joined(const std::vector<DataPiece>& pieces) {
+    std::string body;
+    for (const DataPiece& piece : pieces) {
+        if (&piece != &pieces.front()) body += '&';
+        body += textOf(piece);
+    }
+    return body;
+}
+
+std::string urlEncoded(const std::string& text) {
+    const auto mark = text.find_first_of("=@");
+    if (mark == std::string::npos) return escaped(text);
+    const std::string key = text.substr(0, mark);
+    const std::string rest = text.substr(mark + 1);
+    const std::string value = text[mark] == '@' ? contentOf(rest) : rest;
+    return key + (key.empty() ? "" : "=") + escaped(value);
+}
+
+}  // namespace tool

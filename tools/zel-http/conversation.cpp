@@ -1,0 +1,63 @@
+#include "conversation.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/algorithm/string/predicate.hpp>
+#include <cstdio>
+
+namespace tool {
+namespace {
+
+using boost::algorithm::icontains;
+using boost::algorithm::istarts_with;
+
+constexpr std::array<std::string_view, 4> secret_fields = {
+    "authorization:", "proxy-authorization:", "cookie:", "set-cookie:"};
+
+/// What libcurl says about a transfer repeats header fields, and names users.
+bool mayTellSecret(std::string_view text) {
+    constexpr std::array<std::string_view, 3> words = {"authorization", "cookie", "user '"};
+    return std::any_of(words.begin(), words.end(),
+                       [&](std::string_view word) { return icontains(text, word); });
+}
+
+void print(char mark, std::string_view lines, bool shows_secrets) {
+    std::string text;
+    while (!lines.empty()) {
+        const auto end = lines.find('\n');
+        std::string_view line = lines.substr(0, end);
+        lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
+        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+        if (!shows_secrets && mark == '*' && mayTellSecret(line)) continue;
+        text.append({mark, ' '}).append(shows_secrets ? std::string(line) : withoutSecret(line));
+        text += '\n';
+    }
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+template <bool ShowsSecrets>
+int tell(CURL* /*easy*/, curl_infotype type, char* data, std::size_t size,
+         void* /*user*/) noexcept {
+    const std::string_view text(data, size);
+    if (type == CURLINFO_TEXT) print('*', text, ShowsSecrets);
+    if (type == CURLINFO_HEADER_IN) print('<', text, ShowsSecrets);
+    if (type == CURLINFO_HEADER_OUT) print('>', text, ShowsSecrets);
+    return 0;
+}
+
+}  // namespace
+
+std::string withoutSecret(std::string_view line) {
+    for (const auto field : secret_fields) {
+        if (istarts_with(line, field)) return std::string(line.substr(0, field.size())) + " ***";
+    }
+    return std::string(line);
+}
+
+void tellConversation(CURL* easy, bool shows_secrets) {
+    const curl_debug_callback callback = shows_secrets ? tell<true> : tell<false>;
+    curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, callback);
+    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+}
+
+}  // namespace tool

@@ -1,0 +1,51 @@
+#include "retry_rule.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
+#include <cstdlib>
+
+#include "exit_status.h"
+
+namespace tool {
+namespace {
+
+using std::chrono::milliseconds;
+
+bool mayPass(const Outcome& outcome) {
+    constexpr int passing[] = {CURLE_COULDNT_RESOLVE_PROXY, CURLE_COULDNT_RESOLVE_HOST,
+                               CURLE_OPERATION_TIMEDOUT};
+    constexpr unsigned passing_statuses[] = {408, 429, 500, 502, 503, 504};
+    const auto has = [](const auto& values, auto value) {
+        return std::find(std::begin(values), std::end(values), value) != std::end(values);
+    };
+    if (!outcome.failure.empty()) return has(passing, exitStatusOf(outcome));
+    return has(passing_statuses, outcome.status);
+}
+
+/// The seconds of a Retry-After; 0 without one.
+milliseconds askedDelay(const Outcome& outcome) {
+    for (const auto& [name, value] : outcome.fields) {
+        if (!boost::algorithm::iequals(name, "Retry-After")) continue;
+        constexpr long longest = 6 * 60 * 60;
+        return std::chrono::seconds(std::clamp(std::atol(value.c_str()), 0L, longest));
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<milliseconds> delayBeforeRetry(const RetrySettings& settings, unsigned tries,
+                                             const Outcome& outcome) {
+    if (tries > settings.most) return std::nullopt;
+    const bool failed = !outcome.failure.empty() || outcome.is_error_answer;
+    const bool repeats = mayPass(outcome) || (settings.all_errors && failed);
+    const bool printed = outcome.file == "-" && outcome.body_size != 0;
+    if (!repeats || printed) return std::nullopt;
+    constexpr milliseconds longest(600000);
+    const milliseconds growing(std::min(longest.count(), 1000L << std::min(tries - 1, 10U)));
+    return std::max(settings.delay.count() != 0 ? settings.delay : growing, askedDelay(outcome));
+}
+
+}  // namespace tool
