@@ -30,7 +30,7 @@ def command(program, url, target, authority):
     if program == CURL:
         return ["curl", "-s", "--cacert", authority, *to_file, url]
     if program == TOOL:
-        return [RELEASE / "tools/zel-http/zel-http", "-q", "--ca-file", authority, *to_file, url]
+        return [RELEASE / "tools/zel-http/zel-http", "-s", "--cacert", authority, *to_file, url]
     return [RELEASE / "examples/download", url, target]
 
 

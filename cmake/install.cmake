@@ -30,6 +30,10 @@ if(TARGET zel_http_manual)
         COMPONENT tool)
     install(FILES ${PROJECT_BINARY_DIR}/tools/zel-http/zel-http.bash RENAME zel-http
         DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tool)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/zel-http/zel-http.zsh RENAME _zel-http
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/zsh/vendor-completions COMPONENT tool)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/zel-http/zel-http.fish
+        DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/fish/vendor_completions.d COMPONENT tool)
 endif()
 
 # Who uses a shared library needs what its headers include; who links a static one, all that it calls, too.

@@ -69,8 +69,8 @@ TEST(Programs, Downloads) {
     const auto read = [&](const std::string& name) { return contentOf(folder + '/' + name); };
     const ScriptedServer cut("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf ");
     // Larger than what may wait in memory, so that the transfer pauses on the way.
-    run(tool + "-O " + folder + " " + origin("/bytes/30000000") + " " + origin("/status/404") +
-        " " + cut.url("/cut"));
+    run(tool + "-O --output-dir " + folder + " " + origin("/bytes/30000000") + " " +
+        origin("/status/404") + " " + cut.url("/cut"));
     EXPECT_TRUE(read("30000000") == bodyOf(30000000));
     const fs::directory_iterator files(folder);
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);

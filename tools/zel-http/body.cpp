@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/classification.hpp>
+#include <boost/algorithm/string/replace.hpp>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -22,7 +23,7 @@ std::string readAll(std::istream& stream, const std::string& name) {
 std::string escaped(const std::string& text) {
     const std::unique_ptr<char, decltype(&curl_free)> copy(
         curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())), curl_free);
-    return copy ? copy.get() : "";
+    return copy ? boost::algorithm::replace_all_copy(std::string(copy.get()), "%20", "+") : "";
 }
 
 std::string textOf(const DataPiece& piece) {

@@ -100,7 +100,6 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
     };
     // Servers that do not know it cost a second.
     if (!has("expect")) easy.header_lines.emplace_back("Expect:");
-    if (!options.referer.empty()) easy.header_lines.push_back("Referer: " + options.referer);
 }
 
 void setEasySettings(const Options& options, EasySettings& easy) {
@@ -111,7 +110,7 @@ void setEasySettings(const Options& options, EasySettings& easy) {
         if (cookie.find('=') == std::string::npos) {
             easy.cookie_files.push_back(cookie);
         } else {
-            easy.cookies += (easy.cookies.empty() ? "" : "; ") + cookie;
+            easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;
         }
     }
     for (const std::string& part : easy.form) {
@@ -200,7 +199,8 @@ void chooseFiles(const Options& options, CommandLine& line) {
     line.continues = !options.continue_at.empty();
     if (line.continues && !saves) refuse("-C: goes with -o and -O");
     if (line.repeat > 1 && saves) refuse("--repeat: drops the bodies, so -o and -O have no use");
-    if (line.show_headers || line.easy.head || line.repeat > 1) {
+    // The declared length of a compressed body is not that of what is saved.
+    if (line.show_headers || line.easy.head || line.easy.compressed || line.repeat > 1) {
         line.holds_bodies = true;
     } else if (!saves) {
         // A terminal is to show no binary bodies, and several bodies come in any order.
@@ -230,7 +230,7 @@ void addRequests(const Options& options, const RequestConfig& config, CommandLin
         line.requests.push_back(config);
         line.requests.back().url = url;
     }
-    line.parallel = options.parallel != 0 ? options.parallel : options.urls.size();
+    line.parallel = options.parallel;
 }
 
 /// The arguments, with those of files of options in place of -K, the last one first.
@@ -285,10 +285,13 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
     declare(app, options, config, command_line);
     try {
         app.parse(allArguments(argc, argv));
+        options.urls.insert(options.urls.begin(), options.more_urls.begin(),
+                            options.more_urls.end());
         if (options.version) return EarlyExit{versions(), 0};
         if (options.manual) return EarlyExit{manualPage(app), 0};
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
         complete(config, options, command_line);
+        command_line.easy.uses_proxy = !command_line.proxy.empty();
         if (!options.proxy_credentials.empty()) {
             splitCredentials(options.proxy_credentials, "--proxy-user", command_line.proxy_user,
                              command_line.proxy_password);

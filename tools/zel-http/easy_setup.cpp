@@ -64,6 +64,9 @@ void EasySetup::applyRequest(CURL* easy) {
     if (!settings.user_agent.empty()) {
         curl_easy_setopt(easy, CURLOPT_USERAGENT, settings.user_agent.c_str());
     }
+    if (!settings.referer.empty()) {
+        curl_easy_setopt(easy, CURLOPT_REFERER, settings.referer.c_str());
+    }
     if (!settings.cookies.empty()) {
         curl_easy_setopt(easy, CURLOPT_COOKIE, settings.cookies.c_str());
     }
@@ -96,6 +99,8 @@ void EasySetup::applyConnection(CURL* easy) const {
         curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS,
                          static_cast<long>(settings.connect_timeout.count()));
     }
+    // libcurl goes by the environment then.
+    if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
     const auto rate = static_cast<curl_off_t>(settings.bytes_per_second);
     curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, rate);
     curl_easy_setopt(easy, CURLOPT_MAX_SEND_SPEED_LARGE, rate);

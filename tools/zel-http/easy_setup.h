@@ -20,7 +20,8 @@ struct EasySettings {
     long most_redirects = 50;
     std::vector<std::string> header_lines;  ///< in place of the library's
     std::string user_agent;
-    std::string cookies;  ///< "name=value; other=value"
+    std::string referer;
+    std::string cookies;  ///< "name=value;other=value"
     std::vector<std::string> cookie_files;
     std::vector<std::string> form;  ///< as in -F
     std::optional<std::string> upload_file;
@@ -29,6 +30,7 @@ struct EasySettings {
     long http_version = CURL_HTTP_VERSION_NONE;
     long ip_version = CURL_IPRESOLVE_WHATEVER;
     bool compressed = false;
+    bool uses_proxy = false;  ///< for local servers, too
     std::chrono::milliseconds connect_timeout{0};
     std::uint64_t bytes_per_second = 0;
     bool tells_conversation = false;

@@ -178,7 +178,7 @@ private:
         slot.amount = {head.offset, head.total.value_or(0)};
         const bool fails = command_line_.fails_on_errors || slot.output->isReplaced();
         outcome.is_error_answer = fails && head.status >= first_error;
-        return !outcome.is_error_answer;
+        return !outcome.is_error_answer && !isRetried(command_line_.retry, slot.tries, head.status);
     }
 
     void finishDownload(Slot& slot, std::uint64_t bytes, const zel::http::TransferFacts& facts) {

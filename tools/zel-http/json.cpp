@@ -54,7 +54,7 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
         }
     }
     json["body_bytes"] = outcome.body_size;
-    if (!outcome.file.empty()) {
+    if (outcome.file != "-") {
         if (!outcome.failed()) json["file"] = outcome.file;
     } else if (with_body && outcome.status != 0) {
         const bool text = isUtf8(outcome.body);

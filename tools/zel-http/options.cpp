@@ -14,6 +14,7 @@ using zel::http::RequestConfig;
 
 constexpr double longest_time = 1e9;  // seconds; about 32 years
 constexpr std::size_t most_repeats = 1'000'000;
+constexpr std::size_t usual_parallel = 50;
 constexpr std::size_t most_parallel = 10'000;
 
 constexpr const char* description =
@@ -119,7 +120,7 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
            "Send a file with PUT, - for standard input; a URL that ends with / gets its name")
         ->option_text("FILE");
     addText(app, "-A,--user-agent", options.user_agent, "The User-Agent", "NAME");
-    addText(app, "-e,--referer", options.referer, "The Referer", "URL");
+    addText(app, "-e,--referer", line.easy.referer, "The Referer", "URL");
     addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
     addText(app, "-u,--user", options.credentials, "Credentials for the server, by Basic",
             "USER:PASSWORD");
@@ -127,8 +128,10 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag("--digest", options.digest, "Offer Digest authentication instead");
     app.add_flag("--anyauth", options.any_authentication, "Offer what the server asks for");
     app.add_flag("--compressed", line.easy.compressed, "Ask for a compressed body, and unpack it");
-    app.add_flag("-L,--location,!--no-location", line.easy.follows_redirects,
-                 "Follow redirects, as without an option");
+    app.add_flag("-L,--location", "Follow redirects, as without an option");
+    app.add_flag_callback(
+        "--no-location", [&line] { line.easy.follows_redirects = false; },
+        "Do not follow redirects");
     app.add_option("--max-redirs", line.easy.most_redirects, "Follow at most so many")
         ->check(CLI::Range(0, 1000))
         ->option_text("N");
@@ -198,7 +201,7 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
             "FORMAT");
     app.add_flag("-v,--verbose", options.verbose,
                  "Tell what is sent and received but bodies; -vv what the library does, too");
-    app.add_flag("--show-secrets", line.easy.shows_secrets, "Let -v tell credentials and cookies");
+    app.add_flag("--unmasked", line.easy.shows_secrets, "Let -v tell credentials and cookies");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");
     app.add_option("--log", line.log_level,
@@ -215,15 +218,18 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
         ->check(CLI::Range(std::size_t{1}, most_repeats))
         ->option_text("N");
     app.add_option("--parallel", options.parallel,
-                   "At most so many at a time; otherwise one for each URL")
+                   "At most so many at a time; otherwise one after the other")
         ->check(CLI::Range(std::size_t{1}, most_parallel))
         ->option_text("N");
+    app.add_flag_callback(
+        "-Z", [&options] { options.parallel = usual_parallel; }, "As --parallel 50");
     addText(app, "--svg", line.picture, "Draw the latencies of --repeat into a file", "FILE");
 }
 
-/// What scripts for curl pass and what changes nothing here.
-void acceptInVain(CLI::App& app) {
+/// What scripts for curl pass, and what changes nothing here.
+void acceptSilently(CLI::App& app, Options& options) {
     app.option_defaults()->group("");
+    app.add_option("--url", options.more_urls)->take_all()->allow_extra_args(false);
     app.add_flag(
         "-q,--disable,-N,--no-buffer,-g,--globoff,-#,--progress-bar,--http2,--tcp-nodelay,"
         "--no-progress-meter,--compressed-ssh,--path-as-is");
@@ -234,16 +240,13 @@ void acceptInVain(CLI::App& app) {
 void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine& line) {
     app.description(description);
     app.footer(examples + exitStatusTable() + notes);
-    app.add_option("URL,--url", options.urls, "What to request; several run at once")
-        ->option_text("...")
-        ->take_all()
-        ->allow_extra_args(false);
+    app.add_option("URL", options.urls, "What to request")->option_text("...");
     declareRequest(app, options, line);
     declareConnection(app, options, line);
     declareTls(app, options, config);
     declareOutput(app, options, line);
     declareMany(app, options, line);
-    acceptInVain(app);
+    acceptSilently(app, options);
     app.option_defaults()->group("Help");
     app.set_help_flag("-h,--help", "Print this help");
     app.add_flag("-V,--version", options.version, "Print the versions of tool and libraries");

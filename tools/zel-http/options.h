@@ -17,11 +17,11 @@ namespace tool {
 /// The options as text, before they become requests.
 struct Options {
     std::vector<std::string> urls;
+    std::vector<std::string> more_urls;
     std::vector<std::string> headers;
     std::vector<DataPiece> data;
     bool data_to_url = false;
     std::string config;
-    std::string referer;
     std::vector<std::string> cookies;
     std::string user_agent;
     std::string credentials;
@@ -44,7 +44,7 @@ struct Options {
     bool silent = false;
     bool show_error = false;
     int verbose = 0;
-    std::size_t parallel = 0;  // 0: one for each URL
+    std::size_t parallel = 1;
     std::string completion;
     bool manual = false;
     bool version = false;

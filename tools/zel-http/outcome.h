@@ -14,8 +14,8 @@ namespace tool {
 /// What became of one request.
 struct Outcome {
     const zel::http::RequestConfig* request = nullptr;
-    /// Where the body went, "-" for standard output; empty when it is in `body`.
-    std::string file;
+    /// Where the body is to go, "-" for standard output.
+    std::string file = "-";
     /// 0 without an answer.
     unsigned status = 0;
     /// Why there is no answer, or no whole one: the failure's name and what is known beside it.

@@ -23,7 +23,7 @@ std::string outcomeText(const Outcome& outcome) {
                            : outcome.failure;
     if (!outcome.message.empty()) text += " (" + outcome.message + ')';
     text += fmt::format("  {:.1f} ms  {}", outcome.milliseconds, outcome.request->url);
-    if (outcome.file.empty() || outcome.file == "-") return text;
+    if (outcome.file == "-") return text;
     return text + (outcome.failed() ? "  not saved" : "  -> " + outcome.file);
 }
 
@@ -84,7 +84,9 @@ void Report::printAnswer(const Outcome& outcome, std::ostream& stream) {
     const bool shows_head = command_line_.show_headers || command_line_.easy.head;
     if (shows_head && outcome.status != 0) {
         stream << outcome.status_line << "\r\n";
-        for (const auto& [name, value] : outcome.fields) stream << name << ": " << value << "\r\n";
+        for (const auto& [name, value] : outcome.fields) {
+            stream << name << (value.empty() ? ":" : ": ") << value << "\r\n";
+        }
         stream << "\r\n";
     }
     if (outcome.is_error_answer) return;

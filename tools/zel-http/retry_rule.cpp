@@ -13,15 +13,21 @@ namespace {
 
 using std::chrono::milliseconds;
 
+template <typename Values, typename Value>
+bool has(const Values& values, Value value) {
+    return std::find(std::begin(values), std::end(values), value) != std::end(values);
+}
+
+bool statusMayPass(unsigned status) {
+    constexpr unsigned passing[] = {408, 429, 500, 502, 503, 504};
+    return has(passing, status);
+}
+
 bool mayPass(const Outcome& outcome) {
     constexpr int passing[] = {CURLE_COULDNT_RESOLVE_PROXY, CURLE_COULDNT_RESOLVE_HOST,
                                CURLE_OPERATION_TIMEDOUT};
-    constexpr unsigned passing_statuses[] = {408, 429, 500, 502, 503, 504};
-    const auto has = [](const auto& values, auto value) {
-        return std::find(std::begin(values), std::end(values), value) != std::end(values);
-    };
-    if (!outcome.failure.empty()) return has(passing, exitStatusOf(outcome));
-    return has(passing_statuses, outcome.status);
+    if (outcome.failure.empty()) return statusMayPass(outcome.status);
+    return has(passing, exitStatusOf(outcome));
 }
 
 /// The seconds of a Retry-After; 0 without one.
@@ -35,6 +41,10 @@ milliseconds askedDelay(const Outcome& outcome) {
 }
 
 }  // namespace
+
+bool isRetried(const RetrySettings& settings, unsigned tries, unsigned status) {
+    return tries <= settings.most && statusMayPass(status);
+}
 
 std::optional<milliseconds> delayBeforeRetry(const RetrySettings& settings, unsigned tries,
                                              const Outcome& outcome) {
