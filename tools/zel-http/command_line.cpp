@@ -138,9 +138,12 @@ void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
     if (posts) config.body = reading("-d", [&] { return joined(options.data); });
     if (!easy.upload_file) return;
     config.method = Method::PUT;
-    if (*easy.upload_file != "-") return;
-    config.body = contentOf("-");
-    easy.upload_file.reset();
+    if (*easy.upload_file == "-") {
+        config.body = reading("-T", [] { return contentOf("-"); });
+        easy.upload_file.reset();
+    } else if (access(easy.upload_file->c_str(), R_OK) != 0) {
+        refuse("-T: cannot open " + *easy.upload_file);
+    }
 }
 
 void complete(RequestConfig& config, const Options& options, CommandLine& line) {

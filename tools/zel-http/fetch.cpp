@@ -191,13 +191,13 @@ private:
     }
 
     void finish(Slot& slot) {
+        const std::chrono::duration<double, std::milli> took = Clock::now() - slot.begun;
+        slot.outcome.milliseconds = took.count();
         const auto delay = delayBeforeRetry(command_line_.retry, slot.tries, slot.outcome);
         if (delay) {
             retry(slot, *delay);
             return;
         }
-        const std::chrono::duration<double, std::milli> took = Clock::now() - slot.begun;
-        slot.outcome.milliseconds = took.count();
         written_ += slot.outcome.body_size;
         progress_.clear();
         report_.add(slot.outcome);

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <exception>
 #include <iostream>
 
@@ -6,7 +9,21 @@
 #include "fetch.h"
 #include "logging/bundled.h"
 
+namespace {
+
+/// A descriptor that was closed at the start would be given to a socket, and get what is printed.
+void holdStandardDescriptors() {
+    while (true) {
+        const int lowest = open("/dev/null", O_RDONLY);  // of those, only reading works
+        if (lowest > STDERR_FILENO) close(lowest);
+        if (lowest < 0 || lowest > STDERR_FILENO) return;
+    }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    holdStandardDescriptors();
     try {
         tool::CommandLine command_line;
         if (const auto exit = tool::parse(argc, argv, command_line)) {
