@@ -168,7 +168,7 @@ std::string nameIn(const std::string& url, const char* option) {
     const auto begin = url.find('/', host == std::string::npos ? 0 : host + 3);
     const std::string path =
         begin == std::string::npos ? "" : url.substr(begin, url.find_first_of("?#", begin) - begin);
-    const std::string name = path.substr(path.rfind('/') + 1);
+    std::string name = path.substr(path.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..") {
         refuse(std::string(option) + ": " + url + " names no file");
     }

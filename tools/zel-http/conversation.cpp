@@ -32,7 +32,7 @@ void print(char mark, std::string_view lines, bool shows_secrets) {
         text.append({mark, ' '}).append(shows_secrets ? std::string(line) : withoutSecret(line));
         text += '\n';
     }
-    std::fwrite(text.data(), 1, text.size(), stderr);
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 template <bool ShowsSecrets>

@@ -37,7 +37,7 @@ void Exchange::notifyHeader(const char* line, unsigned length) {
         status_line_ = trimmed(text);
         fields_.clear();
         head_ended_ = false;
-    } else if (const auto colon = text.find(':'); !head_ended_ && colon != text.npos) {
+    } else if (const auto colon = text.find(':'); !head_ended_ && colon != std::string_view::npos) {
         fields_.emplace_back(text.substr(0, colon), trimmed(text.substr(colon + 1)));
     } else {
         head_ended_ = true;  // trailers follow the body

@@ -19,7 +19,7 @@ std::string cutModifier(std::string& text, const std::string& key) {
     if (at == std::string::npos) return {};
     const auto begin = at + key.size() + 2;
     const auto end = text.find(';', begin);
-    const std::string value = text.substr(begin, end - begin);
+    std::string value = text.substr(begin, end - begin);
     text.erase(at, end == std::string::npos ? end : end - at);
     return value;
 }

@@ -61,7 +61,7 @@ void Report::add(const Outcome& outcome) {
     if (command_line_.show_timings) std::cerr << timingsText(outcome) << '\n';
 }
 
-void Report::addRetry(const Outcome& outcome, std::chrono::milliseconds delay) {
+void Report::addRetry(const Outcome& outcome, std::chrono::milliseconds delay) const {
     if (!command_line_.show_errors) return;
     const std::chrono::duration<double> seconds = delay;
     std::cerr << fmt::format("{}; once more in {:.1f} s\n", outcomeText(outcome), seconds.count());

@@ -16,7 +16,7 @@ public:
     explicit Report(const CommandLine& command_line) : command_line_(command_line) {}
 
     void add(const Outcome& outcome);
-    void addRetry(const Outcome& outcome, std::chrono::milliseconds delay);
+    void addRetry(const Outcome& outcome, std::chrono::milliseconds delay) const;
     /// Prints the latencies of repeated requests. Called once, after the last one or an
     /// interruption.
     void summarise(std::chrono::duration<double> took);

@@ -34,8 +34,10 @@ bool mayPass(const Outcome& outcome) {
 milliseconds askedDelay(const Outcome& outcome) {
     for (const auto& [name, value] : outcome.fields) {
         if (!boost::algorithm::iequals(name, "Retry-After")) continue;
-        constexpr long longest = 6 * 60 * 60;
-        return std::chrono::seconds(std::clamp(std::atol(value.c_str()), 0L, longest));
+        constexpr long longest = 21600;  // six hours
+        constexpr int decimal = 10;
+        const long seconds = std::strtol(value.c_str(), nullptr, decimal);
+        return std::chrono::seconds(std::clamp(seconds, 0L, longest));
     }
     return {};
 }
