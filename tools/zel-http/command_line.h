@@ -22,6 +22,7 @@ struct CommandLine {
     std::size_t parallel = 1;
     bool show_headers = false;
     bool show_timings = false;
+    bool show_statistics = false;
     bool json = false;
     /// Report failures only.
     bool quiet = false;

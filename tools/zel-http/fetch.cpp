@@ -51,6 +51,7 @@ public:
         const int status = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
+        if (command_line_.show_statistics) report_.add(session_.engine().statistics());
         if (status != 0) return status;
         return report_.failed() ? 1 : 0;
     }

@@ -118,6 +118,8 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
         ->check(CLI::IsMember({"-"}))
         ->option_text("-");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
+    app.add_flag("--stats", line.show_statistics,
+                 "Tell in the end what the engine has done, on standard error, or as JSON");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");
     app.add_flag("-q,--quiet", line.quiet, "Report failures only, and no progress");
 }

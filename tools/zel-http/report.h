@@ -5,6 +5,7 @@
 #include "command_line.h"
 #include "latency.h"
 #include "outcome.h"
+#include "zel_http/engine_statistics.h"
 
 namespace tool {
 
@@ -18,6 +19,8 @@ public:
     /// Prints the latencies of repeated requests. Called once, after the last one or an
     /// interruption.
     void summarise(std::chrono::duration<double> took);
+    /// Prints what the engine has done, as a line of JSON where outcomes are such.
+    void add(const zel::http::EngineStatistics& statistics);
     /// Whether any request failed, or its answer was not printed.
     bool failed() const { return failed_; }
 
