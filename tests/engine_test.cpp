@@ -4,8 +4,10 @@
 
 #include <csignal>
 #include <filesystem>
+#include <future>
 #include <thread>
 
+#include "Engine/statistics.h"
 #include "support/engine_test.h"
 
 namespace test {
@@ -16,6 +18,7 @@ using Queue = EngineTest;
 using Lifecycle = EngineTest;
 using LifecycleDeathTest = EngineTest;
 using Control = EngineTest;
+using Statistics = EngineTest;
 
 TEST_F(Queue, RunsInOrderAndNestedClosuresInTheNextPass) {
     const auto mark = [&](const std::string& name) { return [=] { logger.add("mark " + name); }; };
@@ -241,6 +244,77 @@ TEST_F(Control, ARequestThatRunsAgainWhileItPausesCompletesTwice) {
         request->resumeRequest();
         waitFor("both outcomes", [&] { return request->outcomes == 2; });
         EXPECT_EQ(request->received, 400000U);
+    }
+}
+
+/// On its way through the engine a transfer is always somewhere, whoever looks when, and an outcome
+/// finds its own counted.
+TEST_F(Statistics, FollowTransfersThroughTheEngine) {
+    constexpr std::uint64_t crowd = 20;
+    std::atomic<std::uint64_t> added{0};
+    Flag done;
+    std::thread watcher([&] {
+        while (!done.isSet()) {
+            const std::uint64_t expected = added;
+            const auto now = engine->statistics();
+            const auto found = now.transfers_queued + now.transfers_in_flight + now.transfers_ended;
+            EXPECT_GE(found, expected);
+            EXPECT_LE(now.transfers_in_flight, crowd);
+        }
+    });
+    const auto run = [&](HostRequest& request) {
+        request.runRequest();
+        ++added;
+    };
+    std::vector<std::shared_ptr<HostRequest>> all(crowd);
+    whileEngineIsHeld([&] {
+        const auto held = std::chrono::steady_clock::now();
+        for (auto& request : all) run(*(request = hostRequest(origin("/silence"))));
+        for (auto& request : all) request->tryToCancelRequest();
+        EXPECT_EQ(engine->statistics().transfers_queued, crowd);
+        waitFor("a long pass", [&] {
+            return std::chrono::steady_clock::now() - held > std::chrono::milliseconds(50);
+        });
+    });
+    auto now = engine->statistics();
+    EXPECT_EQ(now.transfers_queued + now.transfers_in_flight, 0U);
+    EXPECT_EQ(now.transfers_ended, crowd);
+    EXPECT_GE(now.longest_pass, std::chrono::milliseconds(50));
+
+    const auto silent = hostRequest(origin("/silence"));
+    const auto failing = hostRequest("http://");
+    const auto retried = hostRequest("http://127.0.0.1:1/");
+    retried->fallbackProxies = {"http://127.0.0.1:1"};
+    const auto upload = hostRequest(Get(origin("/echo")).sends(Method::POST, bodyOf(1000)));
+    for (const auto& request : {silent, failing, retried, upload}) {
+        run(*request);
+        if (request == silent) continue;
+        request->outcome();
+        EXPECT_EQ(engine->statistics().transfers_in_flight, 1U);
+    }
+    now = engine->statistics();
+    EXPECT_EQ(now.transfers_queued, 0U);
+    EXPECT_EQ(now.transfers_begun, crowd + 5);
+    EXPECT_EQ(now.bytes_sent, 1000U);
+    EXPECT_EQ(now.bytes_received, 1000U);
+    silent->tryToCancelRequest();
+    done.set();
+    watcher.join();
+}
+
+TEST(Count, IsWholeWhileItPasses32Bits) {
+    constexpr std::uint64_t step = 0x7fffffff;
+    constexpr std::uint64_t end = 1000000 * step;
+    zel::http::Count count;
+    const auto writer = std::async(std::launch::async, [&] {
+        for (std::uint64_t sum = 0; sum < end; sum += step) count.add(step);
+    });
+    std::uint64_t last = 0;
+    while (last < end) {
+        const std::uint64_t now = count.value();
+        ASSERT_GE(now, last);
+        ASSERT_LE(now, end);
+        last = now;
     }
 }
 

@@ -51,9 +51,9 @@ TEST_F(Exchange, OverADecentServer) {
     for (const Row& row : rows) EXPECT_EQ(outcomeOf(row.request), row.outcome) << row.request;
     // One connection for all requests that leave it whole, and another for a clean start.
     for (const bool reset : {false, true}) {
-        const auto sockets = descriptorsAndThreads().first;
+        const auto opened = engine->statistics().connections_opened;
         EXPECT_EQ(outcomeOf(at("/hello").set(&RequestConfig::reset_state, reset)), "200 hello");
-        EXPECT_EQ(descriptorsAndThreads().first, sockets + (reset ? 1 : 0));
+        EXPECT_EQ(engine->statistics().connections_opened, opened + (reset ? 1 : 0));
     }
     // Also the length of a redirect; but to a host's own request undeclared ones have no limit.
     const ScriptedServer hop(

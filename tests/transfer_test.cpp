@@ -87,7 +87,7 @@ TEST_F(Hooks, TheExecutablesDefinitionsAreCalled) {
     EXPECT_EQ(outcomeOf(origin("/hello")), "204 ");
     instead.clear();
     // In every pass, those that find nothing but a wake-up too.
-    std::set<std::size_t> unperformed;
+    std::set<std::uint64_t> unperformed;
     for (int i = 0; i < 2; ++i) {
         engine->queueRequest([&] { unperformed.insert(passes() - performs); });
         settle();

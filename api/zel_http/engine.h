@@ -22,6 +22,7 @@
 #include "logging/logger.h"
 #include "oru/mutex.h"
 #include "oru/thread.h"
+#include "zel_http/engine_statistics.h"
 #include "zel_http/export.h"
 #include "zel_http/request.h"
 
@@ -68,6 +69,9 @@ public:
     /// Asks the engine thread to stop once it has run what is queued. Any thread; does not wait.
     /// An engine that has stopped stays stopped.
     void requestTermination();
+
+    /// What the engine has done so far. Any thread; takes no lock, and never holds the engine up.
+    EngineStatistics statistics() const noexcept;
 
     /// @{
     /// Start, cancel, pause and resume a request's transfer; `Request`'s own operations call these.
@@ -171,10 +175,11 @@ protected:
 
 private:
     class CountedTransfer;
+    class Counters;
 
     void release();
     void trace(const char* operation);
-    void enqueue(std::function<void()> work);
+    void enqueue(std::function<void()> work, bool startsTransfer = false);
     void registerTask(const std::shared_ptr<ActiveTask>& task);
     void unregisterTask(const ActiveTask& task);
     void keepConnectionsFor(std::size_t transfers);
@@ -273,6 +278,8 @@ private:
     std::pair<std::string, std::shared_ptr<CURLU>> lastUrl;
     // Engine thread only.
     std::unique_ptr<TlsIsolation> tlsIsolation;
+    // Any thread: the object says who writes what.
+    const std::unique_ptr<Counters> counters;
     // Written by the engine thread; 0 while it does not run.
     std::atomic<unsigned long> engineThreadId{0};
 };

@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Loop, Wait, testing::Bool(),
                          [](const auto& row) { return row.param ? "Poll" : "Select"; });
 
 TEST_P(Wait, MakesNoPassesWithoutWork) {
-    const std::size_t before = passes();
+    const std::uint64_t before = passes();
     outcomeOf(Get(origin("/silence")).within(200));
     EXPECT_LT(passes() - before, 30U);
     longest_poll = 0;
@@ -116,7 +116,7 @@ TEST_P(Wait, OutlivesWhatWakesIt) {
     queued.set();
     closed.await("the engine thread");
     const auto begun = std::chrono::steady_clock::now();
-    const std::size_t before = passes();
+    const std::uint64_t before = passes();
     waitFor("passes", [&] { return passes() > before + 10; });
     EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(90));
     engine.reset();

@@ -216,7 +216,7 @@ protected:
         settle();
     }
     /// How many passes the engine has made.
-    std::size_t passes() const { return logger.lines("processPendingRequests").size(); }
+    std::uint64_t passes() const { return engine->statistics().passes; }
 
     RecordingLogger logger;
     boost::asio::io_context loop;

@@ -41,6 +41,7 @@ struct CommandLine {
     bool fails_on_errors = false;
     std::string write_out;
     bool show_timings = false;
+    bool show_statistics = false;
     bool json = false;
     bool show_outcomes = false;
     bool show_errors = true;

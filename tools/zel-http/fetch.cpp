@@ -57,6 +57,7 @@ public:
         const int status = session_.run([this] { interrupt(); });
         progress_.clear();
         report_.summarise(Clock::now() - begun);
+        if (command_line_.show_statistics) report_.add(session_.engine().statistics());
         return status != 0 ? status : report_.exitStatus();
     }
 

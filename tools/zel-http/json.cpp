@@ -87,4 +87,21 @@ std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double
                  {"timings_ms", phases}});
 }
 
+std::string jsonStatistics(const zel::http::EngineStatistics& engine) {
+    const std::chrono::duration<double, std::milli> longest = engine.longest_pass;
+    return line({{"statistics",
+                  {{"transfers_queued", engine.transfers_queued},
+                   {"transfers_in_flight", engine.transfers_in_flight},
+                   {"transfers_begun", engine.transfers_begun},
+                   {"transfers_ended", engine.transfers_ended},
+                   {"connections_opened", engine.connections_opened},
+                   {"connections_reused", engine.connections_reused},
+                   {"tls_sessions_resumed", engine.tls_sessions_resumed},
+                   {"bytes_received", engine.bytes_received},
+                   {"bytes_sent", engine.bytes_sent},
+                   {"passes", engine.passes},
+                   {"wake_ups", engine.wake_ups},
+                   {"longest_pass_ms", rounded(longest.count())}}}});
+}
+
 }  // namespace tool

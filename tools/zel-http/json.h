@@ -5,6 +5,7 @@
 
 #include "latency.h"
 #include "outcome.h"
+#include "zel_http/engine_statistics.h"
 
 namespace tool {
 
@@ -14,5 +15,8 @@ std::string jsonLine(const Outcome& outcome, bool with_body);
 
 /// The latencies of all requests as one line of JSON.
 std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took);
+
+/// The fields of the statistics, below "statistics", as one line of JSON.
+std::string jsonStatistics(const zel::http::EngineStatistics& engine);
 
 }  // namespace tool

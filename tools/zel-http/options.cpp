@@ -203,6 +203,8 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
                  "Tell what is sent and received but bodies; -vv what the library does, too");
     app.add_flag("--unmasked", line.easy.shows_secrets, "Let -v tell credentials and cookies");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
+    app.add_flag("--stats", line.show_statistics,
+                 "Tell in the end what the engine has done, on standard error, or as JSON");
     app.add_flag("--json", line.json, "Print each outcome as a line of JSON, body included");
     app.add_option("--log", line.log_level,
                    "Log what the library does to standard error, from 1 (summaries) to 9")

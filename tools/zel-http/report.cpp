@@ -40,6 +40,19 @@ std::string timingsText(const Outcome& outcome) {
         timings.http_version.empty() ? "" : ", HTTP/", timings.http_version);
 }
 
+std::string statisticsText(const zel::http::EngineStatistics& engine) {
+    const std::chrono::duration<double, std::milli> longest = engine.longest_pass;
+    return fmt::format(
+        "transfers    {} begun, {} ended, {} in flight, {} queued\n"
+        "connections  {} opened, {} reused, {} TLS sessions resumed\n"
+        "bodies       {} received, {} sent\n"
+        "engine       {} passes, the longest {:.2f} ms, {} wake-ups\n",
+        engine.transfers_begun, engine.transfers_ended, engine.transfers_in_flight,
+        engine.transfers_queued, engine.connections_opened, engine.connections_reused,
+        engine.tls_sessions_resumed, sizeText(engine.bytes_received), sizeText(engine.bytes_sent),
+        engine.passes, longest.count(), engine.wake_ups);
+}
+
 }  // namespace
 
 void Report::add(const Outcome& outcome) {
@@ -142,6 +155,15 @@ void Report::drawLatencies() {
     if (file.flush()) return;
     std::cerr << "zel-http: cannot write " << command_line_.picture << '\n';
     exit_status_ = CURLE_WRITE_ERROR;
+}
+
+void Report::add(const zel::http::EngineStatistics& statistics) {
+    if (!command_line_.json) {
+        std::cerr << statisticsText(statistics);
+        return;
+    }
+    std::cout << jsonStatistics(statistics) << '\n' << std::flush;
+    checkOutput();
 }
 
 }  // namespace tool

@@ -6,6 +6,7 @@
 #include "command_line.h"
 #include "latency.h"
 #include "outcome.h"
+#include "zel_http/engine_statistics.h"
 
 namespace tool {
 
@@ -20,6 +21,8 @@ public:
     /// Prints the latencies of repeated requests. Called once, after the last one or an
     /// interruption.
     void summarise(std::chrono::duration<double> took);
+    /// Prints what the engine has done, as a line of JSON where outcomes are such.
+    void add(const zel::http::EngineStatistics& statistics);
     /// That of the last outcome that failed, or of an answer that was not printed; 0 if none did.
     int exitStatus() const { return exit_status_; }
 

@@ -15,6 +15,7 @@
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
 #include "Engine/facts.h"
+#include "Engine/statistics.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Records/header_line.h"
@@ -119,6 +120,7 @@ std::size_t Engine::writeFunction(char* data, std::size_t size, std::size_t coun
         // and 8.14 delivers what it holds. A refused block is delivered again after the resume.
         Engine& engine = *getEngine();
         if (engine.isPaused(task) || engine.hasHadItsShare(task)) return CURL_WRITEFUNC_PAUSE;
+        engine.counters->bytes_received.add(bytes);
         try {
             task.request->notifyDataReceived(data, saturated(bytes));
         } catch (const std::runtime_error&) {  // a request throws it to end its transfer

@@ -9,6 +9,7 @@
 #include "Engine/active_task.h"
 #include "Engine/completion_rules.h"
 #include "Engine/facts.h"
+#include "Engine/statistics.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_truncation.h"
 #include "Engine/wire_text.h"
@@ -90,6 +91,9 @@ void Engine::finishTask(std::shared_ptr<ActiveTask> task, CURLcode reported) {
         long httpCode = -1;
         const CURLcode ret = curl_easy_getinfo(task->curl, CURLINFO_RESPONSE_CODE, &httpCode);
         ORU_ASSERT(ret == CURLE_OK);
+        long connections = 0;
+        curl_easy_getinfo(task->curl, CURLINFO_NUM_CONNECTS, &connections);
+        if (httpCode > 0 && connections == 0) counters->connections_reused.add(1);
         long connectCode = -1;
         curl_easy_getinfo(task->curl, CURLINFO_HTTP_CONNECTCODE, &connectCode);
         if (connectCode == 0 && !request->fallbackProxies.empty()) {

@@ -11,6 +11,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/easy_options.h"
+#include "Engine/statistics.h"
 #include "Engine/tls_connection.h"
 #include "zel_http/engine.h"
 
@@ -94,6 +95,7 @@ int Engine::requestBegins(void* handle, char* /*remote*/, char* /*local*/, int /
                           int /*localPort*/) noexcept {
     Engine& engine = *getEngine();
     if (engine.tasks.size() > 1 && usesTls(handle)) engine.passesAgain = true;
+    engine.counters->noteTlsSession(handle);
     return CURL_PREREQFUNC_OK;
 }
 

@@ -11,6 +11,7 @@
 
 #include "Engine/active_task.h"
 #include "Engine/curl_version.h"
+#include "Engine/statistics.h"
 #include "Engine/tls_isolation.h"
 #include "oru/assert.h"
 #include "zel_http/engine.h"
@@ -47,7 +48,8 @@ Engine::Engine(const std::function<void(const std::function<void()>&)>& fsmRunne
       wakeupFd(eventfd(0, 0)),
       fsmRunner(fsmRunner),
       logger(logger),
-      tlsIsolation(std::make_unique<TlsIsolation>()) {
+      tlsIsolation(std::make_unique<TlsIsolation>()),
+      counters(std::make_unique<Counters>()) {
     ORU_ASSERT(!currentEngine);
     checkLibcurl(*logger);
     currentEngine = this;
@@ -109,6 +111,7 @@ void Engine::flagTermination() {
 
 void Engine::thread_loop() {
     engineThreadId = oru::this_thread::get_id();
+    counters->worksFromNow();
     while (!terminationFlag) runTasks();
     logger->debug(8, "Engine::%s: Exiting thread loop", logging::arguments("thread_loop"));
     engineThreadId = 0;

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "Engine/outbox.h"
+#include "Engine/statistics.h"
 #include "Engine/wait_rule.h"
 #include "eventlog/eventlog.h"
 #include "oru/assert.h"
@@ -47,10 +48,11 @@ void Engine::checkEngineThread() const {
 void Engine::queueRequest(const std::function<void()>& fn) { enqueue(fn); }
 
 /// Writes the eventfd only if no earlier write is unread: an unread one ends the wait already.
-void Engine::enqueue(std::function<void()> work) {
+void Engine::enqueue(std::function<void()> work, bool startsTransfer) {
     {
         const std::lock_guard lock(queueMutex);
         pendingRequests.push_back(std::move(work));
+        if (startsTransfer) counters->queued();
         if (std::exchange(wakeupUnread, true)) return;
     }
     if (eventfd_write(wakeupFd, 1) == 0) return;
@@ -111,7 +113,9 @@ CURLMcode Engine::doCurlProcessing() {
     const timeval timeout = again || hasPendingRequests()
                                 ? timeval{}
                                 : waitTimeout(timerWithConnectionWaits(curlTimer));
+    counters->worksUntilNow();
     const bool woken = descriptorsFitSelect() ? waitWithSelect(timeout) : waitWithPoll(timeout);
+    counters->worksFromNow();
     if (woken) drainWakeup();
     int running = 0;
     return engine_curl_multi_perform(multiHandle, &running);
@@ -156,7 +160,11 @@ void Engine::drainWakeup() {
     const bool read = eventfd_read(wakeupFd, &value) == 0;
     wakeupUnread = false;  // under one lock with the read, or the flag could outlive the wake-up
     lock.unlock();
-    if (!read) eventlog("CurlEngine: Error reading eventfd\n");
+    if (read) {
+        counters->wake_ups.add(1);
+    } else {
+        eventlog("CurlEngine: Error reading eventfd\n");
+    }
 }
 
 }  // namespace zel::http

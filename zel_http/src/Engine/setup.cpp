@@ -16,6 +16,7 @@
 #include "Engine/easy_options.h"
 #include "Engine/hooks.h"
 #include "Engine/parsed_url.h"
+#include "Engine/statistics.h"
 #include "Engine/tls_isolation.h"
 #include "Engine/tls_policy.h"
 #include "Engine/wire_text.h"
@@ -94,6 +95,7 @@ void Engine::addTask(std::shared_ptr<Request> request) { addTask(std::move(reque
 
 void Engine::addTask(std::shared_ptr<Request> request, const std::string& proxy) {
     checkEngineThread();
+    counters->begin();
     RequestConfig& config = request->config;
     if (logger->isDebugEnabled(1)) logConfiguration(config);
     const auto task = std::make_shared<ActiveTask>(request);

@@ -6,15 +6,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "Engine/statistics.h"
 #include "zel_http/engine.h"
 
 namespace zel::http {
 
-curl_socket_t Engine::openSocket(void* engine, curlsocktype /*purpose*/,
+curl_socket_t Engine::openSocket(void* engine, curlsocktype purpose,
                                  curl_sockaddr* address) noexcept {
     const int opened = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     auto& self = *static_cast<Engine*>(engine);
     if (opened >= FD_SETSIZE) ++self.highSockets;
+    if (opened >= 0 && purpose == CURLSOCKTYPE_IPCXN) self.counters->connections_opened.add(1);
     if (self.tasks.size() > 1) self.passesAgain = true;
     return opened;
 }

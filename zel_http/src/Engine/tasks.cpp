@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Engine/active_task.h"
+#include "Engine/statistics.h"
 #include "zel_http/engine.h"
 #include "zel_http/engine_hooks.h"
 
@@ -15,7 +16,11 @@ namespace zel::http {
 void Engine::addNewRequest(std::shared_ptr<Request> request) {
     trace("addNewRequest");
     enqueue(
-        [this, queued = CountedTransfer(std::move(request))] { prepareAddTask(queued.request); });
+        [this, queued = CountedTransfer(std::move(request))] {
+            counters->takeFromQueue();
+            prepareAddTask(queued.request);
+        },
+        true);
     engine_request_added();
 }
 
@@ -56,6 +61,7 @@ void Engine::keepConnectionsFor(std::size_t transfers) {
 }
 
 void Engine::unregisterTask(const ActiveTask& task) {
+    counters->end(task);
     pendingPauses.erase(task.curl);
     usedShares.erase(task.curl);
     connectionWaits.erase(task.curl);
@@ -140,6 +146,7 @@ bool Engine::hasHadItsShare(ActiveTask& task) {
 /// Begins a pass: resumes the transfers that had used up their share of the last one.
 void Engine::continueShares() {
     ++pass;
+    counters->passes.add(1);
     for (void* handle : std::exchange(usedShares, {})) {
         const auto task = findTask(handle);
         if (task && !isPaused(*task)) curl_easy_pause(handle, CURLPAUSE_CONT);
