@@ -110,6 +110,8 @@ Response answer(const Request& request, const Target& target) {
         }
     } else if (target.route == "/bytes") {
         response.body() = bodyOf(number(target.argument, 0));
+    } else if (target.route == "/cookie") {
+        response.set(http::field::set_cookie, "visit=1");
     } else if (target.route == "/together") {
         response.body() = "together\n";
     } else if (target.route == "/redirect") {

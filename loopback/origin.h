@@ -20,6 +20,7 @@ namespace loopback {
 ///     /mirror           200 with the whole request as it came
 ///     /status/N         status N
 ///     /bytes/N          200 with `bodyOf(N)`; ?chunked and ?close leave out the length
+///     /cookie           sets the cookie "visit"
 ///     /redirect/N       N redirects with status 302, or as ?status says, then /echo
 ///     /redirect/mirror  a redirect to /mirror
 ///     /loop             a redirect to itself

@@ -63,11 +63,12 @@ using DownloadSink = std::variant<FileSink, DescriptorSink, CallableSink>;  ///<
 /// connection, a time-out, a body that was cut, a status 429, 500, 502, 503 or 504. The next try
 /// asks for the rest of the body.
 struct RetryPolicy {
-    unsigned most_retries = 5;  ///< of the whole download; 0 for none
+    unsigned most_retries = 10;  ///< of the whole download; 0 for none
     /// The n-th delay is random, between 0 and `base` * 2^(n-1), which `cap` bounds.
     std::chrono::milliseconds base{1000};
-    std::chrono::milliseconds cap{60000};  ///< see `base`
-    /// A server's Retry-After counts if it is longer than the delay, up to this.
+    std::chrono::milliseconds cap{300000};  ///< see `base`
+    /// A server's Retry-After is waited for, up to this. The random delay comes on top, here
+    /// between 0 and the longer of both: devices that were told the same do not return together.
     std::chrono::milliseconds longest_retry_after{300000};
 };
 

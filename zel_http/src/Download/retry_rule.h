@@ -49,7 +49,8 @@ inline std::optional<std::chrono::milliseconds> parseRetryAfter(const std::strin
     return std::chrono::seconds(std::clamp<std::int64_t>(std::int64_t{date} - now, 0, day));
 }
 
-/// The delay before the `attempt`-th retry, 1 for the first. `share` is random, from 0 to 1.
+/// The delay before the `attempt`-th retry, 1 for the first. `share` is random, from 0 to 1: it
+/// keeps devices apart that failed together, also those that a server has told the same time.
 inline std::chrono::milliseconds delayBefore(unsigned attempt, const RetryPolicy& policy,
                                              double share,
                                              std::optional<std::chrono::milliseconds> retry_after) {
@@ -58,10 +59,10 @@ inline std::chrono::milliseconds delayBefore(unsigned attempt, const RetryPolicy
     const double grown =
         static_cast<double>(policy.base.count()) * std::exp2(std::min(attempt - 1.0, 100.0));
     const double bound = std::min({grown, static_cast<double>(policy.cap.count()), year});
-    const milliseconds delay(static_cast<milliseconds::rep>(std::max(bound, 0.0) * share));
     const milliseconds asked =
         std::min(retry_after.value_or(milliseconds(0)), policy.longest_retry_after);
-    return std::max(delay, asked);
+    const double range = std::max({bound, 0.0, static_cast<double>(asked.count())});
+    return asked + milliseconds(static_cast<milliseconds::rep>(range * share));
 }
 
 }  // namespace zel::http
