@@ -84,6 +84,18 @@ TEST(Programs, Downloads) {
     run(tool + "-o " + folder + "/link " + origin("/hello"));
     EXPECT_EQ(read("file"), "hello\n");
     EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_all);
+
+    const ScriptedServer resuming([](Socket& socket) {
+        const bool rest = readHead(socket).find("\r\nRange: bytes=5-\r\n") != std::string::npos;
+        const std::string fields = "\r\nETag: \"1\"\r\nContent-Length: ";
+        write(socket, "HTTP/1.1 " +
+                          (rest ? "206 Rest\r\nContent-Range: bytes 5-9/10" + fields + "5"
+                                : "200 OK" + fields + "10") +
+                          "\r\n\r\n" + (rest ? "whole" : "half "));
+    });
+    run(tool + "-o " + folder + "/resumed " + resuming.url());
+    run(tool + "-C - -o " + folder + "/resumed " + resuming.url());
+    EXPECT_EQ(read("resumed"), "half whole");
     fs::remove_all(folder);
 }
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 #include "conversation.h"
 #include "form.h"
@@ -46,11 +47,24 @@ EasySetup::~EasySetup() {
     current_setup = nullptr;
     for (curl_mime* form : forms_) curl_mime_free(form);
     curl_slist_free_all(header_lines_);
+    for (curl_slist* lines : resuming_lines_) curl_slist_free_all(lines);
     curl_slist_free_all(resolve_);
     if (upload_descriptor_ >= 0) close(upload_descriptor_);
 }
 
 EasySetup* EasySetup::current() { return current_setup; }
+
+/// Replaces the library's fields, but for those by which a download resumes.
+void EasySetup::applyFields(CURL* easy, const zel::http::RequestConfig& config) {
+    curl_slist* lines = header_lines_;
+    if (config.headers.count("Range") != 0) {
+        std::vector<std::string> own = settings_.header_lines;
+        for (const auto& [name, value] : config.headers) own.push_back(name + ": " + value);
+        lines = listOf(own);
+        resuming_lines_.push_back(lines);
+    }
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, lines);
+}
 
 void EasySetup::apply(CURL* easy) {
     applyRequest(easy);
@@ -60,7 +74,6 @@ void EasySetup::apply(CURL* easy) {
 
 void EasySetup::applyRequest(CURL* easy) {
     const EasySettings& settings = settings_;
-    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, header_lines_);
     if (!settings.user_agent.empty()) {
         curl_easy_setopt(easy, CURLOPT_USERAGENT, settings.user_agent.c_str());
     }
@@ -137,6 +150,12 @@ curl_mime* EasySetup::makeForm(CURL* easy) const {
     curl_mime* form = curl_mime_init(easy);
     for (const std::string& text : settings_.form) addFormPart(form, text);
     return form;
+}
+
+void FieldsEngine::addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) {
+    const auto& config = request->config;
+    if (auto* setup = EasySetup::current()) setup->applyFields(curl, config);
+    Engine::addTlsConfig(curl, std::move(request));
 }
 
 }  // namespace tool

@@ -5,9 +5,12 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "zel_http/engine.h"
 
 namespace tool {
 
@@ -47,8 +50,11 @@ public:
     EasySetup& operator=(const EasySetup&) = delete;
     ~EasySetup();
 
-    /// Called on the engine thread before a transfer starts.
+    /// @{
+    /// Called on the engine thread before a transfer starts, the fields first.
+    void applyFields(CURL* easy, const zel::http::RequestConfig& config);
     void apply(CURL* easy);
+    /// @}
     static EasySetup* current();
 
 private:
@@ -71,8 +77,17 @@ private:
     int upload_descriptor_ = -1;
     curl_off_t upload_size_ = 0;
     // Engine thread, until the engine is gone.
+    std::vector<curl_slist*> resuming_lines_;
     std::deque<Upload> uploads_;
     std::vector<curl_mime*> forms_;
+};
+
+/// An engine whose transfers have the header fields of the current `EasySetup`, if there is one.
+class FieldsEngine final : public zel::http::Engine {
+public:
+    using Engine::Engine;
+    ~FieldsEngine() override { stop(); }
+    void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) override;
 };
 
 }  // namespace tool

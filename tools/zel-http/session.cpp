@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include "easy_setup.h"
 #include "logging/logger.h"
 
 namespace tool {
@@ -9,7 +10,7 @@ namespace tool {
 Session::Session()
     : signals_(loop_),
       executor_(loop_),
-      engine_(std::make_unique<zel::http::Engine>(
+      engine_(std::make_unique<FieldsEngine>(
           [this](const std::function<void()>& closure) { executor_.post(closure, 0); },
           &logging::getLogger("HttpClient"))),
       client_(zel::http::createClient(executor_, logging::getLogger("zel-http"))) {
