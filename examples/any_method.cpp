@@ -64,6 +64,8 @@ private:
 class MethodEngine final : public zel::http::Engine {
 public:
     using Engine::Engine;
+    MethodEngine(const MethodEngine&) = delete;
+    MethodEngine& operator=(const MethodEngine&) = delete;
     ~MethodEngine() override { stop(); }
 
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) override {

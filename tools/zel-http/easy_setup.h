@@ -86,6 +86,8 @@ private:
 class FieldsEngine final : public zel::http::Engine {
 public:
     using Engine::Engine;
+    FieldsEngine(const FieldsEngine&) = delete;
+    FieldsEngine& operator=(const FieldsEngine&) = delete;
     ~FieldsEngine() override { stop(); }
     void addTlsConfig(void* curl, std::shared_ptr<zel::http::Request> request) override;
 };

@@ -141,7 +141,7 @@ private:
         config.limits.size = command_line_.most_bytes;
         config.retry.most_retries = 0;
         config.any_status = true;  // `takesBody` decides
-        config.progress_interval = progress_.interval();
+        config.progress_interval = std::chrono::milliseconds(100);
         return config;
     }
 

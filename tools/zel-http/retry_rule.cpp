@@ -56,7 +56,8 @@ std::optional<milliseconds> delayBeforeRetry(const RetrySettings& settings, unsi
     const bool printed = outcome.file == "-" && outcome.body_size != 0;
     if (!repeats || printed) return std::nullopt;
     constexpr milliseconds longest(600000);
-    const milliseconds growing(std::min(longest.count(), 1000L << std::min(tries - 1, 10U)));
+    constexpr milliseconds first(1000);
+    const milliseconds growing = std::min(longest, first * (1U << std::min(tries - 1, 10U)));
     return std::max(settings.delay.count() != 0 ? settings.delay : growing, askedDelay(outcome));
 }
 
