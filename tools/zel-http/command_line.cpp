@@ -25,6 +25,8 @@ using std::chrono::milliseconds;
 using zel::http::Method;
 using zel::http::RequestConfig;
 
+constexpr std::size_t usual_repeats = 100;
+
 [[noreturn]] void refuse(const std::string& text) { throw CLI::ValidationError(text); }
 
 /// Runs `read`, and refuses what it throws in the name of an option.
@@ -293,6 +295,7 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         if (options.version) return EarlyExit{versions(), 0};
         if (options.manual) return EarlyExit{manualPage(app), 0};
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
+        if (options.latency && command_line.repeat == 1) command_line.repeat = usual_repeats;
         complete(config, options, command_line);
         command_line.easy.uses_proxy = !command_line.proxy.empty();
         if (!options.proxy_credentials.empty()) {

@@ -219,6 +219,7 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
            "Perform each request that often; bodies are dropped, latencies of answers summed up")
         ->check(CLI::Range(std::size_t{1}, most_repeats))
         ->option_text("N");
+    app.add_flag("--latency", options.latency, "As --repeat 100, unless that is given");
     app.add_option("--parallel", options.parallel,
                    "At most so many at a time; otherwise one after the other")
         ->check(CLI::Range(std::size_t{1}, most_parallel))

@@ -46,6 +46,7 @@ struct Options {
     bool remote_name = false;
     bool silent = false;
     bool show_error = false;
+    bool latency = false;
     bool manual = false;
     bool version = false;
 };
