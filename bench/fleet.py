@@ -82,7 +82,7 @@ class Run:
             tick = min(self.pending)
             self.step(tick, self.pending.pop(tick))
         self.total = sum(self.requests.values())
-        self.peak = max(count for second, count in self.requests.items() if second >= DOWN)
+        self.peak = max((count for second, count in self.requests.items() if second >= DOWN), default=0)
 
     def again(self, tick, attempt, asked):
         if attempt > self.policy.retries:

@@ -3,7 +3,8 @@
 //
 // Think twice. The store belongs to the whole process: each client sends the cookies that another
 // has received, among them the session of another user. Cookies are secrets, and stand in the file
-// as they are. The library itself keeps no cookies, so that neither happens unasked.
+// as they are, and `RequestConfig::reset_state` does not reach this store. The library itself keeps
+// no cookies, so that neither happens unasked.
 
 #include <curl/curl.h>
 #include <sys/stat.h>

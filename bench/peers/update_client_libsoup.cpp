@@ -82,25 +82,24 @@ private:
         if (release_["version"].empty() || release_["sha256"].empty()) return end(1, "no release");
         if (present == release_["version"]) return end(0, "up to date");
         g_timeout_add_seconds(whole_seconds, timeIsOver, this);
-        load();
-        start();
+        if (load()) start();
     }
 
     /// Opens the part. What it has counts if the state says of which version of which URL it is.
-    void load() {
+    bool load() {
         std::ifstream state(state_);
         std::string url;
         std::getline(state, url);
         std::getline(state, validator_);
         descriptor_ = open(part_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        if (descriptor_ < 0) return end(1, "cannot write " + part_), false;
         if (url != release_["url"] || validator_.empty()) drop();
-        const off_t size = lseek(descriptor_, 0, SEEK_END);
-        if (size < 0) return end(1, "cannot write " + part_);
-        offset_ = static_cast<std::uint64_t>(size);
+        offset_ = static_cast<std::uint64_t>(lseek(descriptor_, 0, SEEK_END));
+        return !ended_;
     }
 
     void drop() {
-        std::filesystem::remove(state_);
+        unlink(state_.c_str());
         if (ftruncate(descriptor_, 0) != 0) return end(1, "cannot write " + part_);
         lseek(descriptor_, 0, SEEK_SET);
         validator_.clear();
@@ -111,6 +110,8 @@ private:
         g_clear_object(&message_);
         message_ = soup_message_new(SOUP_METHOD_GET, release_["url"].c_str());
         if (message_ == nullptr) return end(1, "a bad URL");
+        // Bytes are counted and resumed as the server has them.
+        soup_message_disable_feature(message_, SOUP_TYPE_CONTENT_DECODER);
         if (offset_ != 0) {
             auto* fields = soup_message_get_request_headers(message_);
             soup_message_headers_set_range(fields, static_cast<goffset>(offset_), -1);
@@ -210,9 +211,9 @@ private:
 
     void finish() {
         const std::string sum = checksum();
-        std::filesystem::remove(state_);
+        unlink(state_.c_str());
         if (sum != release_["sha256"]) {
-            std::filesystem::remove(part_);
+            unlink(part_.c_str());
             return end(1, "the SHA-256 of the body is " + sum);
         }
         const std::string folder = std::filesystem::absolute(file_).parent_path().string();
