@@ -81,7 +81,10 @@ PartFile::PartFile(const std::string& path, const std::string& url)
     if (path.empty() || path.find('\0') != std::string::npos) {
         throw Fault(DownloadFailure::Sink, "the path is empty or has a NUL");
     }
-    while (!openAndLock()) {
+    constexpr int most_tries = 100;  // so many downloads do not end between two calls
+    for (int tries = 1; !openAndLock(); ++tries) {
+        if (tries == most_tries)
+            throw Fault(DownloadFailure::Busy, "other downloads write " + part_);
     }
 }
 
