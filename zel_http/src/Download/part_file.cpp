@@ -83,8 +83,9 @@ PartFile::PartFile(const std::string& path, const std::string& url)
     }
     constexpr int most_tries = 100;  // so many downloads do not end between two calls
     for (int tries = 1; !openAndLock(); ++tries) {
-        if (tries == most_tries)
+        if (tries == most_tries) {
             throw Fault(DownloadFailure::Busy, "other downloads write " + part_);
+        }
     }
 }
 
