@@ -13,7 +13,7 @@ constexpr int status_of_error_answer = CURLE_HTTP_RETURNED_ERROR;
 
 constexpr std::array<std::pair<int, const char*>, 19> table = {{
     {0, "answered; with -f and for a file, with a status below 400"},
-    {1, "an error without a status of its own"},
+    {1, "a protocol that is not here, or an error without a status of its own"},
     {2, "a bad command line"},
     {3, "a bad URL"},
     {5, "the proxy's name was not found"},

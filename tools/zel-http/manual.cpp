@@ -40,20 +40,17 @@ void writeOptions(std::ostream& page, const CLI::App& app) {
     }
 }
 
-/// The footer of the help has paragraphs; one that begins with a line "Title:" is a section.
+/// The footer of the help has sections, each below a line "Title:", whose lines stay as they are.
 void writeFooter(std::ostream& page, const std::string& footer) {
     std::istringstream lines(footer);
-    bool literal = false;
     for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line.back() == ':') {
+        if (line.empty()) {
+            page << ".fi\n";
+        } else if (line.back() == ':') {
             std::string title = line.substr(0, line.size() - 1);
             std::transform(title.begin(), title.end(), title.begin(),
                            [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
             page << ".SH " << title << "\n.nf\n";
-            literal = true;
-        } else if (line.empty()) {
-            page << (literal ? ".fi\n.SH NOTES\n" : ".PP\n");
-            literal = false;
         } else {
             page << escape(line) << '\n';
         }

@@ -45,24 +45,36 @@ constexpr const char* examples =
     "\n"
     "Exit status:\n";
 
-constexpr const char* notes =
-    "\n"
-    "A file appears when its body is whole, and only with a status below 400; until then "
-    "FILE.part\n"
-    "is beside it. That stays after an interruption where the server tells versions apart, and -C "
-    "-\n"
-    "continues it. A file that is replaced keeps its permissions and, where you may set it, its\n"
-    "owner, but no hard links.\n"
-    "\n"
-    "Other than curl: redirects are followed without -L. URLs are taken as they are, without {} "
-    "and\n"
-    "[] for several. A proxy is a tunnel for http URLs, too. No .curlrc is read, and no .netrc.\n"
-    "Expect is not sent. --json prints outcomes. A line on each outcome goes to a terminal, and "
-    "-s\n"
-    "silences it.\n"
-    "\n"
-    "http_proxy, https_proxy and no_proxy of the environment apply, SSL_CERT_FILE, and NO_COLOR\n"
-    "to --log.";
+constexpr const char* notes = R"(
+Files:
+  FILE appears when its body is whole, and only with a status below 400. Until then
+  the bytes are in FILE.part. They stay after an interruption if the server tells
+  versions apart (ETag, Last-Modified), and -C - continues them. A file that is
+  replaced keeps its permissions and, where you may set it, its owner, but no
+  hard links.
+
+Differences from curl:
+  -L              redirects are followed without it; --no-location turns that off
+  -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
+                  the folder is looked for before anything is sent
+  -C              only with -, and only for what this tool has begun
+  -d @FILE        takes out line ends and zeros, and nothing else
+  -T              Expect is not sent
+  --retry         an answer that is asked for again is not printed
+  -x              the proxy is a tunnel for http URLs, too
+  -v              credentials and cookies are masked; --unmasked shows them
+  -w              knows the usual variables only
+  -Z              no progress by file
+  terminal        each outcome has a line on standard error; -s silences it
+  URL             {} and [] do not stand for several URLs
+  protocols       http and https only; any other ends with 1
+  settings        no .curlrc and no .netrc is read; -K reads a file of options
+  other options   one line says that an option of curl's is not here; 2
+
+Environment:
+  http_proxy, https_proxy, all_proxy, no_proxy    proxies, as for curl
+  SSL_CERT_FILE                                   trusted authorities
+  NO_COLOR                                        no colours in the log)";
 
 CLI::Option* addText(CLI::App& app, const char* names, std::string& value, const char* help,
                      const char* placeholder) {
