@@ -1,22 +1,23 @@
 #include "body.h"
 
 #include <curl/curl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/replace.hpp>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 
 namespace tool {
 namespace {
 
 std::string readAll(std::istream& stream, const std::string& name) {
     std::string text{std::istreambuf_iterator<char>(stream), {}};
-    if (stream.bad()) throw std::runtime_error("cannot read " + name);
+    if (stream.bad()) throw UnreadableFile("cannot read " + name);
     return text;
 }
 
@@ -40,10 +41,15 @@ std::string textOf(const DataPiece& piece) {
 
 }  // namespace
 
+void checkReadable(const std::string& path) {
+    if (access(path.c_str(), R_OK) != 0) throw UnreadableFile("cannot open " + path);
+    if (std::filesystem::is_directory(path)) throw UnreadableFile(path + " is a directory");
+}
+
 std::string contentOf(const std::string& path) {
     if (path == "-") return readAll(std::cin, "standard input");
+    checkReadable(path);
     std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error("cannot open " + path);
     return readAll(file, path);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,15 @@ struct DataPiece {
     std::string value;
 };
 
-/// The whole of a file, or with "-" of standard input. Throws `std::runtime_error` when it cannot
-/// be read.
+/// A file to send that cannot be read.
+struct UnreadableFile : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// Throws `UnreadableFile` when there is no such file, or it may not be read, or is a directory.
+void checkReadable(const std::string& path);
+
+/// The whole of a file, or with "-" of standard input. Throws as `checkReadable` does.
 std::string contentOf(const std::string& path);
 
 /// The body that the pieces make, joined by '&'. Throws as `contentOf` does.

@@ -6,11 +6,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
+#include "body.h"
 #include "completion.h"
 #include "config_file.h"
 #include "curl_names.h"
@@ -27,7 +29,11 @@ using zel::http::RequestConfig;
 
 constexpr std::size_t usual_repeats = 100;
 
-[[noreturn]] void refuse(const std::string& text) { throw CLI::ValidationError(text); }
+constexpr int bad_command_line = 2;
+
+[[noreturn]] void refuse(const std::string& text, int status = bad_command_line) {
+    throw CLI::ValidationError(text, status);
+}
 
 /// Runs `read`, and refuses what it throws in the name of an option.
 template <typename Read>
@@ -36,21 +42,24 @@ auto reading(const char* option, Read read) {
         return read();
     } catch (const CLI::Error&) {
         throw;
+    } catch (const UnreadableFile& error) {
+        refuse(std::string(option) + ": " + error.what(), CURLE_READ_ERROR);
     } catch (const std::exception& error) {
         refuse(std::string(option) + ": " + error.what());
     }
 }
 
 milliseconds millisecondsOf(double seconds) {
+    if (std::isnan(seconds)) refuse("'nan' is no time");
     return milliseconds(static_cast<std::int64_t>(std::ceil(seconds * 1000)));
 }
 
 /// "100", "1.5k", "20M", "1G".
 std::uint64_t bytesOf(const char* option, const std::string& text) {
     if (text.empty()) return 0;
-    std::size_t end = 0;
-    const double number = reading(option, [&] { return std::stod(text, &end); });
-    const std::string unit = text.substr(end);
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    const std::string unit = end;
     const std::string units = "kmgt";
     double factor = 1;
     if (!unit.empty()) {
@@ -64,18 +73,24 @@ std::uint64_t bytesOf(const char* option, const std::string& text) {
     return static_cast<std::uint64_t>(number * factor);
 }
 
-/// "user:password"; the password is empty without a colon.
-void splitCredentials(const std::string& text, const char* option, std::string& user,
-                      std::string& password) {
-    const auto colon = text.find(':');
-    user = text.substr(0, colon);
-    if (user.empty()) refuse(std::string(option) + ": the user name is empty");
-    if (colon != std::string::npos) password = text.substr(colon + 1);
-}
-
 bool names(const std::string& line, const std::string& field) {
     const auto colon = line.find_first_of(":;");
     return colon == field.size() && CLI::detail::to_lower(line.substr(0, colon)) == field;
+}
+
+/// Each of these becomes a part of a line of the head, and must not begin another one.
+void checkLines(const Options& options, const CommandLine& line) {
+    const auto check = [](const char* option, const std::string& text) {
+        if (text.find_first_of("\r\n") == std::string::npos) return;
+        refuse(std::string(option) + ": a header is one line");
+    };
+    check("-A", options.user_agent);
+    check("-e", line.easy.referer);
+    check("-u", options.credentials);
+    check("-U", options.proxy_credentials);
+    check("-X", line.easy.method);
+    for (const std::string& cookie : options.cookies) check("-b", cookie);
+    for (const std::string& header : options.headers) check("-H", header);
 }
 
 /// The lines that libcurl gets. It adds what is not named here, such as Accept.
@@ -84,9 +99,6 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
         std::istringstream lines(given.substr(0, 1) == "@"
                                      ? reading("-H", [&] { return contentOf(given.substr(1)); })
                                      : given);
-        if (given.substr(0, 1) != "@" && given.find_first_of("\r\n") != std::string::npos) {
-            refuse("-H: a header is one line");
-        }
         for (std::string line; std::getline(lines, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
             const auto colon = line.find_first_of(":;");
@@ -115,10 +127,7 @@ void setEasySettings(const Options& options, EasySettings& easy) {
             easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;
         }
     }
-    for (const std::string& part : easy.form) {
-        const std::string fault = faultOfFormPart(part);
-        if (!fault.empty()) refuse("-F: " + fault);
-    }
+    for (const std::string& part : easy.form) reading("-F", [&] { checkFormPart(part); });
     if (options.digest) easy.authentication = static_cast<long>(CURLAUTH_DIGEST);
     if (options.any_authentication) easy.authentication = static_cast<long>(CURLAUTH_ANY);
     if (options.http_1_1) easy.http_version = CURL_HTTP_VERSION_1_1;
@@ -143,25 +152,40 @@ void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
     if (*easy.upload_file == "-") {
         config.body = reading("-T", [] { return contentOf("-"); });
         easy.upload_file.reset();
-    } else if (access(easy.upload_file->c_str(), R_OK) != 0) {
-        refuse("-T: cannot open " + *easy.upload_file);
+    } else {
+        reading("-T", [&] { checkReadable(*easy.upload_file); });
     }
 }
 
 void complete(RequestConfig& config, const Options& options, CommandLine& line) {
+    checkLines(options, line);
     config.headers.clear();
     config.reset_state = line.resets_state;
     setEasySettings(options, line.easy);
     setBody(options, line, config);
     if (!options.credentials.empty()) {
-        splitCredentials(options.credentials, "-u", config.user, config.password);
+        auto own = reading("-u", [&] { return credentialsOf(options.credentials); });
+        config.user = std::move(own.user);
+        config.password = std::move(own.password);
     }
     if (config.own_pkey && !config.own_cert) refuse("--key: goes with --cert");
     if (config.own_cert && !config.own_pkey) config.own_pkey = config.own_cert;
     config.tls_verify = !options.insecure;
     config.timeout = millisecondsOf(options.timeout);
     line.most_bytes = bytesOf("--max-filesize", options.most_bytes);
+    if (line.write_out.substr(0, 1) == "@") {
+        line.write_out = reading("-w", [&] { return contentOf(line.write_out.substr(1)); });
+    }
     line.retry.delay = millisecondsOf(options.retry_delay);
+}
+
+void chooseProxy(const Options& options, CommandLine& line) {
+    line.easy.uses_proxy = !line.proxy.empty();
+    if (!options.proxy_credentials.empty()) {
+        line.proxy_credentials =
+            reading("-U", [&] { return credentialsOf(options.proxy_credentials); });
+    }
+    if (auto own = takeCredentials(line.proxy)) line.proxy_credentials = std::move(*own);
 }
 
 /// The end of a URL's path, which names a file.
@@ -228,12 +252,18 @@ void addRequests(const Options& options, const RequestConfig& config, CommandLin
         options.data_to_url ? reading("-d", [&] { return joined(options.data); }) : "";
     for (std::string url : options.urls) {
         if (url.find("://") == std::string::npos) url.insert(0, "http://");
+        line.requests.push_back(config);
+        RequestConfig& request = line.requests.back();
+        // -u has priority.
+        if (auto own = takeCredentials(url); own && request.user.empty()) {
+            request.user = std::move(own->user);
+            request.password = std::move(own->password);
+        }
         if (!query.empty()) url += (url.find('?') == std::string::npos ? '?' : '&') + query;
         if (line.easy.upload_file && url.back() == '/') {
             url += nameIn('/' + *line.easy.upload_file, "-T");
         }
-        line.requests.push_back(config);
-        line.requests.back().url = url;
+        request.url = url;
     }
     line.parallel = options.parallel;
 }
@@ -272,12 +302,12 @@ EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
             if (name.size() < 2 || name[0] != '-') continue;
             const char* fault =
                 isCurlOption(name) ? ": an option of curl's that is not here" : ": no such option";
-            return {"zel-http: " + name + fault + " (see --help)\n", 2};
+            return {"zel-http: " + name + fault + " (see --help)\n", bad_command_line};
         }
     }
     std::ostringstream text;
-    const bool asked = app.exit(error, text, text) == 0;
-    return {text.str(), asked ? 0 : 2};
+    const int status = app.exit(error, text, text);
+    return {text.str(), status == 0 || status == CURLE_READ_ERROR ? status : bad_command_line};
 }
 
 }  // namespace
@@ -297,11 +327,7 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
         if (options.latency && command_line.repeat == 1) command_line.repeat = usual_repeats;
         complete(config, options, command_line);
-        command_line.easy.uses_proxy = !command_line.proxy.empty();
-        if (!options.proxy_credentials.empty()) {
-            splitCredentials(options.proxy_credentials, "--proxy-user", command_line.proxy_user,
-                             command_line.proxy_password);
-        }
+        chooseProxy(options, command_line);
         chooseFiles(options, command_line);
         chooseReports(options, command_line);
         addRequests(options, config, command_line);

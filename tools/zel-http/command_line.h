@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "credentials.h"
 #include "easy_setup.h"
 #include "zel_http/records.h"
 
@@ -49,8 +50,7 @@ struct CommandLine {
     int log_level = 0;
     /// The proxy for all requests; empty for none.
     std::string proxy;
-    std::string proxy_user;
-    std::string proxy_password;
+    Credentials proxy_credentials;
 };
 
 /// What ends the program at once: the text to print and the exit status, 0 for `--help` and the

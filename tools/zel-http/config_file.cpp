@@ -32,7 +32,7 @@ std::string unquoted(const std::string& text) {
             value += text[i];
         }
     }
-    throw std::runtime_error("a quote does not end: " + text);
+    throw std::runtime_error("a quote does not end");
 }
 
 void addLine(const std::string& line, std::vector<std::string>& arguments) {

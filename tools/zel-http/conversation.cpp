@@ -9,10 +9,10 @@ namespace tool {
 namespace {
 
 using boost::algorithm::icontains;
-using boost::algorithm::istarts_with;
 
-constexpr std::array<std::string_view, 4> secret_fields = {
-    "authorization:", "proxy-authorization:", "cookie:", "set-cookie:"};
+/// What the names of header fields have in them whose values are secrets.
+constexpr std::array<std::string_view, 8> secret_words = {
+    "authorization", "cookie", "token", "secret", "password", "session", "api-key", "apikey"};
 
 /// What libcurl says about a transfer repeats header fields, and names users.
 bool mayTellSecret(std::string_view text) {
@@ -48,10 +48,11 @@ int tell(CURL* /*easy*/, curl_infotype type, char* data, std::size_t size,
 }  // namespace
 
 std::string withoutSecret(std::string_view line) {
-    for (const auto field : secret_fields) {
-        if (istarts_with(line, field)) return std::string(line.substr(0, field.size())) + " ***";
-    }
-    return std::string(line);
+    const std::string_view name = line.substr(0, line.find(':'));
+    const bool secret = name.size() != line.size() && name.find(' ') == std::string_view::npos &&
+                        std::any_of(secret_words.begin(), secret_words.end(),
+                                    [&](std::string_view word) { return icontains(name, word); });
+    return secret ? std::string(name) + ": ***" : std::string(line);
 }
 
 void tellConversation(CURL* easy, bool shows_secrets) {

@@ -34,6 +34,7 @@ using Clock = std::chrono::steady_clock;
 using zel::http::DownloadFailure;
 using zel::http::DownloadHead;
 
+constexpr unsigned not_modified = 304;
 constexpr unsigned first_error = 400;
 
 class Fetch {
@@ -49,8 +50,8 @@ public:
     int run() {
         // A reader that closes its pipe is a failure to tell, not the end of the process.
         static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-        session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_user,
-                                         command_line_.proxy_password);
+        session_.engine().setProxyConfig(command_line_.proxy, command_line_.proxy_credentials.user,
+                                         command_line_.proxy_credentials.password);
         const auto begun = Clock::now();
         for (Slot& slot : slots_) startNext(slot);
         if (command_line_.show_progress) showProgress();
@@ -121,7 +122,11 @@ private:
     void startDownload(Slot& slot) {
         try {
             const bool resumes = command_line_.continues || slot.tries > 1;
-            slot.output = std::make_unique<Output>(slot.outcome.file, resumes);
+            // What reads a pipe sees its end when it is closed, and a second opening waits for
+            // another reader.
+            if (slot.output == nullptr) {
+                slot.output = std::make_unique<Output>(slot.outcome.file, resumes);
+            }
             slot.download =
                 zel::http::startDownload(session_.executor(), logging::getLogger("zel-http"),
                                          describe(slot), callbacksFor(slot));
@@ -179,14 +184,17 @@ private:
         slot.amount = {head.offset, head.total.value_or(0)};
         const bool fails = command_line_.fails_on_errors || slot.output->isReplaced();
         outcome.is_error_answer = fails && head.status >= first_error;
+        // It stands for what is there.
+        if (head.status == not_modified && slot.output->isReplaced()) return false;
         return !outcome.is_error_answer && !isRetried(command_line_.retry, slot.tries, head.status);
     }
 
     void finishDownload(Slot& slot, std::uint64_t bytes, const zel::http::TransferFacts& facts) {
         slot.download = {};
-        slot.output.reset();
         slot.amount = {};
         slot.outcome.body_size = bytes;
+        slot.outcome.is_written = bytes != 0 && !slot.output->isReplaced();
+        if (slot.output->isReplaced()) slot.output.reset();
         slot.outcome.facts = facts;
         finish(slot);
     }
@@ -199,6 +207,7 @@ private:
             retry(slot, *delay);
             return;
         }
+        slot.output.reset();
         written_ += slot.outcome.body_size;
         progress_.clear();
         report_.add(slot.outcome);

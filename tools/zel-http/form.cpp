@@ -1,6 +1,8 @@
 #include "form.h"
 
-#include <unistd.h>
+#include <stdexcept>
+
+#include "body.h"
 
 namespace tool {
 namespace {
@@ -41,11 +43,12 @@ Part parse(const std::string& text) {
 
 }  // namespace
 
-std::string faultOfFormPart(const std::string& text) {
-    if (text.find('=') == std::string::npos) return "'" + text + "' is not 'name=value'";
+void checkFormPart(const std::string& text) {
+    if (text.find('=') == std::string::npos) {
+        throw std::runtime_error("'" + text + "' is not 'name=value'");
+    }
     const Part part = parse(text);
-    if (part.kind == '=' || access(part.value.c_str(), R_OK) == 0) return {};
-    return "cannot open " + part.value;
+    if (part.kind != '=') checkReadable(part.value);
 }
 
 void addFormPart(curl_mime* form, const std::string& text) {

@@ -6,11 +6,11 @@
 
 namespace tool {
 
-/// Says what is wrong with a part of a form, "name=value", "name=@file" or "name=<file" with
-/// ";type=" and ";filename=" behind it; empty when nothing is.
-std::string faultOfFormPart(const std::string& text);
+/// Checks a part of a form, "name=value", "name=@file" or "name=<file" with ";type=" and
+/// ";filename=" behind it. Throws `UnreadableFile`, or `std::runtime_error` for another fault.
+void checkFormPart(const std::string& text);
 
-/// Adds a part without fault.
+/// Adds a part that was checked.
 void addFormPart(curl_mime* form, const std::string& text);
 
 }  // namespace tool

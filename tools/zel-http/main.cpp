@@ -1,3 +1,4 @@
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -27,8 +28,10 @@ int main(int argc, char** argv) {
     try {
         tool::CommandLine command_line;
         if (const auto exit = tool::parse(argc, argv, command_line)) {
-            (exit->status == 0 ? std::cout : std::cerr) << exit->text;
-            return exit->status;
+            std::ostream& stream = exit->status == 0 ? std::cout : std::cerr;
+            if (stream << exit->text << std::flush) return exit->status;
+            std::cerr << "zel-http: cannot write to standard output\n";
+            return CURLE_WRITE_ERROR;
         }
         // Outcomes are printed without the log, which only -v turns on.
         if (command_line.log_level == 0) logging::setReceiver({});

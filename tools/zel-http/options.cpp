@@ -57,13 +57,15 @@ Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
                   the folder is looked for before anything is sent
+                  so does 304, and ends with 0
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
-  -T              Expect is not sent
+  -T, -d @-       standard input is read to its end first; Expect is not sent
   --retry         an answer that is asked for again is not printed
+                  nothing is asked for again once bytes went to a pipe or a terminal
   -x              the proxy is a tunnel for http URLs, too
   -v              credentials and cookies are masked; --unmasked shows them
-  -w              knows the usual variables only
+  -w              knows the usual variables only; URLs without user and password
   -Z              no progress by file
   terminal        each outcome has a line on standard error; -s silences it
   URL             {} and [] do not stand for several URLs

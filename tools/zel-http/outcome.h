@@ -25,6 +25,7 @@ struct Outcome {
     Fields fields;
     std::string body;
     std::uint64_t body_size = 0;
+    bool is_written = false;  ///< bytes went where they cannot be taken back
     zel::http::TransferFacts facts;
     /// From the start to the delivery on this thread.
     double milliseconds = 0;

@@ -53,8 +53,7 @@ std::optional<milliseconds> delayBeforeRetry(const RetrySettings& settings, unsi
     if (tries > settings.most) return std::nullopt;
     const bool failed = !outcome.failure.empty() || outcome.is_error_answer;
     const bool repeats = mayPass(outcome) || (settings.all_errors && failed);
-    const bool printed = outcome.file == "-" && outcome.body_size != 0;
-    if (!repeats || printed) return std::nullopt;
+    if (!repeats || outcome.is_written) return std::nullopt;
     constexpr milliseconds longest(600000);
     constexpr milliseconds first(1000);
     const milliseconds growing = std::min(longest, first * (1U << std::min(tries - 1, 10U)));
