@@ -21,13 +21,14 @@ struct ZelHttpClientTag {};
 
 /// Starts requests and delivers their outcomes. A client belongs to one thread, its executor's:
 /// every operation is called there and every callback runs there. A call from another thread is
-/// reported in the log and proceeds all the same.
+/// reported in the log, and carried out nevertheless.
 class ZEL_HTTP_API Client {
 public:
     using RequestId = std::uint32_t;  ///< identifies one request of one client
     /// @{
-    /// Receives the outcome. The record is valid during the call only. An exception propagates to
-    /// whoever runs the executor's tasks.
+    /// Receives the outcome, which is valid during the call only. An exception comes out of the
+    /// function that runs the executor, such as `io_context::run`; the executors of GLib, Qt and
+    /// `thread_executor` end the process with its text.
     using ResponseCallback = std::function<void(RequestId, const ResponseData&)>;
     using ErrorCallback = std::function<void(RequestId, const ErrorData&)>;
     /// @}
@@ -38,10 +39,10 @@ public:
     virtual ~Client() = default;
 
     /// Starts a request. Exactly one of the callbacks runs later, once, with the returned
-    /// identifier, unless the request is cancelled first. Both must be set, or the process stops by
-    /// assertion. Without an engine in the process the request stays pending until it is cancelled.
-    /// When memory runs out it throws and nothing has been started; when a function of `filter` or
-    /// the logger throws, the request is running nevertheless.
+    /// identifier, unless the request is cancelled first. Both must be set, or an assertion ends
+    /// the process. Without an engine in the process the request stays pending until it is
+    /// cancelled. When memory runs out it throws and nothing has been started; when a function of
+    /// `filter` or the logger throws, the request is running nevertheless.
     virtual RequestId start_request(const RequestConfig& config, const LogFilter& filter,
                                     const ResponseCallback& response_cb,
                                     const ErrorCallback& error_cb) = 0;
@@ -55,8 +56,8 @@ public:
     virtual RequestId allocate_request_id() = 0;
 
     /// Starts a request and returns its handle. At most one of the callbacks runs, once, and only
-    /// while the handle lives: dropping it cancels the request. Keep the handle as long as the
-    /// outcome is wanted, drop it on the client's thread, and before the client. Both callbacks
+    /// while the handle lives: its destruction cancels the request. Keep the handle as long as you
+    /// want the outcome. Destroy it on the client's thread, and before the client. Both callbacks
     /// must be set, as above.
     [[nodiscard]] oru::AsyncActionHandle<ZelHttpClientTag> start_request(
         const RequestConfig& config, const LogFilter& filter,

@@ -33,21 +33,24 @@ class TlsIsolation;
 /// The one transfer engine of a process: libcurl's global state, its multi handle, and the thread
 /// "CurlEngine" on which every libcurl call of the library is made.
 ///
-/// The host constructs it before any request starts and destroys it, on a thread of its own, after
-/// the last client is done and before it leaves `main`. Destroying it while other threads use it,
-/// or `exit` while it runs, is undefined. A second engine at a time stops the process.
+/// Your program, the host, makes it before any request starts. It destroys it after the last client
+/// is done and before it leaves `main`, on any thread but the engine's own. To destroy it while
+/// other threads use it, or to call `exit` while it runs, is undefined. A second engine at a time
+/// ends the process.
 class ZEL_HTTP_API Engine {
 public:
     class ActiveTask;
 
-    /// `fsmRunner` is called on the engine thread with one closure for each outcome. It may run the
-    /// closure at once, or copy it and run it later on any thread. The closure uses `logger`, not
-    /// the engine; `logger` must not be null and must outlive the engine and all closures. Throws
-    /// `std::system_error` when the system refuses the engine thread; then there is no engine.
+    /// `fsmRunner` is called on the engine thread for each outcome, with a function that tells the
+    /// outcome to its request. It may call that function at once, or copy it and call it later on
+    /// any thread: where it does so is the "FSM context". The function uses `logger`, not the
+    /// engine. `logger` must not be null, and must outlive the engine and all these functions.
+    /// Throws `std::system_error` when the system gives no thread; then there is no engine.
     Engine(const std::function<void(const std::function<void()>&)>& fsmRunner,
            logging::Logger* logger);
 
-    /// Stops the engine thread and drops every transfer; no request is notified.
+    /// Stops the engine thread and ends every transfer. No request is told an outcome. Takes a
+    /// second at most.
     virtual ~Engine();
 
     /// Sets the TLS options of a transfer to `request`'s URL on the easy handle `curl`. Engine
@@ -59,12 +62,12 @@ public:
 
     /// The engine of the process; null when there is none. Set and cleared by the engine itself.
     static Engine* currentEngine;
-    /// As above, and stops the process by assertion when there is none. Any thread.
+    /// As above, and an assertion ends the process when there is none. Any thread.
     static Engine* getEngine();
     static bool hasEngine();  ///< any thread
 
     /// Runs a copy of `fn` on the engine thread, after all that was queued before. Any thread;
-    /// returns at once. Closures queued after a termination are destroyed without being run.
+    /// returns at once. What is queued after `requestTermination` is destroyed without being run.
     void queueRequest(const std::function<void()>& fn);
     /// Asks the engine thread to stop once it has run what is queued. Any thread; does not wait.
     /// An engine that has stopped stays stopped.
@@ -161,7 +164,8 @@ protected:
     CURLMsg* findCompletedMsg();
     void processCompletedTasks();
     /// @}
-    /// Notifies `request` of its outcome. Runs in the FSM context, even after the engine is gone.
+    /// Tells `request` its outcome. Runs in the FSM context (see the constructor), even after the
+    /// engine is gone.
     static void runCallbackHandlerInFsmContext(logging::Logger* logger,
                                                std::shared_ptr<Request> request, CURLcode result,
                                                long httpCode, const std::string& reason);
@@ -242,7 +246,7 @@ private:
     std::function<void(const std::function<void()>&)> fsmRunner;
     // Engine thread only.
     bool terminationFlag = false;
-    // Engine thread only: an empty queue, but while a pass runs closures.
+    // Engine thread only: an empty queue, except while a pass runs what was queued.
     std::unique_ptr<std::deque<std::function<void()>>> spareQueue;
     // Guarded by variableMutex.
     std::string proxyUrl;

@@ -13,7 +13,7 @@
 ZEL_HTTP_API void engine_request_added();
 
 /// Called on the engine thread to attach a transfer. Returns `curl_multi_add_handle(multi, easy)`;
-/// any result but `CURLM_OK` stops the process. Called again, with the same handle, for a transfer
+/// any result but `CURLM_OK` ends the process. Called again, with the same handle, for a transfer
 /// that has waited too long for another's connection.
 ZEL_HTTP_API CURLMcode engine_curl_multi_add_handle(void* multi, void* easy);
 

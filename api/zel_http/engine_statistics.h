@@ -29,10 +29,11 @@ struct EngineStatistics {
     /// Body bytes; they count when the transfer ends, and of the last request of its redirects.
     std::uint64_t bytes_sent = 0;
     std::uint64_t passes = 0;  ///< of the engine thread's loop
-    /// Waits that ended because something was queued: a request, a cancel, a closure.
+    /// Waits that ended because something was queued, such as a request or a cancel.
     std::uint64_t wake_ups = 0;
     /// The longest that the engine thread was busy between two waits for sockets. Meanwhile all
-    /// transfers stand still. Closures, verifiers and notifications of requests run in it.
+    /// transfers stand still. Verifiers, notifications of requests, and what was given to
+    /// `queueRequest` run in it.
     std::chrono::microseconds longest_pass{0};
 };
 

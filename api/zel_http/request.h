@@ -21,9 +21,9 @@ namespace zel::http {
 /// the ownership while a transfer runs.
 ///
 /// Threads of the notifications: data, headers, size and X-Auth domain come on the engine thread
-/// while the transfer runs; the outcome comes after all of them, wherever the host's FSM runner
-/// runs it. An exception from a notification on the engine thread fails the transfer; one from
-/// `xauthCookieDomain` ends the process.
+/// while the transfer runs. The outcome comes after all of them, in the FSM context (see
+/// `Engine::Engine`). An exception from a notification on the engine thread fails the transfer; one
+/// from `xauthCookieDomain` ends the process.
 class ZEL_HTTP_API Request : public std::enable_shared_from_this<Request> {
 public:
     Request();
