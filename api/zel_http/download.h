@@ -8,7 +8,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "zel_http/export.h"
 #include "zel_http/header_map.h"
@@ -102,6 +104,8 @@ struct DownloadHead {
     HeaderMap headers;         ///< of the last response; of several with one name the first
     std::uint64_t offset = 0;  ///< bytes that are there already
     std::optional<std::uint64_t> total;  ///< bytes of the whole body, where the server tells
+    /// Names and values of all header fields of the last response, in their order.
+    std::vector<std::pair<std::string, std::string>> fields{};
 };
 
 /// How far a download is.

@@ -180,7 +180,7 @@ private:
     bool takesBody(Slot& slot, const DownloadHead& head) const {
         Outcome& outcome = slot.outcome;
         outcome.status = head.status;
-        outcome.fields.assign(head.headers.begin(), head.headers.end());
+        outcome.fields = head.fields;
         slot.amount = {head.offset, head.total.value_or(0)};
         const bool fails = command_line_.fails_on_errors || slot.output->isReplaced();
         outcome.is_error_answer = fails && head.status >= first_error;

@@ -42,10 +42,12 @@ void Transfer::notifyHeader(const char* line, unsigned length) {
     const std::string_view text(line, length);
     if (isStatusLine(text)) {  // of the last response, once redirects are over
         head_.headers.clear();
+        head_.fields.clear();
         const auto status = parseNumber(text.substr(text.find(' ') + 1, 3));
         head_.status = static_cast<std::uint32_t>(status.value_or(0));
     } else if (const auto field = splitHeaderLine(text)) {
         head_.headers.emplace(field->name, field->value);
+        head_.fields.emplace_back(field->name, field->value);
     }
 }
 
