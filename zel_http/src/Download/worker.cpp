@@ -38,7 +38,7 @@ DownloadWorker::DownloadWorker(std::shared_ptr<DownloadState> state)
       whole_(config_.limits.whole.count() > 0
                  ? Deadline(Clock::now() + bounded(config_.limits.whole))
                  : std::nullopt),
-      meter_(config_.progress_interval),
+      meter_(bounded(config_.progress_interval)),
       random_(seed()) {}
 
 void DownloadWorker::run() {

@@ -66,10 +66,10 @@ using Script = std::function<void(Socket&)>;
 inline void close(Socket& /*socket*/) {}
 /// Says nothing more, until the client closes.
 inline void stall(Socket& socket) { waitForClose(socket); }
-/// Breaks the connection: the client's socket fails.
+/// Breaks the connection: the client's socket fails once the script has ended.
 inline void reset(Socket& socket) {
+    // The server closes the socket, which it may shut down from another thread until then.
     socket.set_option(boost::asio::socket_base::linger(true, 0));
-    socket.close();
 }
 /// Reads the head of a request and sends `reply`, byte for byte. To a client that still sends a
 /// body, `close` is a `reset`.
@@ -140,6 +140,8 @@ private:
             if (!setServed(&socket)) return;
             script_(socket);
             setServed(nullptr);
+            boost::system::error_code ignored;
+            socket.close(ignored);  // its destructor would undo what `reset` has set
         }
     }
     /// Returns false when the server is to end.
