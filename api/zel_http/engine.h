@@ -213,6 +213,7 @@ private:
     void handOver(const ActiveTask& task, CURLcode result, long httpCode);
     void retry(std::shared_ptr<Request> request);
     bool isPaused(const ActiveTask& task);
+    bool setPause(ActiveTask& task, int action);
     void applyPendingPauses();
     bool hasHadItsShare(ActiveTask& task);
     void continueShares();
@@ -270,6 +271,8 @@ private:
     std::set<void*> usedShares;
     // Engine thread only: easy handles of paused tasks whose pause libcurl has refused so far.
     std::set<void*> pendingPauses;
+    // Engine thread only: a task's `pauseFailed` is set.
+    bool hasFailedPauses = false;
     // Engine thread only: whether this pass begins a transfer that may share a connection with
     // others, and whether the next pass must not wait since one began in the last, perhaps anew
     // after a redirect. Over HTTP/2 one transfer reads the answers of others. libcurl (7.88) wakes

@@ -74,10 +74,19 @@ void writeAll(int descriptor, const char* data, std::size_t size) {
     }
 }
 
+std::string directoryOf(const std::string& path) {
+    const auto slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
 }  // namespace
 
 PartFile::PartFile(const std::string& path, const std::string& url)
-    : path_(path), part_(path + ".part"), state_(part_ + ".state"), url_(url) {
+    : path_(path),
+      part_(path + ".part"),
+      state_(part_ + ".state"),
+      directory_(directoryOf(path)),
+      url_(url) {
     if (path.empty() || path.find('\0') != std::string::npos) {
         throw Fault(DownloadFailure::Sink, "the path is empty or has a NUL");
     }
@@ -230,9 +239,7 @@ void PartFile::remove() {
 }
 
 void PartFile::syncDirectory() {
-    const auto slash = path_.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) fail("open the directory of");
     const int synced = fsync(descriptor);
     const int error = errno;

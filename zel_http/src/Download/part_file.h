@@ -45,6 +45,7 @@ private:
     const std::string path_;
     const std::string part_;
     const std::string state_;
+    const std::string directory_;
     const std::string url_;
     int descriptor_ = -1;
     bool resumable_ = false;

@@ -44,15 +44,28 @@ DownloadWorker::DownloadWorker(std::shared_ptr<DownloadState> state)
 void DownloadWorker::run() {
     try {
         download();
-        const DownloadResult result{std::move(head_), sink_->have().offset, retries_, takeFacts()};
-        sink_.reset();
-        state_->postOutcome([result](const auto& callbacks) { callbacks.on_complete(result); });
     } catch (const Cancelled&) {
-        dropTransfer();
+        return dropTransfer();
     } catch (const Fault& fault) {
-        fail(fault);
+        return fail(fault);
     } catch (const std::exception& error) {  // memory
-        fail({DownloadFailure::Sink, error.what()});
+        return fail({DownloadFailure::Sink, error.what()});
+    }
+    complete();
+}
+
+/// The body is whole and has its name: memory that runs out must not make a failure of it.
+void DownloadWorker::complete() {
+    result_->head = std::move(head_);
+    result_->bytes = sink_->have().offset;
+    result_->retries = retries_;
+    result_->facts = takeFacts();
+    sink_.reset();
+    const auto tell = [result = result_](const auto& callbacks) { callbacks.on_complete(*result); };
+    try {
+        state_->postOutcome(tell);
+    } catch (const std::bad_alloc&) {
+        state_->postOutcome(tell);  // there may be memory again
     }
 }
 
@@ -72,6 +85,7 @@ void DownloadWorker::fail(const Fault& fault) {
 }
 
 void DownloadWorker::download() {
+    result_ = std::make_shared<DownloadResult>();
     sink_ = makeSink(
         config_, [this](const char* data, std::size_t size) { offer(data, size); },
         [this](int descriptor) { awaitRoom(descriptor); }, [this] { goOn(); });

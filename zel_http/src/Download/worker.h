@@ -46,6 +46,7 @@ private:
     void dropTransfer();
     void delayRetry(const Fault& fault);
     bool mayRetry(const Fault& fault) const;
+    void complete();
     void fail(const Fault& fault);
     TransferFacts takeFacts();
 
@@ -81,6 +82,7 @@ private:
     const DownloadConfig& config_;
     const Deadline whole_;
     std::unique_ptr<Sink> sink_;
+    std::shared_ptr<DownloadResult> result_;  // made before it is needed
     ProgressMeter meter_;
     DownloadHead head_;
     TransferFacts facts_;  // of the last try that was dropped

@@ -69,6 +69,9 @@ public:
     /// empty for none. OpenSSL's text.
     const char* tlsVersion = "";
     bool tlsResumed = false;
+    /// Memory has run out while the transfer was paused or resumed. Asked once more, libcurl (7.88)
+    /// would divide by zero: the transfer is ended.
+    bool pauseFailed = false;
     /// Cancelled: header lines and blocks that libcurl still delivers are discarded.
     bool dropped = false;
     /// Header fields and bytes received so far, over all responses of the transfer and trailers.

@@ -66,15 +66,18 @@ void Engine::processCompletedTasks() {
     }
 }
 
-/// Ends transfers whose TLS connection OpenSSL has given up because memory ran out: libcurl (7.88)
+/// Ends transfers with which libcurl cannot go on since memory ran out: those that it could not
+/// pause or resume, and those whose TLS connection OpenSSL has given up. There libcurl (7.88)
 /// retries the read for ever, in passes without a wait, so that checking every 256th suffices.
 void Engine::endBrokenTransfers() {
     constexpr unsigned long passes_between_checks = 256;
-    if (pass % passes_between_checks != 0) return;
+    const bool checksTls = pass % passes_between_checks == 0;
+    if (!checksTls && !hasFailedPauses) return;
     std::vector<std::shared_ptr<ActiveTask>> broken;
     for (const auto& [handle, task] : tasks) {
-        if (hasBrokenTls(handle)) broken.push_back(task);
+        if (task->pauseFailed || (checksTls && hasBrokenTls(handle))) broken.push_back(task);
     }
+    hasFailedPauses = false;
     for (const auto& task : broken) {
         if (findTask(task->curl) == task) finishTask(task, CURLE_OUT_OF_MEMORY);
     }

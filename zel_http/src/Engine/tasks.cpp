@@ -49,7 +49,7 @@ void Engine::registerTask(const std::shared_ptr<ActiveTask>& task) {
     // earlier one would never be resumed, so it is resumed here.
     if (earlier && handle == task->curl) {
         pendingPauses.erase(earlier->curl);
-        curl_easy_pause(earlier->curl, CURLPAUSE_CONT);
+        setPause(*earlier, CURLPAUSE_CONT);
     }
 }
 
@@ -90,7 +90,7 @@ void Engine::removeTask(std::shared_ptr<Request> request) {
         // libcurl (7.88) leaks the data that it holds of a paused HTTP/2 stream if the connection
         // has others. Resumed first, it delivers the data, which `dropped` discards.
         task->dropped = true;
-        curl_easy_pause(task->curl, CURLPAUSE_CONT);
+        setPause(*task, CURLPAUSE_CONT);
     }
     doCurlCleanup(task);
     unregisterTask(*task);
@@ -105,7 +105,7 @@ void Engine::pauseTask(std::shared_ptr<Request> request) {
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
     // libcurl refuses while the transfer has no connection yet.
-    if (curl_easy_pause(task->curl, CURLPAUSE_ALL) != CURLE_OK) pendingPauses.insert(task->curl);
+    if (!setPause(*task, CURLPAUSE_ALL)) pendingPauses.insert(task->curl);
 }
 
 void Engine::resumeTask(std::shared_ptr<Request> request) {
@@ -113,7 +113,16 @@ void Engine::resumeTask(std::shared_ptr<Request> request) {
     const auto task = getActiveTask(std::move(request));
     if (!task) return;
     pendingPauses.erase(task->curl);
-    curl_easy_pause(task->curl, CURLPAUSE_CONT);
+    setPause(*task, CURLPAUSE_CONT);
+}
+
+/// Pauses or resumes a transfer. False when libcurl refuses.
+bool Engine::setPause(ActiveTask& task, int action) {
+    if (task.pauseFailed) return true;
+    const CURLcode result = curl_easy_pause(task.curl, action);
+    if (result != CURLE_ABORTED_BY_CALLBACK) return result == CURLE_OK;
+    task.pauseFailed = hasFailedPauses = true;  // `endBrokenTransfers` sees it
+    return true;
 }
 
 /// Whether the request is paused and this is the transfer that its pause acts on.
@@ -123,8 +132,8 @@ bool Engine::isPaused(const ActiveTask& task) {
 
 void Engine::applyPendingPauses() {
     for (auto pending = pendingPauses.begin(); pending != pendingPauses.end();) {
-        const bool settled =
-            !isPaused(*tasks.at(*pending)) || curl_easy_pause(*pending, CURLPAUSE_ALL) == CURLE_OK;
+        ActiveTask& task = *tasks.at(*pending);
+        const bool settled = !isPaused(task) || setPause(task, CURLPAUSE_ALL);
         pending = settled ? pendingPauses.erase(pending) : std::next(pending);
     }
 }
@@ -149,7 +158,7 @@ void Engine::continueShares() {
     counters->passes.add(1);
     for (void* handle : std::exchange(usedShares, {})) {
         const auto task = findTask(handle);
-        if (task && !isPaused(*task)) curl_easy_pause(handle, CURLPAUSE_CONT);
+        if (task && !isPaused(*task)) setPause(*task, CURLPAUSE_CONT);
     }
 }
 
