@@ -152,7 +152,7 @@ struct ResponseData {
     std::string body;  ///< as received, of the last response
 };
 
-/// Why no answer came.
+/// Why no answer came, or no whole one, or one that is larger than allowed.
 struct ErrorData {
     ClientFailure failure = ClientFailure::ProtocolFailure;  ///< what to decide by
     /// A description for people; may be empty.
