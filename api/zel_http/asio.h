@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Requests as operations of Boost.Asio. Header only, so that the application's copy of Asio is the
-/// only one involved.
+/// Requests as asynchronous operations of Boost.Asio. Header only, so that no other copy of Asio is
+/// used than that of your program.
 
 #include <boost/asio/async_result.hpp>
 #include <boost/asio/dispatch.hpp>
@@ -48,7 +48,8 @@ public:
     }
 
 #if BOOST_VERSION >= 107700
-    /// The handler's executor, as are emissions. The handler never runs inside one.
+    /// Runs on the handler's executor, and so must whatever emits the cancellation. The handler
+    /// never runs inside the emission.
     void listenForCancellation() {
         auto slot = boost::asio::get_associated_cancellation_slot(handler_);
         if (!slot.is_connected()) return;
@@ -68,7 +69,7 @@ private:
         complete(boost::asio::error::operation_aborted, {});
     }
 
-    /// Lets go of the handler, which may destroy the client, or run on another thread.
+    /// Passes the handler on to its executor. It may destroy the client, or run on another thread.
     void complete(boost::system::error_code error, Outcome outcome) {
         finished_ = true;
         const auto executor = handler_work_.get_executor();
@@ -115,16 +116,17 @@ struct AsioInitiation {
 
 }  // namespace detail
 
-/// Starts a request as an asynchronous operation of Boost.Asio, whose token decides how you wait:
-/// `boost::asio::use_future`, `use_awaitable`, a `yield_context`, or a function that takes
-/// `(boost::system::error_code, Outcome)`. The error is set only when the token's
-/// cancellation slot cancels the request (any type of cancellation; Boost 1.77 or newer): it is
-/// `operation_aborted` then, which a future, an awaitable and a `yield_context` throw.
+/// Starts a request as an asynchronous operation of Boost.Asio. `token` decides how you wait:
+/// `boost::asio::use_future`, `use_awaitable`, a `yield_context`, or a handler, that is, a function
+/// that takes `(boost::system::error_code, Outcome)`. The error code is set only when the request
+/// was cancelled, by the cancellation slot of the token (any type of cancellation; Boost 1.77 or
+/// newer), or since the client was destroyed before the request had started. It is then
+/// `operation_aborted`; a future, an awaitable and a `yield_context` throw it.
 ///
-/// Any thread. `loop` is the loop of the client's executor; it does not run out of work while the
-/// request runs. The handler runs on its associated executor, by default the loop's thread. Without
-/// an engine in the process it never runs. When the client is gone before the request has started
-/// it ends as a cancelled one. What `start_request` throws leaves `io_context::run`.
+/// Call it on any thread. `loop` must be the loop of the client's executor. While the request runs,
+/// `loop.run()` does not return for lack of work. The handler runs on its associated executor,
+/// which by default is `loop`. Without an engine in the process the handler never runs. If
+/// `Client::start_request` throws, the exception comes out of `io_context::run`.
 template <typename Token>
 auto async_request(boost::asio::io_context& loop, const std::shared_ptr<Client>& client,
                    RequestConfig config, LogFilter filter, Token&& token) {

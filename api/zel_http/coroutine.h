@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// Requests that a coroutine awaits, for hosts with C++20 whatever their loop and their coroutine
-/// types are. Header only: the library itself needs C++17.
+/// Requests that a coroutine awaits. Your program needs C++20; its loop and its coroutine types may
+/// be any. Header only: the library itself needs no more than C++17.
 
 #include <coroutine>
 #include <utility>
@@ -12,10 +12,10 @@
 
 namespace zel::http {
 
-/// What `request` returns; to be awaited at once and once.
+/// What `request` returns. Await it at once, and only once.
 class [[nodiscard]] RequestAwaiter {
 public:
-    /// Made by `request`.
+    /// For `request`, which makes it.
     RequestAwaiter(Client& client, RequestConfig config, LogFilter filter)
         : client_(client), config_(std::move(config)), filter_(std::move(filter)) {}
     RequestAwaiter(const RequestAwaiter&) = delete;
@@ -43,11 +43,11 @@ private:
     oru::AsyncActionHandle<ZelHttpClientTag> handle_;
 };
 
-/// `co_await request(client, config)` starts the request and suspends the coroutine until there is
-/// an outcome, which is its value. Await it on the client's thread, where the coroutine also
-/// continues. Destroying the suspended coroutine there cancels the request; `client` must outlive
-/// it. Without an engine in the process the coroutine is never resumed. What `start_request`
-/// throws, the `co_await` throws.
+/// `co_await request(client, config)` starts the request and suspends your coroutine until there is
+/// an outcome, which is the value of the expression. Await it on the client's thread; the coroutine
+/// goes on there, too. To cancel the request, destroy the suspended coroutine, on that thread as
+/// well. `client` must outlive the coroutine. Without an engine in the process the coroutine never
+/// goes on. If `Client::start_request` throws, the `co_await` throws the same.
 inline RequestAwaiter request(Client& client, RequestConfig config, LogFilter filter = {}) {
     return {client, std::move(config), std::move(filter)};
 }

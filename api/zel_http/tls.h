@@ -4,17 +4,19 @@
 
 #include "zel_http/export.h"
 
-/// libcurl TLS-context functions (`CURLOPT_SSL_CTX_FUNCTION`), run on the engine thread once for
-/// each new TLS connection. Any result but `CURLE_OK` abandons the connection.
+/// Functions for libcurl's option `CURLOPT_SSL_CTX_FUNCTION`. The engine sets them, and so may a
+/// class of yours that overrides `Engine::addTlsConfig`. libcurl calls them on the engine thread,
+/// once for each new TLS connection. If the result is not `CURLE_OK`, libcurl makes no connection.
 namespace zel::http::tls {
 
-/// Installs the `verifier` and `verifier_data` of the `RequestConfig` at `config` in the `SSL_CTX`
-/// at `sslContext`. `CURLE_BAD_FUNCTION_ARGUMENT` when either is null or the verifier holds no
-/// plain function.
+/// Makes OpenSSL call `verifier` with `verifier_data`. `config` points to the `RequestConfig` that
+/// has both, `sslContext` to the `SSL_CTX` of the connection. Returns `CURLE_BAD_FUNCTION_ARGUMENT`
+/// when one of the pointers is null, or `verifier` is not set to a plain function.
 ZEL_HTTP_API CURLcode setupVerifierCallback(void* curl, void* sslContext, void* config);
 
-/// Accepts chains that end at any certificate of the store, not only at a root. `config` is not
-/// used. `CURLE_BAD_FUNCTION_ARGUMENT` without a context or a store.
+/// Makes OpenSSL accept chains that end at any trusted certificate, not only at a root. `config` is
+/// not used. Returns `CURLE_BAD_FUNCTION_ARGUMENT` when `sslContext` is null or has no store of
+/// trusted certificates.
 ZEL_HTTP_API CURLcode configurePartialChain(void* curl, void* sslContext, void* config);
 
 }  // namespace zel::http::tls

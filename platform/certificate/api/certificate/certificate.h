@@ -7,15 +7,16 @@
 /// The device's certificate store. Any thread.
 namespace certificate {
 
-/// Whether the bundle of trusted authorities called `name` exists and can be read. The library
-/// asks for one name, "default".
+/// Whether there is a readable file of trusted authorities (a bundle) for `name`. The library
+/// only asks for "default".
 ORU_EXPORT bool ca_pem_exists(const std::string& name);
 
-/// The path of that bundle, a PEM file; empty when there is none.
+/// The path of that file, which is a PEM file. Empty when there is none.
 ORU_EXPORT std::string ca_path(const std::string& name);
 
-/// The index of the `SSL_CTX` ex-data slot that holds the data of a certificate verifier: the same
-/// for the life of the process, -1 when OpenSSL grants none.
+/// The index under which an `SSL_CTX` holds the data of a verifier
+/// (`RequestConfig::verifier_data`): a verifier gives it to `SSL_CTX_get_ex_data`. It is the same
+/// until the process ends. It is -1 when OpenSSL has none left.
 ORU_EXPORT int sslctx_data_index();
 
 }  // namespace certificate

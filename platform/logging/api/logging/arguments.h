@@ -8,22 +8,23 @@
 
 namespace logging {
 
-/// A fmt argument list that crosses the library's boundary. It carries the formatting function of
-/// the code that made it, so the application, the library and a logger may be compiled with
-/// different versions of fmt. Refers to the list, which must outlive it.
+/// The values for a printf-style format, as your code passes them to a logger or to `eventlog_die`.
+/// It points to an argument list of fmt, and to the function that formats this list, compiled where
+/// the list was made. So application, library and logger may each use another version of fmt. The
+/// list must outlive this object.
 class Arguments {
 public:
     /// No arguments.
     Arguments() = default;
 
-    /// From what `arguments` or `fmt::make_printf_args` returns, or from a `fmt::printf_args`.
+    /// Takes what `arguments` or `fmt::make_printf_args` returns, or a `fmt::printf_args`.
     template <typename List,
               typename = std::enable_if_t<std::is_convertible_v<const List&, fmt::printf_args>>>
     Arguments(const List& list)  // NOLINT(google-explicit-constructor): as fmt's own lists
         : list_(&list), format_(&formatList<List>) {}
 
-    /// The text that the printf-style `format` yields. Throws `std::exception` when the arguments
-    /// do not fit.
+    /// Returns the text of the printf-style `format` with these values. Throws an exception derived
+    /// from `std::exception` when they do not fit the format.
     std::string format(std::string_view format) const { return format_(list_, format); }
 
 private:
@@ -40,8 +41,8 @@ private:
     std::string (*format_)(const void* list, std::string_view format) = &formatNothing;
 };
 
-/// The argument list of a printf-style format. It refers to `values`; use it in the expression that
-/// makes it.
+/// Makes the argument list for a printf-style format. It refers to `values`, so do not store it:
+/// write the call where the list is passed, as in `logger.error("%s", arguments(name))`.
 template <typename... Values>
 auto arguments(const Values&... values) {
     return fmt::make_printf_args(values...);

@@ -15,16 +15,17 @@ namespace logging {
 
 namespace detail {
 
-/// One log line under construction: collects text through `<<` and emits it when destroyed.
-/// A proxy without a receiver (its level is off) formats nothing. Texts go out byte for byte,
-/// numbers in decimal without grouping. One thread at a time.
+/// One log line that is being written. It collects text through `<<`, and its destructor passes the
+/// line to the receiver. Without a receiver, that is, when the level is off, it formats nothing.
+/// Texts are not changed; numbers are decimal and without thousands separators. Only one thread may
+/// use it at a time.
 class StreamProxy {
 public:
     /// Receives the complete line.
     using Emit = std::function<void(const std::string& line)>;
 
     StreamProxy() = default;
-    /// An empty `receiver` counts as none.
+    /// With an empty `receiver` there is none.
     explicit StreamProxy(Emit receiver) : emit_(std::move(receiver)) {
         if (emit_) text_.emplace().imbue(std::locale::classic());
     }
@@ -56,23 +57,24 @@ private:
 
 }  // namespace detail
 
-/// Where log lines go. Any thread may call any operation. Formats are printf-style. Debug lines
-/// carry a level: 1 is the most important, 9 the most detailed. What any implementation must do:
-/// - write `critical`, `error` and `infoStream` lines always, debug lines when their level is on;
-/// - enable every level below one that is enabled;
-/// - emit one line for each proxy or call, bytes unchanged.
+/// Where log lines go. Any thread may call any operation. Formats are printf-style. A debug line
+/// has a level: 1 is the most important, 9 the most detailed. Every implementation must:
+/// - write `critical`, `error` and `infoStream` lines always, and debug lines if their level is on;
+/// - when a level is on, have all lower levels on, too;
+/// - write one line for each call, or for each object that a `...Stream` has returned, with its
+///   bytes unchanged.
 class ORU_EXPORT Logger {
 public:
     /// @{
-    /// Writes a line of that importance.
+    /// Writes a line of the importance that the name says.
     virtual void critical(std::string_view format, Arguments args) = 0;
     virtual void error(std::string_view format, Arguments args) = 0;
     virtual void debug(int level, std::string_view format, Arguments args) = 0;
     /// @}
-    virtual bool isDebugEnabled(int level) const = 0;  ///< whether `debug` at `level` writes
-    /// Begins a line at the logger's own fixed level.
+    virtual bool isDebugEnabled(int level) const = 0;  ///< whether such lines are written
+    /// Begins a line that is always written. The line ends when the returned object is destroyed.
     virtual detail::StreamProxy infoStream() = 0;
-    /// Begins a debug line; a proxy without a receiver when its level is off.
+    /// Begins a debug line. When its level is off, the returned object has no receiver.
     virtual detail::StreamProxy debugStream(int level) = 0;
 
     Logger() = default;
@@ -81,8 +83,8 @@ public:
     virtual ~Logger() = default;
 };
 
-/// The logger of that name, made at the first call and kept for the life of the process.
-/// Any thread.
+/// The logger of that name. It is made at the first call, and exists until the process ends.
+/// Call it on any thread.
 ORU_EXPORT Logger& getLogger(const std::string& name);
 
 }  // namespace logging

@@ -12,7 +12,7 @@
 namespace logging {
 
 /// Sends the lines of all bundled loggers to `sinks` instead of stderr. Header only, so that the
-/// application's spdlog is the only one that sees them. Any thread.
+/// sinks may be of another spdlog than the library's. Call it on any thread.
 inline void setSinks(std::vector<spdlog::sink_ptr> sinks) {
     const auto all = std::make_shared<spdlog::sinks::dist_sink_mt>(std::move(sinks));
     setReceiver([all](Importance importance, const std::string& logger, const std::string& line) {

@@ -12,10 +12,10 @@
 
 namespace oru {
 
-/// Posts to a Boost.Asio `io_context`, which the application runs on one thread and may use for its
-/// own timers and sockets, too. Header only, so that the application's copy of Asio is the only one
-/// involved. The context must outlive the executor; an exception from a task leaves
-/// `io_context::run`. Priorities are ignored.
+/// Runs tasks in a Boost.Asio `io_context`. Your application runs the context on one thread, and
+/// may use it for its own timers and sockets, too. Header only, so that no other copy of Asio is
+/// used than that of your program. The context must outlive the executor. If a task throws, the
+/// exception comes out of `io_context::run`. Priorities are ignored.
 class asio_executor final : public executor {
 public:
     /// Posts to `context`.
@@ -30,7 +30,8 @@ public:
     }
 
 private:
-    /// A turn. The context owns it, and with it the tasks, which outlive the executor.
+    /// Runs one task when the context calls it. The context owns it, and it shares the ownership of
+    /// the tasks, so these may outlive the executor.
     class turn {
     public:
         turn(boost::asio::io_context& context, std::shared_ptr<task_queue> tasks)

@@ -8,30 +8,31 @@
 
 namespace oru {
 
-/// How often a wrapped callback may fire: `Once` disarms every callback of its handle as it fires,
-/// `Repeating` leaves them armed.
+/// How often a callback that a handle has wrapped may run. `Repeating`: any number of times.
+/// `Once`: when it runs, all callbacks of its handle stop working.
 enum class CallbackType : int { Repeating = 0, Once = 1 };
 
-/// Owns a running action, such as a request, and lets its callbacks run only while the handle
-/// lives. Destroying the handle disarms the callbacks and runs the cancel action, once. `Tag` makes
-/// handles of different services different types.
+/// Stands for a running action, such as a request. The callbacks of the action run only while the
+/// handle exists. When you destroy the handle, or call `cancel`, the action is cancelled and its
+/// callbacks do not run any more. `Tag` gives the handles of different services different types.
 ///
-/// Move-only: a moved-from handle is inert, and assigning to a handle drops what it held. The
-/// handle, its callbacks and its destruction belong to one thread; nothing here is locked.
+/// You can move a handle but not copy it. A handle that was moved from does nothing. When you
+/// assign to a handle, the action that it held is cancelled. Use the handle, destroy it, and let
+/// its callbacks run on one thread only: there is no lock.
 template <typename Tag>
 class AsyncActionHandle {
 public:
-    /// A callable that calls the wrapped one only while the handle's flag is armed.
+    /// Calls the wrapped callback only while the handle's flag is true.
     template <typename Callback>
     class WrappedCallback {
     public:
-        /// `flag` is the handle's.
+        /// `flag` is that of the handle.
         WrappedCallback(CallbackType kind, std::shared_ptr<bool> flag, Callback callback)
             : kind_(kind), active_flag(std::move(flag)), callback_(std::move(callback)) {
             ORU_ASSERT(this->active_flag);
         }
 
-        /// Calls the wrapped callback if the flag is armed.
+        /// Calls the wrapped callback if the flag is true.
         template <typename... Args>
         void operator()(Args&&... args) {
             const bool armed = *active_flag;
@@ -45,11 +46,12 @@ public:
         Callback callback_;
     };
 
-    /// An armed handle without a cancel action.
+    /// A handle whose callbacks run, and which has nothing to cancel yet.
     AsyncActionHandle() : active_flag(std::make_shared<bool>(true)) {}
     /// @{
-    /// Leaves `other` inert. Assigning drops what this handle held, once it holds the new content:
-    /// the cancel action may assign again, or destroy the handle.
+    /// Afterwards `other` does nothing. An assignment first takes the new action, and then cancels
+    /// the one that this handle held. So that one's cancel action may assign again, or destroy the
+    /// handle.
     AsyncActionHandle(AsyncActionHandle&& other) noexcept
         : active_flag(std::move(other.active_flag)),
           cancel_action(std::exchange(other.cancel_action, nullptr)) {}
@@ -64,16 +66,17 @@ public:
     AsyncActionHandle& operator=(const AsyncActionHandle&) = delete;
     ~AsyncActionHandle() { cancel(); }
 
-    /// Wraps `callback` so that it shares this handle's flag. Not for a moved-from handle.
+    /// Returns a function that calls `callback` as long as this handle allows it. Do not call it on
+    /// a handle that was moved from: an assertion ends the process.
     template <typename Callback>
     WrappedCallback<Callback> wrap(CallbackType kind, Callback callback) const {
         return WrappedCallback<Callback>(kind, active_flag, std::move(callback));
     }
 
-    /// Installs what `cancel` and the destructor run once; it must not throw.
+    /// Sets the cancel action, which `cancel` or the destructor runs, once. It must not throw.
     void set_cancel_action(std::function<void()> action) { cancel_action = std::move(action); }
 
-    /// Disarms the callbacks and runs the cancel action, as the destructor does. A second call does
+    /// Stops the callbacks and runs the cancel action, as the destructor does. A second call does
     /// nothing. The cancel action may destroy the handle.
     void cancel() noexcept {
         const auto flag = std::move(active_flag);

@@ -16,7 +16,7 @@ namespace detail {
 /// Maps each byte to its upper or lower case.
 using Folding = std::array<char, 256>;
 
-/// The folding of the classic locale, which changes the letters from `first` to `last`.
+/// The table of the classic locale, which changes the letters from `first` to `last`.
 constexpr Folding classicFolding(char first, char last) {
     Folding folding{};
     for (std::size_t byte = 0; byte < folding.size(); ++byte) {
@@ -29,16 +29,16 @@ constexpr Folding classicFolding(char first, char last) {
 inline constexpr Folding classic_lower = classicFolding('A', 'Z');
 inline constexpr Folding classic_upper = classicFolding('a', 'z');
 
-/// Converts to upper or lower case by the locale that is global at its construction. A table, since
-/// lookups must stay cheap: in a map of names that were chosen to collide each is compared with
-/// every other.
+/// Converts to upper or lower case, by the rules of the locale that is global when it is
+/// constructed. It uses a table, since a comparison must be cheap: a server can choose header names
+/// whose hashes are equal, and a map then compares each name with every other.
 class Fold {
 public:
-    /// Folds to upper case if `upper`, else to lower case.
+    /// Converts to upper case if `upper`, else to lower case.
     explicit Fold(bool upper) {
         static const std::locale& classic = std::locale::classic();
         const std::locale locale;
-        if (locale == classic) {  // the usual case, cheaper without its facet
+        if (locale == classic) {  // the usual locale; its tables are known at compile time
             folding_ = upper ? &classic_upper : &classic_lower;
             return;
         }
@@ -66,8 +66,8 @@ private:
 
 /// Hashes header names and other keys whose case does not matter.
 struct lc_hash {
-    /// Hashes a text without regard to the case of letters, as the process's global locale sees it
-    /// at the time of the call.
+    /// Hashes a text, and takes upper and lower case as equal, by the rules of the locale that is
+    /// global at the time of the call.
     std::size_t operator()(const std::string& key) const {
         const detail::Fold lower(false);
         std::string folded = key;
@@ -78,8 +78,8 @@ struct lc_hash {
 
 /// Compares keys whose case does not matter.
 struct lc_equals {
-    /// Compares two texts byte by byte without regard to the case of letters, in the same locale.
-    /// Keys that are equal here have the same `lc_hash`.
+    /// Compares two texts byte by byte, and takes upper and lower case as equal, by the rules of
+    /// the same locale. Keys that are equal here have the same `lc_hash`.
     bool operator()(const std::string& a, const std::string& b) const {
         if (a.size() != b.size()) return false;
         const detail::Fold upper(true);

@@ -8,10 +8,11 @@
 
 namespace oru {
 
-/// Runs posted work on one thread, the executor's thread. What any implementation must do:
-/// - accept posts on any thread, the executor's own included, and never run a task inside them;
-/// - run tasks of one priority in the order in which they were posted, one at a time;
-/// - destroy each task after it has run, and tasks that never run together with the executor.
+/// Runs functions, its tasks, on one thread: the executor's thread. Every implementation must:
+/// - accept calls of `post` on any thread, its own included, and never run a task inside the call;
+/// - run the tasks of one priority in the order in which they were posted, one at a time;
+/// - destroy each task after it has run, and destroy tasks that never run, at the latest with the
+///   executor or the loop that it posts to.
 class ORU_EXPORT executor {
 public:
     executor() = default;
@@ -19,13 +20,15 @@ public:
     executor& operator=(const executor&) = delete;
     virtual ~executor() = default;
 
-    /// Queues `task` to run later on the executor's thread. Any thread. `priority` 0 is the
-    /// default; an implementation may ignore it. An exception that leaves a task is handled by
-    /// whoever runs the executor.
+    /// Queues `task`, which runs later on the executor's thread. Call it on any thread. The usual
+    /// `priority` is 0; an implementation may ignore it. Each executor says what happens to your
+    /// program when a task throws: either the exception comes out of the function that runs the
+    /// loop, or the process ends.
     virtual void post(std::function<void()> task, int priority) = 0;
 
-    /// As a `post` of each of the tasks, in their order. The default does just that; the bundled
-    /// executors wake their thread once for all of them.
+    /// Does the same as a `post` of each task, in their order; when one task throws, the others
+    /// still run. This default calls `post` for each. The bundled executors wake their thread only
+    /// once for all of them.
     virtual void post_all(std::vector<std::function<void()>> tasks, int priority) {
         for (auto& task : tasks) post(std::move(task), priority);
     }

@@ -12,17 +12,18 @@
 
 namespace oru {
 
-/// Posts to a GLib main loop. Tasks run on the thread that runs `context`, one in each iteration,
-/// so that the application's other sources run in between; also in a nested loop that a task runs.
-/// No exception may pass through GLib, which is C: one from a task ends the process through
-/// `eventlog_die`. Priorities are ignored: tasks have `G_PRIORITY_DEFAULT`.
+/// Runs tasks in a GLib main loop, on the thread that runs `context`. Each iteration of the loop
+/// runs one task, so that the other sources of your application get their turn in between. Tasks
+/// also run in a nested loop that a task runs. If a task throws, the process ends through
+/// `eventlog_die`, since GLib, which is C, cannot pass on an exception. Priorities are ignored:
+/// tasks have `G_PRIORITY_DEFAULT`.
 ///
-/// The context must outlive the executor, which is destroyed on the thread that runs the context,
-/// in a task of its own if need be, or when no thread runs it. The destructor destroys tasks that
-/// have not run.
+/// The context must outlive the executor. Destroy the executor on the thread that runs the context
+/// (one of its own tasks may do that), or while no thread runs it. The destructor destroys the
+/// tasks that have not run.
 class glib_executor final : public executor {
 public:
-    /// Null is the process's default context.
+    /// A null `context` stands for the process's default context.
     explicit glib_executor(GMainContext* context = nullptr)
         : tasks_(new task_queue), source_(g_source_new(&functions, sizeof(GSource))) {
         g_source_set_name(source_, "oru::glib_executor");
@@ -52,7 +53,7 @@ private:
         g_source_unref(source);
     }
 
-    /// A turn. The source stays ready while there are tasks.
+    /// GLib calls it to run one task. The source stays ready while there are tasks.
     static gboolean dispatch(GSource* source, GSourceFunc /*run*/, gpointer data) {
         auto& tasks = *static_cast<task_queue*>(data);
         const auto next = tasks.take();

@@ -6,18 +6,19 @@
 
 namespace oru {
 
-/// A mutex with a name for tools and traces. Not recursive. Works with `std::lock_guard`.
+/// A mutex with a name, which tools and traces can show. It is not recursive, and works with
+/// `std::lock_guard`.
 class mutex {
 public:
     /// An unlocked mutex.
     explicit mutex(std::string name) : name_(std::move(name)) {}
 
     /// @{
-    /// As `std::mutex` does it.
+    /// The same as those of `std::mutex`.
     void lock() { mutex_.lock(); }
     void unlock() { mutex_.unlock(); }
     /// @}
-    const std::string& name() const noexcept { return name_; }  ///< as constructed
+    const std::string& name() const noexcept { return name_; }  ///< the constructor's `name`
 
 private:
     std::mutex mutex_;

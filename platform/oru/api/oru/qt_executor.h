@@ -15,12 +15,12 @@
 
 namespace oru {
 
-/// Posts to the event loop of a Qt thread, as posted events. Qt 5 or 6; needs Core only. Qt does
-/// not let exceptions through its loop: one from a task ends the process through `eventlog_die`.
-/// Priorities are ignored.
+/// Runs tasks in the event loop of a Qt thread, as posted events. It needs only Core, of Qt 5 or 6.
+/// If a task throws, the process ends through `eventlog_die`, since Qt's loop cannot pass on an
+/// exception. Priorities are ignored.
 ///
-/// Destroy it on that thread, in a task of its own if need be, or after the thread has ended. The
-/// destructor destroys tasks that have not run.
+/// Destroy the executor on that thread (one of its own tasks may do that), or after the thread has
+/// ended. The destructor destroys the tasks that have not run.
 class qt_executor final : public executor {
 public:
     /// `thread` is the one whose event loop runs the tasks.

@@ -7,8 +7,8 @@
 
 namespace oru {
 
-/// Runs `task` for a loop that no exception may pass through: one that leaves the task ends the
-/// process through `eventlog_die`, with `what()`.
+/// Runs `task` for a loop through which no exception may pass. If the task throws, the process ends
+/// through `eventlog_die`, with the text of the exception.
 inline void run_guarded(const std::function<void()>& task) noexcept {
     try {
         task();

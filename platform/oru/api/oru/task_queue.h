@@ -9,10 +9,12 @@
 
 namespace oru {
 
-/// The tasks of an executor that have not run yet, for executors whose loop is given one turn at a
-/// time: whoever makes the queue non-empty asks the loop for a turn, and each turn that leaves
-/// tasks behind asks for the next before it runs its own. So many tasks need one wake-up, the
-/// loop's other work runs in between, and a task may throw or run the loop itself. Any thread.
+/// The tasks of an executor that have not run yet. It is for executors that ask their loop to call
+/// them back; such a call is a turn, and runs one task. `push` tells whether the queue was empty:
+/// if so, the executor asks its loop for a turn. A turn that leaves tasks in the queue asks for the
+/// next turn before it runs its own task. So many tasks need only one wake-up, other work of the
+/// loop runs between two tasks, and a task may throw or run the loop itself. Any thread may call
+/// this.
 class task_queue {
 public:
     task_queue() = default;
@@ -23,11 +25,11 @@ public:
     /// What a turn has to do.
     struct turn {
         std::function<void()> task;  ///< run it
-        bool more;                   ///< others are left: ask the loop for the next turn
+        bool more;                   ///< tasks are left: ask the loop for the next turn first
     };
 
     /// @{
-    /// Appends; true if the queue was empty, so that the loop must be asked for a turn.
+    /// Appends. Returns true if the queue was empty: then ask the loop for a turn.
     bool push(std::function<void()> task) {
         const std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
@@ -41,7 +43,7 @@ public:
     }
     /// @}
 
-    /// Removes the oldest task; nothing when there is none.
+    /// Removes and returns the oldest task. Returns nothing when there is none.
     std::optional<turn> take() {
         const std::lock_guard lock(mutex_);
         if (tasks_.empty()) return std::nullopt;
@@ -51,7 +53,7 @@ public:
         return next;
     }
 
-    /// Whether no task waits.
+    /// Whether the queue has no task.
     bool empty() const {
         const std::lock_guard lock(mutex_);
         return tasks_.empty();

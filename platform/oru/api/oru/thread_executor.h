@@ -16,13 +16,13 @@
 
 namespace oru {
 
-/// An executor with a thread of its own, for programs that have no loop. The thread has a name and
-/// blocks all signals, as every `oru::thread`; an exception from a task ends the process through
-/// `eventlog_die`. Priorities are ignored.
+/// An executor with a thread of its own, for programs that have no loop. As with every
+/// `oru::thread`, the thread has a name and all signals are blocked on it. If a task throws, the
+/// process ends through `eventlog_die`. Priorities are ignored.
 ///
-/// The destructor waits for the task that is running and drops the others: they are destroyed
-/// unrun, on the destroying thread. To have them run, post a last task and wait for it first.
-/// Destroying the executor in a task of its own stops the process by assertion.
+/// The destructor waits for the task that is running. It destroys the others without running them,
+/// on the thread that calls it. If you want them to run, post a last task and wait for that first.
+/// One of its own tasks must not destroy the executor: an assertion ends the process.
 class thread_executor final : public executor {
 public:
     /// Throws `std::system_error` when the system refuses the thread or an attribute.
@@ -61,8 +61,8 @@ private:
         bool stopping = false;                    // guarded by mutex
     };
 
-    /// Notifies without the lock, or the woken thread would wait for it. By then a task may have
-    /// had the executor destroyed, so the queue is kept alive.
+    /// Notifies after it has released the lock, since the thread that wakes up needs the lock. By
+    /// then a task may have led to the executor's destruction, so `queue` keeps the queue alive.
     template <typename Add>
     void add(Add add_to) {
         const auto queue = queue_;
@@ -77,7 +77,7 @@ private:
         while (const auto task = next(queue)) (*task)();
     }
 
-    /// Waits for a task; nothing once the executor is being destroyed.
+    /// Waits for a task and returns it. Returns nothing once the executor is being destroyed.
     static std::optional<std::function<void()>> next(queue& queue) {
         std::unique_lock lock(queue.mutex);
         queue.wake.wait(lock, [&queue] { return queue.stopping || !queue.tasks.empty(); });

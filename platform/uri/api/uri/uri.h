@@ -9,11 +9,11 @@ namespace uri {
 /// A parsed URI.
 class ORU_EXPORT uri {
 public:
-    /// A text that cannot be parsed gives a URI whose parts are empty.
+    /// If `text` cannot be parsed, the parts of the URI are empty.
     explicit uri(const std::string& text);
 
-    /// The host of the authority, without user, password and port: "a.b" for "http://u:p@a.b:80/".
-    /// An IPv6 address keeps its brackets.
+    /// The host, without user, password and port: "a.b" for "http://u:p@a.b:80/". An IPv6 address
+    /// keeps its brackets.
     std::string authority_host() const { return host_; }
 
 private:

@@ -19,42 +19,43 @@
 
 namespace zel::testing {
 
-/// Tells the requests that a test means from others.
+/// Describes which requests of the application a test means.
 struct Matcher {
     /// Those with this method and exactly this URL.
     Matcher(http::Method method, const std::string& url);
     /// Those for which `predicate` returns true. `name` stands for them in `FakeClient::problems`.
     Matcher(std::string name, std::function<bool(const http::RequestConfig&)> predicate);
 
-    std::string name;                                           ///< for people
+    std::string name;                                           ///< how `problems` calls them
     std::function<bool(const http::RequestConfig&)> predicate;  ///< must be set
 };
 
-/// What comes of a request.
+/// How a request ends.
 struct Answer {
     /// @{
-    /// This outcome, `delay` after the request has started, by the client's clock.
+    /// With this outcome, `delay` after the request has started, by the client's own clock.
     Answer(http::ResponseData response, std::chrono::milliseconds delay = {});
     Answer(http::ErrorData error, std::chrono::milliseconds delay = {});
     /// @}
-    /// No outcome: the request is pending until it is cancelled.
+    /// Not at all: the request stays pending until it is cancelled.
     static Answer never();
 
-    std::optional<http::Outcome> outcome;  ///< absent: never
-    std::chrono::milliseconds delay{0};    ///< goes with `outcome`
+    std::optional<http::Outcome> outcome;  ///< not set: the request never ends
+    std::chrono::milliseconds delay{0};    ///< used only with `outcome`
 
 private:
     Answer() = default;
 };
 
-/// A client that answers as a test has told it to, and keeps what it was asked. It keeps the
-/// promise of `Client`: a callback runs once, in a task of the executor, never inside
-/// `start_request`, and not after a cancel. A client belongs to its executor's thread, with
-/// everything that is here.
+/// A client that answers as your test tells it to, and remembers which requests the application has
+/// started. It promises the same as `Client`: a callback runs once, as a task of the executor,
+/// never inside `start_request`, and never after a cancel. Use the client, and all that is here,
+/// only on the executor's thread.
 ///
-/// It reads no limit of a request: a time-out is a failure that the test gives. It logs nothing and
-/// calls no function of a `LogFilter`. Like a real client it must be owned by a `std::shared_ptr`,
-/// and what is posted shares the ownership.
+/// It ignores the limits of a request (`timeout`, `max_download_size`): to test a time-out, answer
+/// with an `ErrorData`. It logs nothing and calls no function of a `LogFilter`. Like a real client
+/// it must be owned by a `std::shared_ptr`. Outcomes that are on their way to the executor share
+/// the ownership.
 class FakeClient : public http::Client, public std::enable_shared_from_this<FakeClient> {
 public:
     /// What has become of a request.
@@ -64,31 +65,34 @@ public:
         RequestId id = NoRequestId;    ///< as `start_request` has returned it
         http::RequestConfig config;    ///< as given to `start_request`
         http::LogFilter filter;        ///< so that a test can try its functions
-        bool expected = false;         ///< some `expect` or `allow` was for it
+        bool expected = false;         ///< an `expect` or `allow` matched it
         State state = State::Pending;  ///< as it is now
     };
 
     /// Outcomes arrive through `executor`, which must outlive the client.
     explicit FakeClient(oru::executor& executor);
 
-    /// The application must send so many of `requests`, and each is answered so. A request goes to
-    /// the first `expect` or `allow` that matches it and is not used up, in the order of their
-    /// calls: two for the same request answer one after the other. What none is for stays pending.
+    /// The application must send `requests` exactly `times` times. Each gets `answer`. A request is
+    /// answered by the first `expect` or `allow` that matches it and has answers left, in the order
+    /// in which your test has called them. So with two for the same request the first request gets
+    /// the first answer, and the second request the second. A request that none matches stays
+    /// pending.
     void expect(Matcher requests, Answer answer, unsigned times = 1);
-    /// The application may send any number of `requests`, or none, and each is answered so.
+    /// The application may send `requests` any number of times, or not at all. Each gets `answer`.
     void allow(Matcher requests, Answer answer);
 
-    /// Moves the client's clock, which stands still otherwise. Outcomes whose time has come are
-    /// posted, the earliest first. What a callback starts then starts at the new time: where one
-    /// request follows another, run the executor between two steps.
+    /// Moves the client's clock, which stands still otherwise. Posts the outcomes whose time has
+    /// come, the earliest first. When a callback starts another request, that one starts at the new
+    /// time. So if your application sends one request after the other, advance in several steps,
+    /// and run the executor after each.
     void advance(std::chrono::milliseconds time);
 
     /// All requests so far, in the order in which they were started. References stay valid.
     const std::deque<SentRequest>& requests() const { return requests_; }
     /// How many of them are in this state.
     std::size_t count(State state) const;
-    /// What differs from what was expected, a line for each: requests that were not sent as often
-    /// as they must be, and those that nothing was for. Empty when all is well.
+    /// One line for each difference: requests that were sent less often than `expect` says, and
+    /// requests for which no `expect` or `allow` was left. Empty when there is no difference.
     std::string problems() const;
 
     using Client::start_request;
@@ -112,7 +116,7 @@ private:
         ErrorCallback error_cb;
     };
 
-    /// Counts the request; null when nothing is for it.
+    /// Counts the request; null when no expectation matches it.
     const Answer* answerFor(const http::RequestConfig& config);
     void deliver(RequestId id);
 

@@ -1,8 +1,8 @@
 #pragma once
 
 /// @file
-/// A server that does to each connection what a test says, for what no decent server does. Header
-/// only: it needs the headers of Boost.Asio, and no other part of `zel_http::testing`.
+/// A server that follows a script of your test, so that it can do what no correct server does.
+/// Header only: it needs the headers of Boost.Asio, and nothing else of `zel_http::testing`.
 
 #include <boost/asio.hpp>
 #include <cstddef>
@@ -17,11 +17,11 @@
 
 namespace zel::testing {
 
-/// A connection of a client's.
+/// A connection that a client has made to the server.
 using Socket = boost::asio::ip::tcp::socket;
 
-/// Reads the head of a request, up to its empty line, and what has come with it of the body. Less
-/// if the client closes.
+/// Reads the head of a request, up to its empty line. The result may also have the beginning of the
+/// body. It is shorter if the client closes the connection first.
 inline std::string readHead(Socket& socket) {
     std::string text;
     boost::system::error_code gone;
@@ -29,7 +29,7 @@ inline std::string readHead(Socket& socket) {
     return text;
 }
 
-/// Reads a request, head and body. Less if the client closes.
+/// Reads a request, head and body. The result is shorter if the client closes the connection first.
 inline std::string readRequest(Socket& socket) {
     std::string text = readHead(socket);
     const std::string field = "\r\nContent-Length: ";  // as libcurl writes it
@@ -44,35 +44,35 @@ inline std::string readRequest(Socket& socket) {
     return text;
 }
 
-/// Returns false when the client has closed.
+/// Sends `bytes`. Returns false if the client has closed the connection.
 inline bool write(Socket& socket, const std::string& bytes) {
     boost::system::error_code gone;
     boost::asio::write(socket, boost::asio::buffer(bytes), gone);
     return !gone;
 }
 
-/// Reads, whatever comes, until the client has closed.
+/// Reads and ignores what comes, until the client closes the connection.
 inline void waitForClose(Socket& socket) {
     boost::system::error_code gone;
     std::string rest;
     boost::asio::read(socket, boost::asio::dynamic_buffer(rest), gone);
 }
 
-/// What a `ScriptedServer` does with a connection, before it closes it. As `then` of `says`, how it
-/// ends the connection. Runs on the server's thread. It must not throw.
+/// What a `ScriptedServer` does with a connection before it closes it. It runs on the server's
+/// thread, and must not throw. `says` takes a second one, which says how the connection ends.
 using Script = std::function<void(Socket&)>;
 
-/// Closes in good order.
+/// Closes the connection in the usual way.
 inline void close(Socket& /*socket*/) {}
-/// Says nothing more, until the client closes.
+/// Sends nothing more, and waits until the client closes the connection.
 inline void stall(Socket& socket) { waitForClose(socket); }
-/// Breaks the connection: the client's socket fails once the script has ended.
+/// Breaks the connection (TCP RST) when the script ends: the client's socket then fails.
 inline void reset(Socket& socket) {
     // The server closes the socket, which it may shut down from another thread until then.
     socket.set_option(boost::asio::socket_base::linger(true, 0));
 }
-/// Reads the head of a request and sends `reply`, byte for byte. To a client that still sends a
-/// body, `close` is a `reset`.
+/// Reads the head of a request, sends `reply` unchanged, and runs `then`. If the client is still
+/// sending a body, `close` breaks the connection as `reset` does.
 inline Script says(const std::string& reply, const Script& then = close) {
     return [=](Socket& socket) {
         readHead(socket);
@@ -80,7 +80,7 @@ inline Script says(const std::string& reply, const Script& then = close) {
         then(socket);
     };
 }
-/// Reads a request and sends `response`, with its length unless it has a Content-Length.
+/// Reads a request and sends `response`. Adds the header Content-Length if it has none.
 inline Script answers(const http::ResponseData& response) {
     std::string reply =
         "HTTP/1.1 " + std::to_string(response.status) + " \r\nConnection: close\r\n";
@@ -92,7 +92,8 @@ inline Script answers(const http::ResponseData& response) {
         write(socket, reply);
     };
 }
-/// The first script for the first connection, and so on; the last one for all that follow.
+/// Runs the first script for the first connection, the second for the second, and so on. The last
+/// script also serves all further connections.
 inline Script inTurn(std::vector<Script> scripts) {
     return [scripts = std::move(scripts), next = std::size_t{0}](Socket& socket) mutable {
         const Script& script = scripts.at(next);
@@ -101,15 +102,15 @@ inline Script inTurn(std::vector<Script> scripts) {
     };
 }
 
-/// A raw TCP server on 127.0.0.1, on a port that the kernel has chosen and a thread of its own.
-/// Serves one connection after the other: runs the script, then closes the connection. Ready when
-/// constructed.
+/// A raw TCP server on 127.0.0.1, with a thread of its own and a port that the kernel has chosen.
+/// It serves one connection after the other: it runs the script, then closes the connection. Once
+/// it is constructed, clients can connect.
 class ScriptedServer {
 public:
-    /// What the script refers to must outlive the server.
+    /// Everything that the script refers to must outlive the server.
     explicit ScriptedServer(Script script)
         : script_(std::move(script)), thread_([this] { serve(); }) {}
-    /// Reads the head of a request, answers `reply` and closes.
+    /// For each connection: reads the head of a request, sends `reply`, and closes the connection.
     explicit ScriptedServer(const std::string& reply) : ScriptedServer(says(reply)) {}
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
