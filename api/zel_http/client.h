@@ -19,9 +19,9 @@ namespace zel::http {
 
 struct ZelHttpClientTag {};
 
-/// Starts requests and delivers their outcomes. A client belongs to one thread, its executor's:
-/// every operation is called there and every callback runs there. A call from another thread is
-/// reported in the log, and carried out nevertheless.
+/// Starts requests and delivers their outcomes. A client belongs to one thread, that of its
+/// executor: call every operation there; every callback runs there. A call from another thread is
+/// reported in the log, and carried out nevertheless: it is a race in your program.
 class ZEL_HTTP_API Client {
 public:
     using RequestId = std::uint32_t;  ///< identifies one request of one client
@@ -47,9 +47,9 @@ public:
                                     const ResponseCallback& response_cb,
                                     const ErrorCallback& error_cb) = 0;
 
-    /// Cancels a request: no callback for `id` runs from here on. An identifier that is unknown,
-    /// delivered or cancelled is ignored. Succeeds when memory runs out, too; the transfer may then
-    /// run to its end, and its outcome is discarded.
+    /// Cancels a request: no callback for `id` runs from here on. Nothing happens when `id` is
+    /// unknown, or its request has been delivered or cancelled. Without memory the request is
+    /// cancelled, too, but its transfer may run to its end; the outcome is then discarded.
     virtual void cancel_request(RequestId id) = 0;
 
     /// Returns an identifier that no pending request of this client has.

@@ -30,8 +30,11 @@ namespace zel::http {
 
 class TlsIsolation;
 
-/// The one transfer engine of a process: libcurl's global state, its multi handle, and the thread
-/// "CurlEngine" on which every libcurl call of the library is made.
+/// Performs all transfers of a process. It has libcurl's global state, libcurl's multi handle (the
+/// object that performs many transfers at once), and the thread "CurlEngine", the engine thread.
+///
+/// "Any thread" below means that you may call the function on any thread, "engine thread" that it
+/// runs, or must be called, on that one.
 ///
 /// Your program, the host, makes it before any request starts. It destroys it after the last client
 /// is done and before it leaves `main`, on any thread but the engine's own. To destroy it while
@@ -53,8 +56,10 @@ public:
     /// second at most.
     virtual ~Engine();
 
-    /// Sets the TLS options of a transfer to `request`'s URL on the easy handle `curl`. Engine
-    /// thread. A derived engine may override it; its destructor must then call `stop` first.
+    /// Sets the TLS options of `request` on `curl`, libcurl's easy handle for its transfer. Engine
+    /// thread. You may override it, to set more options of libcurl's: call this one first, or set
+    /// all options of TLS yourself. The destructor of your class must then call `stop` before
+    /// anything else.
     virtual void addTlsConfig(void* curl, std::shared_ptr<Request> request);
 
     Engine(const Engine&) = delete;
@@ -73,24 +78,25 @@ public:
     /// An engine that has stopped stays stopped.
     void requestTermination();
 
-    /// What the engine has done so far. Any thread; takes no lock, and never holds the engine up.
+    /// What the engine has done so far. Any thread; takes no lock, and the engine never waits for
+    /// it.
     EngineStatistics statistics() const noexcept;
 
     /// @{
     /// Start, cancel, pause and resume a request's transfer; `Request`'s own operations call these.
-    /// Any thread; queue the work and return. The queue shares the ownership of the request until
-    /// then.
+    /// Any thread; they put the work into the engine's queue and return. The queue shares the
+    /// ownership of the request until the work is done.
     void addNewRequest(std::shared_ptr<Request> request);
     void tryToCancelRequest(std::shared_ptr<Request> request);
     void pauseRequest(std::shared_ptr<Request> request);
     void resumeRequest(std::shared_ptr<Request> request);
     /// @}
 
-    /// Sets the proxy of every transfer that starts from now on; an empty `url` turns it off.
-    /// libcurl gets `user` and `password` percent-encoded; both are left out and reported in the
-    /// log when one contains CR, LF or NUL. localhost and 127.0.0.1 bypass the proxy. Any thread.
-    /// Transfers without a proxy of their own follow the environment (`http_proxy`, `no_proxy`) as
-    /// every libcurl program does.
+    /// Sets the proxy of every transfer that starts from now on. An empty `url` removes it; then
+    /// transfers follow the environment (`http_proxy`, `no_proxy`), as in every program that uses
+    /// libcurl. If `user` or `password` contains CR, LF or NUL, both are left out, and the log says
+    /// so. Pass them as they are, not percent-encoded. Requests to localhost and 127.0.0.1 do not
+    /// use the proxy. Any thread.
     void setProxyConfig(const std::string& url, const std::string& user,
                         const std::string& password);
     /// @{
@@ -113,8 +119,8 @@ public:
     /// @}
 
     /// @{
-    /// Callbacks of libcurl while it drives a transfer; `handle` is the easy handle. Engine thread.
-    /// No exception passes through libcurl: a callback that fails ends its transfer.
+    /// libcurl calls these during a transfer; `handle` is the easy handle. Engine thread. No
+    /// exception passes through libcurl: when one of them fails, its transfer fails.
     static std::size_t writeFunction(char* data, std::size_t size, std::size_t count,
                                      void* handle) noexcept;
     static std::size_t writeHeader(char* data, std::size_t size, std::size_t count,
@@ -123,8 +129,8 @@ public:
                                    void* handle) noexcept;
     static int putSeekFunc(void* handle, curl_off_t offset, int origin) noexcept;
     /// @}
-    /// A `CURLOPT_XFERINFOFUNCTION` that the engine itself does not install. Calls the request's
-    /// `reportDownloadProgress` at most once in 3 seconds of transfer time.
+    /// A progress function for `CURLOPT_XFERINFOFUNCTION`. The engine does not set it; your own
+    /// engine may. It calls the request's `reportDownloadProgress` at most every 3 seconds.
     static int downloadProgress(void* handle, curl_off_t downloadTotal, curl_off_t downloadNow,
                                 curl_off_t uploadTotal, curl_off_t uploadNow) noexcept;
     /// Returns `allowsPayloadLogging` of the handle's request; true for a handle that the engine
@@ -132,8 +138,9 @@ public:
     static bool allowsPayloadLogging(void* handle) noexcept;
 
 protected:
-    /// Stops the engine thread and joins it. On the destroying thread; idempotent. A derived
-    /// destructor calls it first, since `~Engine` does so only after the derived members are gone.
+    /// Stops the engine thread and waits for its end. Call it on the thread that destroys the
+    /// engine; a second call does nothing. The destructor of a derived class must call it first:
+    /// `~Engine` comes too late, when the members of the derived class are destroyed already.
     void stop();
 
     // Everything below runs on the engine thread.
