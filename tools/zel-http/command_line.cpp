@@ -101,6 +101,7 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
                                      : given);
         for (std::string line; std::getline(lines, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (line.find('\r') != std::string::npos) refuse("-H: a header is one line");
             const auto colon = line.find_first_of(":;");
             if (colon == 0 || colon == std::string::npos) {
                 refuse("-H: '" + line + "' is not 'Name: value'");
@@ -114,6 +115,12 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
     };
     // Servers that do not know it cost a second.
     if (!has("expect")) easy.header_lines.emplace_back("Expect:");
+}
+
+/// A download has a range of its own, and would miss what is outside of another.
+bool asksForRange(const EasySettings& easy) {
+    return std::any_of(easy.header_lines.begin(), easy.header_lines.end(),
+                       [](const auto& line) { return names(line, "range"); });
 }
 
 void setEasySettings(const Options& options, EasySettings& easy) {
@@ -229,7 +236,8 @@ void chooseFiles(const Options& options, CommandLine& line) {
     if (line.continues && !saves) refuse("-C: goes with -o and -O");
     if (line.repeat > 1 && saves) refuse("--repeat: drops the bodies, so -o and -O have no use");
     // The declared length of a compressed body is not that of what is saved.
-    if (line.show_headers || line.easy.head || line.easy.compressed || line.repeat > 1) {
+    if (line.show_headers || line.easy.head || line.easy.compressed || asksForRange(line.easy) ||
+        line.repeat > 1) {
         line.holds_bodies = true;
     } else if (!saves) {
         // A terminal is to show no binary bodies, and several bodies come in any order.
@@ -245,6 +253,16 @@ void chooseReports(const Options& options, CommandLine& line) {
     line.show_outcomes = !options.silent && terminal;
     line.show_progress = !options.silent && !line.holds_bodies;
     if (options.verbose > 1 && line.log_level == 0) line.log_level = 6;
+}
+
+/// An option that is a digit looks like a number, and so like a URL.
+void checkUrls(const Options& options, int argc, const char* const* argv) {
+    if (options.urls.empty() && argc > 1) refuse("there is no URL");
+    const bool marked =
+        std::any_of(argv, argv + argc, [](const char* word) { return word == std::string("--"); });
+    for (const std::string& url : options.urls) {
+        if (!marked && url.rfind('-', 0) == 0) refuse(url + ": no such option");
+    }
 }
 
 void addRequests(const Options& options, const RequestConfig& config, CommandLine& line) {
@@ -268,18 +286,37 @@ void addRequests(const Options& options, const RequestConfig& config, CommandLin
     line.parallel = options.parallel;
 }
 
+/// Where the value of -K begins in an argument, behind other flags perhaps ("-sKfile"): its size if
+/// the next argument is the value; nothing for other arguments.
+std::optional<std::size_t> configIn(const std::string& argument) {
+    constexpr const char* flags = "fgGIikLOsSvZ";
+    if (argument == "--config") return argument.size();
+    if (argument.rfind("--config=", 0) == 0) return argument.find('=') + 1;
+    if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') return std::nullopt;
+    const auto option = argument.find_first_not_of(flags, 1);
+    if (option == std::string::npos || argument[option] != 'K') return std::nullopt;
+    return option + 1;
+}
+
 /// The arguments, with those of files of options in place of -K, the last one first.
 std::vector<std::string> allArguments(int argc, const char* const* argv) {
     std::vector<std::string> arguments;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        if ((argument == "-K" || argument == "--config") && i + 1 < argc) {
-            const std::string file = argv[++i];
-            for (auto& read : reading("-K", [&] { return argumentsOf(contentOf(file)); })) {
-                arguments.push_back(read);
-            }
-        } else {
+        const auto value = argument == "--" ? std::nullopt : configIn(argument);
+        if (!value || (*value == argument.size() && i + 1 == argc)) {
             arguments.push_back(argument);
+            if (argument != "--") continue;
+            while (++i < argc) arguments.emplace_back(argv[i]);
+            break;
+        }
+        if (argument[1] != '-' && argument[1] != 'K') {
+            arguments.push_back(argument.substr(0, argument.find('K')));
+        }
+        const std::string file = *value == argument.size() ? argv[++i] : argument.substr(*value);
+        for (auto& read : reading("-K", [&] { return argumentsOf(contentOf(file)); })) {
+            if (read == "-K" || read == "--config") refuse("-K: not in a file of options");
+            arguments.push_back(read);
         }
     }
     std::reverse(arguments.begin(), arguments.end());
@@ -325,6 +362,7 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         if (options.version) return EarlyExit{versions(), 0};
         if (options.manual) return EarlyExit{manualPage(app), 0};
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
+        checkUrls(options, argc, argv);
         if (options.latency && command_line.repeat == 1) command_line.repeat = usual_repeats;
         complete(config, options, command_line);
         chooseProxy(options, command_line);

@@ -5,6 +5,8 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <cstdio>
 
+#include "text.h"
+
 namespace tool {
 namespace {
 
@@ -52,7 +54,7 @@ std::string withoutSecret(std::string_view line) {
     const bool secret = name.size() != line.size() && name.find(' ') == std::string_view::npos &&
                         std::any_of(secret_words.begin(), secret_words.end(),
                                     [&](std::string_view word) { return icontains(name, word); });
-    return secret ? std::string(name) + ": ***" : std::string(line);
+    return secret ? std::string(name) + ": ***" : withoutCredentials(std::string(line));
 }
 
 void tellConversation(CURL* easy, bool shows_secrets) {

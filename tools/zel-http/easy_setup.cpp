@@ -95,7 +95,12 @@ void EasySetup::applyRequest(CURL* easy) {
     if (!settings.method.empty()) {
         curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, settings.method.c_str());
     }
-    if (settings.compressed) curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    if (settings.compressed) {
+        curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+        // What one read unpacks to must fit into what libcurl holds for a paused transfer, 64 MiB.
+        constexpr long small = 16L * 1024;
+        curl_easy_setopt(easy, CURLOPT_BUFFERSIZE, small);
+    }
 }
 
 void EasySetup::applyConnection(CURL* easy) const {

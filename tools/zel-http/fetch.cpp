@@ -115,7 +115,8 @@ private:
         outcome.body_size = exchange->bodySize();
         outcome.facts = exchange->facts();
         if (exchange->isTooLarge()) outcome.exit_status = CURLE_FILESIZE_EXCEEDED;
-        outcome.is_error_answer = command_line_.fails_on_errors && outcome.status >= first_error;
+        const bool fails = command_line_.fails_on_errors || outcome.file != "-";
+        outcome.is_error_answer = fails && outcome.status >= first_error;
         finish(slot);
     }
 

@@ -41,7 +41,8 @@ double rounded(double milliseconds) { return std::round(milliseconds * 1000) / 1
 }  // namespace
 
 std::string jsonLine(const Outcome& outcome, bool with_body) {
-    Json json = {{"url", outcome.request->url}, {"method", nameOf(outcome.request->method)}};
+    Json json = {{"url", withoutCredentials(outcome.request->url)},
+                 {"method", nameOf(outcome.request->method)}};
     if (outcome.status != 0) json["status"] = outcome.status;
     if (!outcome.failure.empty()) {
         json["error"] = {{"failure", outcome.failure},

@@ -55,6 +55,7 @@ Files:
 
 Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
+  -i, -I          with them and with --compressed a body is held in memory
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
                   the folder is looked for before anything is sent
                   so does 304, and ends with 0
@@ -132,7 +133,8 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.add_option(
            "-T,--upload-file", line.easy.upload_file,
            "Send a file with PUT, - for standard input; a URL that ends with / gets its name")
-        ->option_text("FILE");
+        ->option_text("FILE")
+        ->take_last();
     addText(app, "-A,--user-agent", options.user_agent, "The User-Agent", "NAME");
     addText(app, "-e,--referer", line.easy.referer, "The Referer", "URL");
     addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
@@ -148,7 +150,8 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
         "Do not follow redirects");
     app.add_option("--max-redirs", line.easy.most_redirects, "Follow at most so many")
         ->check(CLI::Range(0, 1000))
-        ->option_text("N");
+        ->option_text("N")
+        ->take_last();
     addText(app, "-K,--config", options.config,
             "Read options from a file, - for standard input, one a line: 'header = \"A: b\"'",
             "FILE");
@@ -166,7 +169,8 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
     app.add_option("--retry", line.retry.most,
                    "Try again so often after what may pass: no answer in time, a "
                    "name not found, a status 408, 429, 500, 502, 503 or 504")
-        ->option_text("N");
+        ->option_text("N")
+        ->take_last();
     app.add_flag("--retry-all-errors", line.retry.all_errors, "Try again after every failure");
     addSeconds(app, "--retry-delay", options.retry_delay,
                "Between tries; otherwise 1 s, and twice as long each time");
@@ -182,7 +186,10 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
 void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
     app.option_defaults()->group("TLS");
     const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
-        app.add_option(name, path, help)->check(CLI::ExistingPath)->option_text("PATH");
+        app.add_option(name, path, help)
+            ->check(CLI::ExistingPath)
+            ->option_text("PATH")
+            ->take_last();
     };
     file("--cacert", config.ca_file, "Trusted authorities, PEM, instead of the system's");
     file("--capath", config.ca_dir, "A directory of trusted authorities, hashed");
@@ -223,7 +230,8 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
     app.add_option("--log", line.log_level,
                    "Log what the library does to standard error, from 1 (summaries) to 9")
         ->check(CLI::Range(0, 9))
-        ->option_text("LEVEL");
+        ->option_text("LEVEL")
+        ->take_last();
 }
 
 void declareMany(CLI::App& app, Options& options, CommandLine& line) {
@@ -232,12 +240,14 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
            "--repeat", line.repeat,
            "Perform each request that often; bodies are dropped, latencies of answers summed up")
         ->check(CLI::Range(std::size_t{1}, most_repeats))
-        ->option_text("N");
+        ->option_text("N")
+        ->take_last();
     app.add_flag("--latency", options.latency, "As --repeat 100, unless that is given");
     app.add_option("--parallel", options.parallel,
                    "At most so many at a time; otherwise one after the other")
         ->check(CLI::Range(std::size_t{1}, most_parallel))
-        ->option_text("N");
+        ->option_text("N")
+        ->take_last();
     app.add_flag_callback(
         "-Z", [&options] { options.parallel = usual_parallel; }, "As --parallel 50");
     addText(app, "--svg", line.picture, "Draw the latencies of --repeat into a file", "FILE");

@@ -22,7 +22,8 @@ std::string outcomeText(const Outcome& outcome) {
                            ? fmt::format("{}  {:>10}", outcome.status, sizeText(outcome.body_size))
                            : outcome.failure;
     if (!outcome.message.empty()) text += " (" + outcome.message + ')';
-    text += fmt::format("  {:.1f} ms  {}", outcome.milliseconds, outcome.request->url);
+    text += fmt::format("  {:.1f} ms  {}", outcome.milliseconds,
+                        withoutCredentials(outcome.request->url));
     if (outcome.file == "-") return text;
     return text + (outcome.failed() ? "  not saved" : "  -> " + outcome.file);
 }
@@ -86,6 +87,10 @@ void Report::print(const Outcome& outcome) {
         printAnswer(outcome, std::cout);
         return;
     }
+    // As a download does: neither an error nor less than a whole answer replaces a file, and "not
+    // modified" stands for what is there.
+    constexpr unsigned not_modified = 304;
+    if (outcome.failed() || outcome.status == not_modified) return;
     std::ofstream file(outcome.file, std::ios::binary);
     printAnswer(outcome, file);
     if (file.flush()) return;

@@ -14,6 +14,16 @@ std::string sizeText(std::uint64_t bytes) {
     return fmt::format("{:.1f} MiB", size / (kibi * kibi));
 }
 
+std::string withoutCredentials(std::string text) {
+    for (auto at = text.find("://"); at != std::string::npos; at = text.find("://", at)) {
+        at += 3;
+        const auto end = text.find_first_of("/?# '\"\r\n", at);
+        const auto mark = text.substr(0, end).rfind('@');
+        if (mark != std::string::npos && mark >= at) text.replace(at, mark - at, "***");
+    }
+    return text;
+}
+
 bool isBinary(std::string_view bytes) {
     constexpr std::string_view in_texts = "\a\b\t\n\v\f\r\x1b";
     return std::any_of(bytes.begin(), bytes.end(), [&](unsigned char byte) {

@@ -13,6 +13,9 @@ namespace tool {
 /// "17 bytes", "4.0 KiB", "1.5 MiB".
 std::string sizeText(std::uint64_t bytes);
 
+/// The text with "***" in place of the user and password of each URL in it.
+std::string withoutCredentials(std::string text);
+
 /// Whether `bytes` contain a control character that does not occur in texts.
 bool isBinary(std::string_view bytes);
 

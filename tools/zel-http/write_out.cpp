@@ -1,5 +1,7 @@
 #include "write_out.h"
 
+#include "text.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -61,9 +63,11 @@ const std::map<std::string, Variable>& variables() {
         {"time_namelookup", [](const Outcome& o) { return seconds(o.facts.looked_up); }},
         {"time_starttransfer", [](const Outcome& o) { return seconds(o.facts.first_byte); }},
         {"time_total", [](const Outcome& o) { return seconds(o.facts.total); }},
-        {"url", [](const Outcome& o) { return o.request->url; }},
+        {"url", [](const Outcome& o) { return withoutCredentials(o.request->url); }},
         {"url_effective",
-         [](const Outcome& o) { return o.facts.url.empty() ? o.request->url : o.facts.url; }},
+         [](const Outcome& o) {
+             return withoutCredentials(o.facts.url.empty() ? o.request->url : o.facts.url);
+         }},
     };
     return table;
 }
