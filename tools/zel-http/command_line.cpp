@@ -286,43 +286,6 @@ void addRequests(const Options& options, const RequestConfig& config, CommandLin
     line.parallel = options.parallel;
 }
 
-/// Where the value of -K begins in an argument, behind other flags perhaps ("-sKfile"): its size if
-/// the next argument is the value; nothing for other arguments.
-std::optional<std::size_t> configIn(const std::string& argument) {
-    constexpr const char* flags = "fgGIikLOsSvZ";
-    if (argument == "--config") return argument.size();
-    if (argument.rfind("--config=", 0) == 0) return argument.find('=') + 1;
-    if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') return std::nullopt;
-    const auto option = argument.find_first_not_of(flags, 1);
-    if (option == std::string::npos || argument[option] != 'K') return std::nullopt;
-    return option + 1;
-}
-
-/// The arguments, with those of files of options in place of -K, the last one first.
-std::vector<std::string> allArguments(int argc, const char* const* argv) {
-    std::vector<std::string> arguments;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        const auto value = argument == "--" ? std::nullopt : configIn(argument);
-        if (!value || (*value == argument.size() && i + 1 == argc)) {
-            arguments.push_back(argument);
-            if (argument != "--") continue;
-            while (++i < argc) arguments.emplace_back(argv[i]);
-            break;
-        }
-        if (argument[1] != '-' && argument[1] != 'K') {
-            arguments.push_back(argument.substr(0, argument.find('K')));
-        }
-        const std::string file = *value == argument.size() ? argv[++i] : argument.substr(*value);
-        for (auto& read : reading("-K", [&] { return argumentsOf(contentOf(file)); })) {
-            if (read == "-K" || read == "--config") refuse("-K: not in a file of options");
-            arguments.push_back(read);
-        }
-    }
-    std::reverse(arguments.begin(), arguments.end());
-    return arguments;
-}
-
 std::string versions() {
     std::ostringstream text;
     text << "zel-http " ZEL_HTTP_VERSION "\n" << curl_version() << '\n';
@@ -356,7 +319,9 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
     RequestConfig config;
     declare(app, options, config, command_line);
     try {
-        app.parse(allArguments(argc, argv));
+        auto arguments = reading("-K", [&] { return argumentsOf(argc, argv); });
+        std::reverse(arguments.begin(), arguments.end());  // as it takes them
+        app.parse(std::move(arguments));
         options.urls.insert(options.urls.begin(), options.more_urls.begin(),
                             options.more_urls.end());
         if (options.version) return EarlyExit{versions(), 0};

@@ -34,7 +34,6 @@ using Clock = std::chrono::steady_clock;
 using zel::http::DownloadFailure;
 using zel::http::DownloadHead;
 
-constexpr unsigned not_modified = 304;
 constexpr unsigned first_error = 400;
 
 class Fetch {
@@ -115,7 +114,7 @@ private:
         outcome.body_size = exchange->bodySize();
         outcome.facts = exchange->facts();
         if (exchange->isTooLarge()) outcome.exit_status = CURLE_FILESIZE_EXCEEDED;
-        const bool fails = command_line_.fails_on_errors || outcome.file != "-";
+        const bool fails = command_line_.fails_on_errors || isReplaced(outcome.file);
         outcome.is_error_answer = fails && outcome.status >= first_error;
         finish(slot);
     }
@@ -185,8 +184,7 @@ private:
         slot.amount = {head.offset, head.total.value_or(0)};
         const bool fails = command_line_.fails_on_errors || slot.output->isReplaced();
         outcome.is_error_answer = fails && head.status >= first_error;
-        // It stands for what is there.
-        if (head.status == not_modified && slot.output->isReplaced()) return false;
+        if (slot.output->isReplaced() && !outcome.replacesFile()) return false;
         return !outcome.is_error_answer && !isRetried(command_line_.retry, slot.tries, head.status);
     }
 

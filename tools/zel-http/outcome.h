@@ -36,6 +36,12 @@ struct Outcome {
     int exit_status = 0;
 
     bool failed() const { return !failure.empty() || is_error_answer; }
+    /// Whether a file gets it: neither an error nor less than a whole answer replaces one, and "not
+    /// modified" stands for what is there.
+    bool replacesFile() const {
+        constexpr unsigned not_modified = 304;
+        return !failed() && status != not_modified;
+    }
 };
 
 /// The names and milliseconds of the phases.

@@ -29,6 +29,11 @@ fs::path behindLinks(fs::path path) {
 
 }  // namespace
 
+bool isReplaced(const std::string& path) {
+    struct stat old {};
+    return path != "-" && (stat(path.c_str(), &old) != 0 || S_ISREG(old.st_mode));
+}
+
 Output::Output(const std::string& path, bool continues) {
     if (path == "-") {
         // A pipe takes more at a time then. Anything else, or a system that refuses, is as good.
@@ -36,15 +41,13 @@ Output::Output(const std::string& path, bool continues) {
         sink_ = zel::http::DescriptorSink{STDOUT_FILENO};
         return;
     }
-    struct stat old {};
-    const bool exists = stat(path.c_str(), &old) == 0;
-    if (exists && !S_ISREG(old.st_mode)) {
+    if (!tool::isReplaced(path)) {
         descriptor_ = check(open(path.c_str(), O_WRONLY | O_CLOEXEC));
         sink_ = zel::http::DescriptorSink{descriptor_};
         return;
     }
     // Replacing it takes no such permission, but its owner does not expect that.
-    if (exists) check(access(path.c_str(), W_OK));
+    if (fs::exists(path)) check(access(path.c_str(), W_OK));
     zel::http::FileSink file;
     file.path = behindLinks(path).string();
     file.resumes = continues;

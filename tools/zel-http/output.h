@@ -7,6 +7,9 @@
 
 namespace tool {
 
+/// Whether what is written to `path` makes a regular file, or replaces one.
+bool isReplaced(const std::string& path);
+
 /// Where the body of a download goes: a regular file is replaced when the body is whole, standard
 /// output ("-") and other kinds of file, such as devices and pipes, are written directly.
 class Output {

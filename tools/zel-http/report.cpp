@@ -87,10 +87,7 @@ void Report::print(const Outcome& outcome) {
         printAnswer(outcome, std::cout);
         return;
     }
-    // As a download does: neither an error nor less than a whole answer replaces a file, and "not
-    // modified" stands for what is there.
-    constexpr unsigned not_modified = 304;
-    if (outcome.failed() || outcome.status == not_modified) return;
+    if (!outcome.replacesFile()) return;
     std::ofstream file(outcome.file, std::ios::binary);
     printAnswer(outcome, file);
     if (file.flush()) return;

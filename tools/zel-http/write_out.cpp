@@ -1,7 +1,5 @@
 #include "write_out.h"
 
-#include "text.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <map>
 
 #include "exit_status.h"
+#include "text.h"
 
 namespace tool {
 namespace {
