@@ -1,6 +1,5 @@
 #include "config_file.h"
 
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 
@@ -56,14 +55,18 @@ void addLine(const std::string& line, std::vector<std::string>& arguments) {
 }
 
 /// Where the value of -K begins in an argument, behind other flags perhaps ("-sKfile"): its size if
-/// the next argument is the value; nothing for other arguments.
-std::optional<std::size_t> configIn(const std::string& argument) {
+/// the next argument is the value; `npos` for other arguments.
+std::size_t configIn(const std::string& argument) {
     constexpr const char* flags = "fgGIikLOsSvZ";
     if (argument == "--config") return argument.size();
     if (argument.rfind("--config=", 0) == 0) return argument.find('=') + 1;
-    if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') return std::nullopt;
+    if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') {
+        return std::string::npos;
+    }
     const auto option = argument.find_first_not_of(flags, 1);
-    if (option == std::string::npos || argument[option] != 'K') return std::nullopt;
+    if (option == std::string::npos || argument[option] != 'K') {
+        return std::string::npos;
+    }
     return option + 1;
 }
 
@@ -82,17 +85,19 @@ std::vector<std::string> argumentsOf(int argc, const char* const* argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         marked = marked || argument == "--";
-        const auto value = marked ? std::nullopt : configIn(argument);
+        const auto value = marked ? std::string::npos : configIn(argument);
         const bool follows = value == argument.size();
-        if (!value || (follows && i + 1 == argc)) {
+        if (value == std::string::npos || (follows && i + 1 == argc)) {
             arguments.push_back(argument);
             continue;
         }
         const auto flags = argument.substr(0, argument.find('K'));
         if (argument[1] != '-' && flags != "-") arguments.push_back(flags);
-        const std::string file = follows ? argv[++i] : argument.substr(*value);
+        const std::string file = follows ? argv[++i] : argument.substr(value);
         for (auto& read : argumentsOf(contentOf(file))) {
-            if (configIn(read)) throw std::runtime_error("not in a file of options");
+            if (configIn(read) != std::string::npos) {
+                throw std::runtime_error("not in a file of options");
+            }
             arguments.push_back(std::move(read));
         }
     }
