@@ -63,16 +63,19 @@ void checkRedirect(const std::string& text) {
     assert(leaves("http://", "device.example:8443"));
 }
 
+/// No user and password in the URL; a body that is no UTF-8 stands as base64.
 void checkJson(const std::string& text) {
+    const std::string escaped = encodeURIComponent(text);
     RequestConfig request;
-    request.url = text;
+    request.url = "https://" + escaped + "@device.example/" + escaped;
     tool::Outcome outcome;
     outcome.request = &request;
     outcome.status = 200;
+    outcome.fields = {{"name", text}};
     outcome.body = text;
     const auto json = nlohmann::json::parse(tool::jsonLine(outcome, true));
-    // A body that is no UTF-8 stands as base64.
-    assert(json.contains("body") ? json["body"] == text && json["url"] == text
+    assert(json["url"] == "https://***@device.example/" + escaped);
+    assert(json.contains("body") ? json["body"] == text && json["headers"][0]["value"] == text
                                  : !all(text, is_from_range('\0', '\x7f')));
 }
 
