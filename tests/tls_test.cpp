@@ -250,21 +250,27 @@ TEST_F(Tls, ARequestTellsTheFactsOfItsTransfers) {
         const zel::http::TransferFacts& facts = request.facts();
         EXPECT_LE(facts.connected, facts.total);
         EXPECT_LE(facts.tls_done, facts.total);
+        EXPECT_LE(facts.ready, facts.total);
         EXPECT_LE(facts.first_byte, facts.total);
         EXPECT_EQ(facts.bytes_received, request.body.size());
-        return std::to_string(facts.curl_code) + " " + facts.protocol + " " + facts.tls_version +
-               (facts.connection_reused ? " reused" : "") + (facts.tls_resumed ? " resumed" : "") +
+        EXPECT_EQ(facts.redirecting.count() > 0, facts.redirects > 0);
+        return facts.method + " " + std::to_string(facts.curl_code) + " " + facts.protocol + " " +
+               facts.tls_version + (facts.connection_reused ? " reused" : "") +
+               (facts.tls_resumed ? " resumed" : "") +
                (facts.tls_done.count() > 0 ? " handshake" : "") + " " + facts.curl_text;
     };
     const auto request = hostRequest(to("local").trusting(root));
-    EXPECT_EQ(factsOf(*request), "0 HTTP/2 TLSv1.3 handshake ");
+    EXPECT_EQ(factsOf(*request), "GET 0 HTTP/2 TLSv1.3 handshake ");
     EXPECT_EQ("https://" + request->facts().remote_address + ":" +
                   std::to_string(request->facts().remote_port) + "/",
               request->config.url);
-    EXPECT_EQ(factsOf(*hostRequest(to("local").trusting(root))), "0 HTTP/2 TLSv1.3 reused ");
-    EXPECT_EQ(factsOf(*hostRequest(origin("/hello"))), "0 HTTP/1.1  ");
-    EXPECT_EQ(factsOf(*hostRequest(to("expired").trusting(root))).substr(0, 5), "60   ");
-    EXPECT_EQ(factsOf(*hostRequest("http://127.0.0.1:1/")).substr(0, 18), "7   Failed to conn");
+    EXPECT_EQ(factsOf(*hostRequest(to("local").trusting(root))), "GET 0 HTTP/2 TLSv1.3 reused ");
+    const auto redirected = Get(origin("/redirect/1?status=303")).sends(Method::POST, "body");
+    EXPECT_EQ(factsOf(*hostRequest(redirected)), "GET 0 HTTP/1.1  ");
+    const auto expired = hostRequest(to("expired").trusting(root));
+    EXPECT_EQ(factsOf(*expired).substr(0, 9), "GET 60   ");
+    EXPECT_EQ(expired->facts().tls_verify_result, X509_V_ERR_CERT_HAS_EXPIRED);
+    EXPECT_EQ(factsOf(*hostRequest("http://127.0.0.1:1/")).substr(0, 22), "GET 7   Failed to conn");
 }
 
 /// Who waits for a handshake in which the server is silent keeps its time limit, and makes a

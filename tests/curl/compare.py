@@ -178,9 +178,10 @@ def environment(folder):
 def prepare(folder):
     (folder / "data.txt").write_bytes(b"first\r\nsecond\n")
     (folder / "binary").write_bytes(BODY[:1000])
-    (folder / "fields").write_text("X-One: 1\nX-Two: 2\n")
+    (folder / "fields").write_text("X-One: 1\n\nX-Two: 2\n")
     (folder / "there").write_text("there before\n")
     (folder / "cookies").write_text("127.0.0.1\tFALSE\t/\tFALSE\t0\tjar\tfull\n")
+    (folder / "more-options").write_text('header = "X-A: b" # comment\nreferer = #a # comment\nsilent = true\nsilent # comment\n')
     (folder / "options").write_text('# comment\nheader = "X-File: yes"\n--data a=b\nsilent\n')
 
 

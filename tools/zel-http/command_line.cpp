@@ -69,7 +69,8 @@ std::uint64_t bytesOf(const char* option, const std::string& text) {
         factor = std::pow(1024, power + 1);
     }
     constexpr double most = 1e18;
-    if (!(number > 0) || number * factor > most) refuse(option + (": '" + text + "' is no size"));
+    if (end == text.c_str() || !(number >= 0) || number * factor > most)
+        refuse(option + (": '" + text + "' is no size"));
     return static_cast<std::uint64_t>(number * factor);
 }
 
@@ -85,7 +86,7 @@ void checkLines(const Options& options, const CommandLine& line) {
         refuse(std::string(option) + ": a header is one line");
     };
     check("-A", options.user_agent);
-    check("-e", line.easy.referer);
+    check("-e", options.referer);
     check("-u", options.credentials);
     check("-U", options.proxy_credentials);
     check("-X", line.easy.method);
@@ -101,6 +102,7 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
                                      : given);
         for (std::string line; std::getline(lines, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
+            if (line.empty() && given[0] == '@') continue;
             if (line.find('\r') != std::string::npos) refuse("-H: a header is one line");
             const auto colon = line.find_first_of(":;");
             if (colon == 0 || colon == std::string::npos) {
@@ -123,6 +125,14 @@ bool asksForRange(const EasySettings& easy) {
                        [](const auto& line) { return names(line, "range"); });
 }
 
+/// "URL", "URL;auto" or ";auto".
+void setReferer(const std::string& text, EasySettings& easy) {
+    constexpr std::string_view automatic = ";auto";
+    const auto mark = text.find(automatic);
+    easy.referer = text.substr(0, mark);
+    easy.refers_to_redirects = mark != std::string::npos;
+}
+
 void setEasySettings(const Options& options, EasySettings& easy) {
     setHeaderLines(options, easy);
     easy.user_agent =
@@ -134,7 +144,10 @@ void setEasySettings(const Options& options, EasySettings& easy) {
             easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;
         }
     }
-    for (const std::string& part : easy.form) reading("-F", [&] { checkFormPart(part); });
+    setReferer(options.referer, easy);
+    for (const std::string& part : options.form) {
+        easy.form.push_back(reading("-F", [&] { return parseFormPart(part); }));
+    }
     if (options.digest) easy.authentication = static_cast<long>(CURLAUTH_DIGEST);
     if (options.any_authentication) easy.authentication = static_cast<long>(CURLAUTH_ANY);
     if (options.http_1_1) easy.http_version = CURL_HTTP_VERSION_1_1;
@@ -180,9 +193,7 @@ void complete(RequestConfig& config, const Options& options, CommandLine& line) 
     config.tls_verify = !options.insecure;
     config.timeout = millisecondsOf(options.timeout);
     line.most_bytes = bytesOf("--max-filesize", options.most_bytes);
-    if (line.write_out.substr(0, 1) == "@") {
-        line.write_out = reading("-w", [&] { return contentOf(line.write_out.substr(1)); });
-    }
+    line.write_out = reading("-w", [&] { return joined({{DataPiece::Text, line.write_out}}); });
     line.retry.delay = millisecondsOf(options.retry_delay);
 }
 
@@ -298,8 +309,10 @@ std::string oneLine(const CLI::App* /*app*/, const CLI::Error& error) {
 
 EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
-        for (const std::string& name : app.remaining()) {
-            if (name.size() < 2 || name[0] != '-') continue;
+        for (const std::string& argument : app.remaining()) {
+            if (argument.size() < 2 || argument[0] != '-') continue;
+            const std::string name =
+                argument.substr(0, argument.find('='));  // a value may be secret
             const char* fault =
                 isCurlOption(name) ? ": an option of curl's that is not here" : ": no such option";
             return {"zel-http: " + name + fault + " (see --help)\n", bad_command_line};
@@ -319,7 +332,12 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
     RequestConfig config;
     declare(app, options, config, command_line);
     try {
-        auto arguments = reading("-K", [&] { return argumentsOf(argc, argv); });
+        const auto takes_value = [&](const std::string& name) -> std::optional<bool> {
+            const auto* option = app.get_option_no_throw(name);
+            if (option == nullptr) return std::nullopt;
+            return option->get_items_expected_min() != 0;
+        };
+        auto arguments = reading("-K", [&] { return argumentsOf(argc, argv, takes_value); });
         std::reverse(arguments.begin(), arguments.end());  // as it takes them
         app.parse(std::move(arguments));
         options.urls.insert(options.urls.begin(), options.more_urls.begin(),

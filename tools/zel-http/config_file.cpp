@@ -1,7 +1,9 @@
 #include "config_file.h"
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "body.h"
 
@@ -37,68 +39,97 @@ std::string unquoted(const std::string& text) {
     throw std::runtime_error("a quote does not end");
 }
 
-void addLine(const std::string& line, std::vector<std::string>& arguments) {
+/// The first word: what follows is a comment, or a mistake.
+std::string firstWord(const std::string& text) {
+    const auto end = text.find_first_of(blanks);
+    const auto more = text.find_first_not_of(blanks, end);
+    if (more != std::string::npos && text[more] != '#') {
+        throw std::runtime_error("a value with blanks stands in quotes");
+    }
+    return text.substr(0, end);
+}
+
+using Arguments = std::vector<std::string>;
+
+/// An option with a value, which flags may stand before ("-sKfile").
+struct ValuedOption {
+    std::string flags;
+    std::string name;
+    std::optional<std::string> value;  ///< nothing: the next word
+};
+
+std::optional<ValuedOption> valuedOption(const std::string& argument, const TakesValue& takes) {
+    if (argument.size() < 2 || argument[0] != '-') return std::nullopt;
+    ValuedOption option;
+    if (argument[1] == '-') {
+        const auto end = argument.find('=');
+        option.name = argument.substr(0, end);
+        if (end != std::string::npos) option.value = argument.substr(end + 1);
+        return takes(option.name).value_or(false) ? std::optional(option) : std::nullopt;
+    }
+    for (std::size_t i = 1; i < argument.size(); ++i) {
+        option.name = {'-', argument[i]};
+        const auto valued = takes(option.name);
+        if (!valued) return std::nullopt;
+        if (!*valued) continue;
+        if (i > 1) option.flags = argument.substr(0, i);
+        if (i + 1 < argument.size()) option.value = argument.substr(i + 1);
+        return option;
+    }
+    return std::nullopt;
+}
+
+bool namesFile(const std::string& argument, const TakesValue& takes) {
+    const auto option = valuedOption(argument, takes);
+    return option && (option->name == "-K" || option->name == "--config");
+}
+
+void addLine(const std::string& line, const TakesValue& takes, Arguments& arguments) {
     const auto begin = line.find_first_not_of(blanks);
     if (begin == std::string::npos || line[begin] == '#') return;
     const bool dashed = line[begin] == '-';
-    const auto end = line.find_first_of(dashed ? " \t\r" : " \t\r=:", begin);
-    std::string name = line.substr(begin, end - begin);
-    arguments.push_back(dashed ? name : "--" + name);
-    if (end == std::string::npos) return;
-    const auto value = line.find_first_not_of(dashed ? " \t\r" : " \t\r=:", end);
-    if (value == std::string::npos) return;
-    if (line[value] == '"') {
-        arguments.push_back(unquoted(line.substr(value)));
+    const char* between = dashed ? " \t\r" : " \t\r=:";
+    const auto end = std::min(line.find_first_of(between, begin), line.size());
+    const auto value = std::min(line.find_first_not_of(between, end), line.size());
+    const std::string name = (dashed ? "" : "--") + line.substr(begin, end - begin);
+    if (namesFile(name, takes)) throw std::runtime_error("not in a file of options");
+    const bool marked = line.substr(end, value - end).find_first_of("=:") != std::string::npos;
+    std::string text = line.substr(value);
+    if (!marked && text[0] == '#') text.clear();
+    if (!text.empty()) text = text[0] == '"' ? unquoted(text) : firstWord(text);
+    if (takes(name).value_or(!text.empty())) {
+        arguments.push_back(name);
+        arguments.push_back(text);
     } else {
-        arguments.push_back(line.substr(value, line.find_last_not_of(blanks) - value + 1));
+        arguments.push_back(text.empty() ? name : name + '=' + text);
     }
 }
 
-/// Where the value of -K begins in an argument, behind other flags perhaps ("-sKfile"): its size if
-/// the next argument is the value; `npos` for other arguments.
-std::size_t configIn(const std::string& argument) {
-    constexpr const char* flags = "fgGIikLOsSvZ";
-    if (argument == "--config") return argument.size();
-    if (argument.rfind("--config=", 0) == 0) return argument.find('=') + 1;
-    if (argument.size() < 2 || argument[0] != '-' || argument[1] == '-') {
-        return std::string::npos;
-    }
-    const auto option = argument.find_first_not_of(flags, 1);
-    if (option == std::string::npos || argument[option] != 'K') {
-        return std::string::npos;
-    }
-    return option + 1;
+void addFile(const std::string& path, const TakesValue& takes, Arguments& arguments) {
+    std::istringstream lines(contentOf(path));
+    for (std::string line; std::getline(lines, line);) addLine(line, takes, arguments);
 }
 
 }  // namespace
 
-std::vector<std::string> argumentsOf(const std::string& file_content) {
-    std::vector<std::string> arguments;
-    std::istringstream lines(file_content);
-    for (std::string line; std::getline(lines, line);) addLine(line, arguments);
-    return arguments;
-}
-
-std::vector<std::string> argumentsOf(int argc, const char* const* argv) {
-    std::vector<std::string> arguments;
+std::vector<std::string> argumentsOf(int argc, const char* const* argv, const TakesValue& takes) {
+    Arguments arguments;
     bool marked = false;  // "--": what follows are URLs
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
         marked = marked || argument == "--";
-        const auto value = marked ? std::string::npos : configIn(argument);
-        const bool follows = value == argument.size();
-        if (value == std::string::npos || (follows && i + 1 == argc)) {
+        const auto option = marked ? std::nullopt : valuedOption(argument, takes);
+        if (!option || (!option->value && i + 1 == argc)) {
             arguments.push_back(argument);
             continue;
         }
-        const auto flags = argument.substr(0, argument.find('K'));
-        if (argument[1] != '-' && flags != "-") arguments.push_back(flags);
-        const std::string file = follows ? argv[++i] : argument.substr(value);
-        for (auto& read : argumentsOf(contentOf(file))) {
-            if (configIn(read) != std::string::npos) {
-                throw std::runtime_error("not in a file of options");
-            }
-            arguments.push_back(std::move(read));
+        const std::string value = option->value ? *option->value : argv[++i];
+        if (!option->flags.empty()) arguments.push_back(option->flags);
+        if (namesFile(option->name, takes)) {
+            addFile(value, takes, arguments);
+        } else {
+            arguments.push_back(option->name);
+            arguments.push_back(value);
         }
     }
     return arguments;

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "conversation.h"
-#include "form.h"
 #include "zel_http/engine_hooks.h"
 
 namespace tool {
@@ -80,6 +79,7 @@ void EasySetup::applyRequest(CURL* easy) {
     if (!settings.referer.empty()) {
         curl_easy_setopt(easy, CURLOPT_REFERER, settings.referer.c_str());
     }
+    curl_easy_setopt(easy, CURLOPT_AUTOREFERER, settings.refers_to_redirects ? 1L : 0L);
     if (!settings.cookies.empty()) {
         curl_easy_setopt(easy, CURLOPT_COOKIE, settings.cookies.c_str());
     }
@@ -153,7 +153,7 @@ int EasySetup::seekUpload(void* upload, curl_off_t offset, int origin) {
 
 curl_mime* EasySetup::makeForm(CURL* easy) const {
     curl_mime* form = curl_mime_init(easy);
-    for (const std::string& text : settings_.form) addFormPart(form, text);
+    for (const FormPart& part : settings_.form) addFormPart(easy, form, part);
     return form;
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "form.h"
 #include "zel_http/engine.h"
 
 namespace tool {
@@ -24,9 +25,10 @@ struct EasySettings {
     std::vector<std::string> header_lines;  ///< in place of the library's
     std::string user_agent;
     std::string referer;
-    std::string cookies;  ///< "name=value;other=value"
+    bool refers_to_redirects = false;  ///< after one, the Referer is the URL that led there
+    std::string cookies;               ///< "name=value;other=value"
     std::vector<std::string> cookie_files;
-    std::vector<std::string> form;  ///< as in -F
+    std::vector<FormPart> form;
     std::optional<std::string> upload_file;
     std::vector<std::string> resolve;  ///< as in --resolve
     long authentication = CURLAUTH_BASIC;

@@ -87,6 +87,7 @@ private:
         ++slot.tries;
         slot.outcome = {};
         slot.outcome.request = &command_line_.requests[slot.index];
+        slot.outcome.index = slot.index;
         slot.outcome.file = command_line_.files[slot.index];
         if (command_line_.holds_bodies) {
             startExchange(slot);

@@ -3,14 +3,31 @@
 #include <curl/curl.h>
 
 #include <string>
+#include <vector>
 
 namespace tool {
 
-/// Checks a part of a form, "name=value", "name=@file" or "name=<file" with ";type=" and
-/// ";filename=" behind it. Throws `UnreadableFile`, or `std::runtime_error` for another fault.
-void checkFormPart(const std::string& text);
+/// A part of a form, as a -F option describes it.
+struct FormPart {
+    struct Content {
+        enum Kind { Text, TextOfFile, File };
+        Kind kind = Text;
+        std::string value;  ///< the text, or the path of the file
+        std::string type;
+        std::string filename;
+        std::string encoder;
+        std::vector<std::string> headers;
+    };
+    std::string name;
+    std::vector<Content> contents;  ///< of several files the part has parts of its own
+};
 
-/// Adds a part that was checked.
-void addFormPart(curl_mime* form, const std::string& text);
+/// Reads "name=text", "name=<file" or "name=@file,file", each with ";type=", ";filename=",
+/// ";encoder=" and ";headers=" behind it; a value with ";" or "," in it stands in double quotes.
+/// The file "-" is standard input, which is read here. Throws `UnreadableFile`, or
+/// `std::runtime_error` for another fault.
+FormPart parseFormPart(const std::string& text);
+
+void addFormPart(CURL* easy, curl_mime* form, const FormPart& part);
 
 }  // namespace tool

@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <boost/algorithm/string/case_conv.hpp>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -71,6 +72,18 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
         json["timings_ms"][phase] = rounded(milliseconds);
     }
     return line(json);
+}
+
+std::string jsonFields(const Fields& fields) {
+    Json json = Json::object();
+    for (const auto& [name, value] : fields) {
+        json[boost::algorithm::to_lower_copy(name)].push_back(value);
+    }
+    std::string text;
+    for (const auto& [name, values] : json.items()) {
+        text += (text.empty() ? "" : ",\n") + line(name) + ':' + line(values);
+    }
+    return '{' + text + "\n}";
 }
 
 std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took) {

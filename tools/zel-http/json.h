@@ -13,6 +13,10 @@ namespace tool {
 /// "body_base64" instead of "body".
 std::string jsonLine(const Outcome& outcome, bool with_body);
 
+/// Header fields as curl's %{header_json} shows them: each name once, in lower case, with its
+/// values.
+std::string jsonFields(const Fields& fields);
+
 /// The latencies of all requests as one line of JSON.
 std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took);
 

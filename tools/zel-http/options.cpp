@@ -66,7 +66,10 @@ Differences from curl:
                   nothing is asked for again once bytes went to a pipe or a terminal
   -x              the proxy is a tunnel for http URLs, too
   -v              credentials and cookies are masked; --unmasked shows them
-  -w              knows the usual variables only; URLs without user and password
+  -w              json, certs, referer, http_connect, size_header, size_request and
+                  proxy_ssl_verify_result are not known; URLs without user and password
+  -F              a form within a form, "=(", is not here
+  -K              a value with blanks stands in quotes; others are refused
   -Z              no progress by file
   terminal        each outcome has a line on standard error; -s silences it
   URL             {} and [] do not stand for several URLs
@@ -127,8 +130,8 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     addData(app, options, "--data-urlencode", DataPiece::UrlEncoded,
             "As -d, encoded: VALUE, NAME=VALUE, @FILE or NAME@FILE");
     app.add_flag("-G,--get", options.data_to_url, "Append what -d gives to the URL; GET");
-    addList(app, "-F,--form", line.easy.form,
-            "A part of a form: NAME=VALUE, NAME=@FILE or NAME=<FILE; ;type= and ;filename= behind",
+    addList(app, "-F,--form", options.form,
+            "A part of a form: NAME=VALUE, NAME=@FILE or NAME=<FILE; ;type=, ;filename= behind",
             "PART");
     app.add_option(
            "-T,--upload-file", line.easy.upload_file,
@@ -136,7 +139,7 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
         ->option_text("FILE")
         ->take_last();
     addText(app, "-A,--user-agent", options.user_agent, "The User-Agent", "NAME");
-    addText(app, "-e,--referer", line.easy.referer, "The Referer", "URL");
+    addText(app, "-e,--referer", options.referer, "The Referer", "URL");
     addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
     addText(app, "-u,--user", options.credentials, "Credentials for the server, by Basic",
             "USER:PASSWORD");
@@ -148,8 +151,9 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag_callback(
         "--no-location", [&line] { line.easy.follows_redirects = false; },
         "Do not follow redirects");
-    app.add_option("--max-redirs", line.easy.most_redirects, "Follow at most so many")
-        ->check(CLI::Range(0, 1000))
+    app.add_option("--max-redirs", line.easy.most_redirects,
+                   "Follow at most so many; -1 for no limit")
+        ->check(CLI::Range(-1, 1000))
         ->option_text("N")
         ->take_last();
     addText(app, "-K,--config", options.config,

@@ -22,7 +22,9 @@ struct Options {
     std::vector<DataPiece> data;
     std::string config;
     std::vector<std::string> cookies;
+    std::vector<std::string> form;
     std::string user_agent;
+    std::string referer;
     std::string credentials;
     std::string rate;
     std::string most_bytes;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -14,6 +15,7 @@ namespace tool {
 /// What became of one request.
 struct Outcome {
     const zel::http::RequestConfig* request = nullptr;
+    std::size_t index = 0;  ///< of its URL in the command line
     /// Where the body is to go, "-" for standard output.
     std::string file = "-";
     /// 0 without an answer.

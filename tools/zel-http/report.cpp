@@ -66,7 +66,9 @@ void Report::add(const Outcome& outcome) {
         print(outcome);
     }
     if (!command_line_.write_out.empty()) {
-        std::cout << writeOut(command_line_.write_out, outcome) << std::flush;
+        const WriteOut written = writeOut(command_line_.write_out, outcome);
+        std::cout << written.output << std::flush;
+        std::cerr << written.errors;
     }
     checkOutput();
     if (repeated || command_line_.json) return;

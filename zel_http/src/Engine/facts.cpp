@@ -59,6 +59,7 @@ TransferFacts factsOf(const Engine::ActiveTask& task, CURLcode result) {
     facts.curl_code = result;
     facts.curl_text = result == CURLE_OK ? "" : printable(task.reason.data());
     facts.url = textOf(curl, CURLINFO_EFFECTIVE_URL);
+    facts.method = textOf(curl, CURLINFO_EFFECTIVE_METHOD);
     facts.redirects = static_cast<unsigned>(numberOf(curl, CURLINFO_REDIRECT_COUNT));
     facts.local_address = textOf(curl, CURLINFO_LOCAL_IP);
     facts.remote_address = textOf(curl, CURLINFO_PRIMARY_IP);
@@ -66,13 +67,16 @@ TransferFacts factsOf(const Engine::ActiveTask& task, CURLcode result) {
     facts.remote_port = static_cast<std::uint16_t>(numberOf(curl, CURLINFO_PRIMARY_PORT));
     facts.protocol = protocolOf(curl);
     facts.tls_version = task.tlsVersion;
+    facts.tls_verify_result = static_cast<int>(numberOf(curl, CURLINFO_SSL_VERIFYRESULT));
     facts.tls_resumed = task.tlsResumed;
     facts.connection_reused = !facts.protocol.empty() && numberOf(curl, CURLINFO_NUM_CONNECTS) == 0;
     facts.looked_up = timeOf(curl, CURLINFO_NAMELOOKUP_TIME_T);
     facts.connected = timeOf(curl, CURLINFO_CONNECT_TIME_T);
     facts.tls_done = timeOf(curl, CURLINFO_APPCONNECT_TIME_T);
+    facts.ready = timeOf(curl, CURLINFO_PRETRANSFER_TIME_T);
     facts.first_byte = timeOf(curl, CURLINFO_STARTTRANSFER_TIME_T);
     facts.total = timeOf(curl, CURLINFO_TOTAL_TIME_T);
+    facts.redirecting = timeOf(curl, CURLINFO_REDIRECT_TIME_T);
     facts.bytes_received = static_cast<std::uint64_t>(countOf(curl, CURLINFO_SIZE_DOWNLOAD_T));
     facts.bytes_sent = static_cast<std::uint64_t>(countOf(curl, CURLINFO_SIZE_UPLOAD_T));
     return facts;
