@@ -57,8 +57,8 @@ Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
   -i, -I          with them and with --compressed a body is held in memory
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
+                  304 leaves it, too, and ends with 0
                   the folder is looked for before anything is sent
-                  so does 304, and ends with 0
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
   -T, -d @-       standard input is read to its end first; Expect is not sent
