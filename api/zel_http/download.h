@@ -65,8 +65,8 @@ using DownloadSink = std::variant<FileSink, DescriptorSink, CallableSink>;  ///<
 
 /// When a try that failed is repeated. Only a `GET` is, and only after a fault that may pass: the
 /// name was not found, no connection, a TLS handshake that failed (but not because of a
-/// certificate), a time-out, a stall, a connection or body that was cut, a status 429, 500, 502,
-/// 503 or 504. The next try asks for the rest of the body.
+/// certificate), a time-out, a stall, a connection or body that was cut, a fault of HTTP/2, a
+/// status 429, 500, 502, 503 or 504. The next try asks for the rest of the body.
 struct RetryPolicy {
     unsigned most_retries = 10;  ///< in the whole download; 0 for no retry
     /// The n-th delay is random, between 0 and `base` * 2^(n-1), but never longer than `cap`.

@@ -25,7 +25,7 @@ constexpr std::array<std::pair<int, const char*>, 19> table = {{
     {26, "a file to send cannot be read"},
     {28, "a time ran out"},
     {33, "the server does not continue what is there"},
-    {35, "TLS does not come about"},
+    {35, "the TLS handshake failed"},
     {47, "too many redirects"},
     {52, "the server closed without an answer"},
     {56, "the connection broke"},

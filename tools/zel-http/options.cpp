@@ -57,8 +57,8 @@ Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
   -i, -I          with them and with --compressed a body is held in memory
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
+                  304 leaves it, too, and ends with 0
                   the folder is looked for before anything is sent
-                  so does 304, and ends with 0
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
   -T, -d @-       standard input is read to its end first; Expect is not sent
@@ -70,12 +70,12 @@ Differences from curl:
                   proxy_ssl_verify_result are not known; URLs without user and password
   -F              a form within a form, "=(", is not here
   -K              a value with blanks stands in quotes; others are refused
-  -Z              no progress by file
+  -Z              no progress for each file
   terminal        each outcome has a line on standard error; -s silences it
   URL             {} and [] do not stand for several URLs
   protocols       http and https only; any other ends with 1
   settings        no .curlrc and no .netrc is read; -K reads a file of options
-  other options   one line says that an option of curl's is not here; 2
+  other options   of curl's end with 2, and one line that names them
 
 Environment:
   http_proxy, https_proxy, all_proxy, no_proxy    proxies, as for curl
@@ -171,7 +171,7 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
     addText(app, "--max-filesize", options.most_bytes, "The most body bytes accepted; with k, m, g",
             "BYTES");
     app.add_option("--retry", line.retry.most,
-                   "Try again so often after what may pass: no answer in time, a "
+                   "Try again at most so often after what may pass: no answer in time, a "
                    "name not found, a status 408, 429, 500, 502, 503 or 504")
         ->option_text("N")
         ->take_last();
@@ -219,13 +219,13 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
         ->check(CLI::IsMember({"-"}));
     app.add_flag("-f,--fail", line.fails_on_errors,
                  "Fail with a status from 400 on, and print no body then");
-    app.add_flag("-s,--silent", options.silent, "Print no progress, outcomes and errors");
+    app.add_flag("-s,--silent", options.silent, "Print no progress, no outcomes and no errors");
     app.add_flag("-S,--show-error", options.show_error, "With -s print errors");
     addText(app, "-w,--write-out", line.write_out,
             "Print this after each answer, with %{http_code}, %{time_total} and others in it",
             "FORMAT");
     app.add_flag("-v,--verbose", options.verbose,
-                 "Tell what is sent and received but bodies; -vv what the library does, too");
+                 "Tell what is sent and received, without bodies; -vv what the library does, too");
     app.add_flag("--unmasked", line.easy.shows_secrets, "Let -v tell credentials and cookies");
     app.add_flag("--timings", line.show_timings, "Tell how long each phase took");
     app.add_flag("--stats", line.show_statistics,
@@ -240,9 +240,8 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
 
 void declareMany(CLI::App& app, Options& options, CommandLine& line) {
     app.option_defaults()->group("Many requests");
-    app.add_option(
-           "--repeat", line.repeat,
-           "Perform each request that often; bodies are dropped, latencies of answers summed up")
+    app.add_option("--repeat", line.repeat,
+                   "Perform each request that often; bodies are dropped, latencies summarised")
         ->check(CLI::Range(std::size_t{1}, most_repeats))
         ->option_text("N")
         ->take_last();
