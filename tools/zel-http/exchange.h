@@ -28,8 +28,10 @@ public:
     void cancel();
     /// The status; 0 without an answer.
     unsigned status() const { return status_; }
+    /// As they came, those of redirects and interim responses, too.
+    std::string& heads() { return heads_; }
+    std::string& trailers() { return trailers_; }
     /// Of the final response.
-    const std::string& statusLine() const { return status_line_; }
     const Fields& fields() const { return fields_; }
     std::string& body() { return body_; }
     std::uint64_t bodySize() const { return body_size_; }
@@ -55,7 +57,8 @@ private:
     std::string failure_;
     std::string message_;
     // The engine thread writes these until the outcome.
-    std::string status_line_;
+    std::string heads_;
+    std::string trailers_;
     Fields fields_;
     bool head_ended_ = false;
     std::string body_;

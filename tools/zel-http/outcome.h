@@ -21,8 +21,9 @@ struct Outcome {
     /// Why there is no answer, or no whole one: the failure's name and what is known beside it.
     std::string failure;
     std::string message;
-    std::string status_line;
-    Fields fields;
+    std::string heads;  ///< as they came, of redirects and interim responses, too
+    std::string trailers;
+    Fields fields;  ///< of the final response
     std::string body;
     std::uint64_t body_size = 0;
     bool is_written = false;  ///< bytes went where they cannot be taken back
