@@ -134,7 +134,9 @@ void setEasySettings(const Options& options, EasySettings& easy) {
             easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;
         }
     }
-    for (const std::string& part : easy.form) reading("-F", [&] { checkFormPart(part); });
+    for (const std::string& part : options.form) {
+        easy.form.push_back(reading("-F", [&] { return formPart(part); }));
+    }
     if (options.digest) easy.authentication = static_cast<long>(CURLAUTH_DIGEST);
     if (options.any_authentication) easy.authentication = static_cast<long>(CURLAUTH_ANY);
     if (options.http_1_1) easy.http_version = CURL_HTTP_VERSION_1_1;

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "conversation.h"
-#include "form.h"
 #include "zel_http/engine_hooks.h"
 
 namespace tool {
@@ -153,7 +152,7 @@ int EasySetup::seekUpload(void* upload, curl_off_t offset, int origin) {
 
 curl_mime* EasySetup::makeForm(CURL* easy) const {
     curl_mime* form = curl_mime_init(easy);
-    for (const std::string& text : settings_.form) addFormPart(form, text);
+    for (const FormPart& part : settings_.form) addFormPart(form, part);
     return form;
 }
 

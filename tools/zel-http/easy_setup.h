@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "form.h"
 #include "zel_http/engine.h"
 
 namespace tool {
@@ -26,7 +27,7 @@ struct EasySettings {
     std::string referer;
     std::string cookies;  ///< "name=value;other=value"
     std::vector<std::string> cookie_files;
-    std::vector<std::string> form;  ///< as in -F
+    std::vector<FormPart> form;
     std::optional<std::string> upload_file;
     std::vector<std::string> resolve;  ///< as in --resolve
     long authentication = CURLAUTH_BASIC;

@@ -127,7 +127,7 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     addData(app, options, "--data-urlencode", DataPiece::UrlEncoded,
             "As -d, encoded: VALUE, NAME=VALUE, @FILE or NAME@FILE");
     app.add_flag("-G,--get", options.data_to_url, "Append what -d gives to the URL; GET");
-    addList(app, "-F,--form", line.easy.form,
+    addList(app, "-F,--form", options.form,
             "A part of a form: NAME=VALUE, NAME=@FILE or NAME=<FILE; ;type= and ;filename= behind",
             "PART");
     app.add_option(

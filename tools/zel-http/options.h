@@ -20,6 +20,7 @@ struct Options {
     std::vector<std::string> more_urls;
     std::vector<std::string> headers;
     std::vector<DataPiece> data;
+    std::vector<std::string> form;
     std::string config;
     std::vector<std::string> cookies;
     std::string user_agent;
