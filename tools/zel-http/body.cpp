@@ -63,7 +63,8 @@ std::string joined(const std::vector<DataPiece>& pieces) {
 }
 
 std::string urlEncoded(const std::string& text) {
-    const auto mark = text.find_first_of("=@");
+    const auto equals = text.find('=');
+    const auto mark = equals != std::string::npos ? equals : text.find('@');
     if (mark == std::string::npos) return escaped(text);
     const std::string key = text.substr(0, mark);
     const std::string rest = text.substr(mark + 1);

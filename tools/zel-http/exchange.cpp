@@ -33,15 +33,23 @@ void Exchange::notifyDataReceived(const char* data, unsigned length) {
 
 void Exchange::notifyHeader(const char* line, unsigned length) {
     const std::string_view text(line, length);
+    const auto colon = text.find(':');
     if (text.substr(0, 5) == "HTTP/") {
-        status_line_ = trimmed(text);
+        head_.clear();
+        trailers_.clear();
         fields_.clear();
         head_ended_ = false;
-    } else if (const auto colon = text.find(':'); !head_ended_ && colon != std::string_view::npos) {
-        fields_.emplace_back(text.substr(0, colon), trimmed(text.substr(colon + 1)));
-    } else {
+    } else if (head_ended_) {
+        trailers_ += text;
+        return;
+    } else if (text.find_first_not_of("\r\n") == std::string_view::npos) {
         head_ended_ = true;  // trailers follow the body
+    } else if (text[0] == ' ' || text[0] == '\t') {
+        if (!fields_.empty()) fields_.back().second += ' ' + trimmed(text);
+    } else if (colon != std::string_view::npos) {
+        fields_.emplace_back(text.substr(0, colon), trimmed(text.substr(colon + 1)));
     }
+    head_ += text;
 }
 
 void Exchange::notifyDataEnd() {

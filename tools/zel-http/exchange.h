@@ -28,9 +28,12 @@ public:
     void cancel();
     /// The status; 0 without an answer.
     unsigned status() const { return status_; }
-    /// Of the final response.
-    const std::string& statusLine() const { return status_line_; }
+    /// @{
+    /// Of the final response. Head and trailers are as they came.
+    std::string& head() { return head_; }
+    std::string& trailers() { return trailers_; }
     const Fields& fields() const { return fields_; }
+    /// @}
     std::string& body() { return body_; }
     std::uint64_t bodySize() const { return body_size_; }
     /// The failure's name and text; empty when there is a whole answer, whatever its status.
@@ -55,7 +58,8 @@ private:
     std::string failure_;
     std::string message_;
     // The engine thread writes these until the outcome.
-    std::string status_line_;
+    std::string head_;
+    std::string trailers_;
     Fields fields_;
     bool head_ended_ = false;
     std::string body_;

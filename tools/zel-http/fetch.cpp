@@ -109,7 +109,8 @@ private:
         outcome.status = exchange->status();
         outcome.failure = exchange->failure();
         outcome.message = exchange->message();
-        outcome.status_line = exchange->statusLine();
+        outcome.head = std::move(exchange->head());
+        outcome.trailers = std::move(exchange->trailers());
         outcome.fields = exchange->fields();
         outcome.body = std::move(exchange->body());
         outcome.body_size = exchange->bodySize();

@@ -199,7 +199,7 @@ FormPart parseFormPart(const std::string& text) {
 
 void addFormPart(CURL* easy, curl_mime* form, const FormPart& part) {
     curl_mimepart* added = curl_mime_addpart(form);
-    curl_mime_name(added, part.name.c_str());
+    if (!part.name.empty()) curl_mime_name(added, part.name.c_str());
     if (part.contents.size() == 1) {
         setContent(added, part.contents.front());
         return;

@@ -55,7 +55,8 @@ Files:
 
 Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
-  -i, -I          with them and with --compressed a body is held in memory
+  -i, -I          of several responses only the last one's head is shown
+                  with them and with --compressed a body is held in memory
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
                   304 leaves it, too, and ends with 0
                   the folder is looked for before anything is sent

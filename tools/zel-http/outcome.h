@@ -23,8 +23,12 @@ struct Outcome {
     /// Why there is no answer, or no whole one: the failure's name and what is known beside it.
     std::string failure;
     std::string message;
-    std::string status_line;
+    /// @{
+    /// Of the final response. Head and trailers are as they came, where bodies are held in memory.
+    std::string head;
+    std::string trailers;
     Fields fields;
+    /// @}
     std::string body;
     std::uint64_t body_size = 0;
     bool is_written = false;  ///< bytes went where they cannot be taken back

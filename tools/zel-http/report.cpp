@@ -99,13 +99,7 @@ void Report::print(const Outcome& outcome) {
 
 void Report::printAnswer(const Outcome& outcome, std::ostream& stream) {
     const bool shows_head = command_line_.show_headers || command_line_.easy.head;
-    if (shows_head && outcome.status != 0) {
-        stream << outcome.status_line << "\r\n";
-        for (const auto& [name, value] : outcome.fields) {
-            stream << name << (value.empty() ? ":" : ": ") << value << "\r\n";
-        }
-        stream << "\r\n";
-    }
+    if (shows_head) stream << outcome.head;
     if (outcome.is_error_answer) return;
     const bool terminal = &stream == &std::cout && isatty(STDOUT_FILENO) == 1;
     if (terminal && isBinary(outcome.body)) {
@@ -114,7 +108,9 @@ void Report::printAnswer(const Outcome& outcome, std::ostream& stream) {
         exit_status_ = CURLE_WRITE_ERROR;
         return;
     }
-    stream << outcome.body << std::flush;
+    stream << outcome.body;
+    if (shows_head) stream << outcome.trailers;
+    stream << std::flush;
 }
 
 void Report::checkOutput() {
