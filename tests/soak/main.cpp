@@ -18,9 +18,11 @@
 #include "loopback/tls_servers.h"
 #include "oru/asio_executor.h"
 #include "oru/thread_executor.h"
+#include "support/directory.h"
 #include "support/process.h"
 #include "support/request.h"
 #include "zel_http/client.h"
+#include "zel_http/download.h"
 #include "zel_http/engine.h"
 #include "zel_http/testing/scripted_server.h"
 
@@ -119,12 +121,13 @@ private:
 };
 
 /// An application under load: a thread with an executor, a client, and requests of its own. It
-/// keeps 40 in flight, cancels at random moments, and pauses and resumes its own.
+/// keeps 40 in flight, cancels at random moments, and pauses and resumes its own, and downloads.
 class Application {
 public:
     Application(const Targets& targets, Ledger& ledger, logging::Logger& logger, unsigned seed)
         : targets_(targets),
           ledger_(ledger),
+          logger_(logger),
           random_(seed),
           client_(zel::http::createClient(executor_, logger)) {}
     /// After `until` it waits for all requests but those that can only be cancelled.
@@ -146,6 +149,7 @@ private:
         std::string expected;
         std::function<void()> cancel;
         std::shared_ptr<zel::http::Request> own;
+        std::shared_ptr<zel::http::Download> download;
     };
 
     void goOn() {
@@ -159,6 +163,8 @@ private:
         ++ledger_.started;
         if (random_() % 10 == 0 && !expected.empty() && config.max_download_size == -1) {
             startOwn(key, entry, config);
+        } else if (random_() % 8 == 0 && config.method == Method::GET && expected[0] == '2') {
+            startDownload(key, entry, config);
         } else {
             const auto done = [=](const auto& outcome) { finish(key, textOf(outcome)); };
             using Handle = oru::AsyncActionHandle<zel::http::ZelHttpClientTag>;
@@ -180,6 +186,37 @@ private:
         later(key, [=](Entry& running) {
             running.own->pauseRequest();
             later(key, [](Entry& paused) { paused.own->resumeRequest(); });
+        });
+    }
+
+    /// Into a file, or a callable that has no room now and then.
+    void startDownload(std::uint64_t key, Entry& entry, const zel::http::RequestConfig& request) {
+        const auto path = directory_.file(std::to_string(key));
+        const auto body = std::make_shared<std::string>();
+        zel::http::DownloadConfig config;
+        config.request = request;
+        if (key % 2 == 0) {
+            config.sink = zel::http::FileSink{path};
+        } else {
+            config.sink = zel::http::CallableSink{[=](const char* data, std::size_t size) {
+                const std::size_t taken = 1 + random_() % size;
+                body->append(data, taken);
+                if (taken < size) later(key, [](Entry& full) { full.download->takeMore(); });
+                return taken;
+            }};
+        }
+        zel::http::DownloadCallbacks callbacks;
+        callbacks.on_complete = [=](const zel::http::DownloadResult& result) {
+            if (key % 2 == 0) *body = test::contentOf(path);
+            finish(key, textOf({result.head.status, {}, *body}));
+        };
+        callbacks.on_error = [=](const auto& error) { finish(key, error.message); };
+        entry.download = std::make_shared<zel::http::Download>(
+            zel::http::startDownload(executor_, logger_, config, callbacks));
+        entry.cancel = [download = entry.download] { download->cancel(); };
+        later(key, [=](Entry& running) {
+            running.download->pause();
+            later(key, [](Entry& paused) { paused.download->resume(); });
         });
     }
 
@@ -213,6 +250,8 @@ private:
 
     const Targets& targets_;
     Ledger& ledger_;
+    logging::Logger& logger_;
+    const test::Directory directory_;
     std::minstd_rand random_;
     boost::asio::io_context loop_;
     oru::asio_executor executor_{loop_};
@@ -294,8 +333,9 @@ int main(int argc, char** argv) {
     const unsigned seed = argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10))
                                    : std::random_device()();
     if (std::getenv("GLIBC_TUNABLES") == nullptr) {
-        // What a thread keeps for its next allocations would count as in use.
-        setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", 1);
+        // What is kept for a thread's next allocations, or for the next thread, would count as in
+        // use.
+        setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0:glibc.pthread.stack_cache_size=0", 1);
         execv("/proc/self/exe", argv);
     }
     const loopback::ServerProcess servers(serve);
