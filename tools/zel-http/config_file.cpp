@@ -47,10 +47,14 @@ void addLine(const std::string& line, std::vector<std::string>& arguments) {
     if (end == std::string::npos) return;
     const auto value = line.find_first_not_of(dashed ? " \t\r" : " \t\r=:", end);
     if (value == std::string::npos) return;
-    if (line[value] == '"') {
-        arguments.push_back(unquoted(line.substr(value)));
+    const std::string text = line[value] == '"'
+                                 ? unquoted(line.substr(value))
+                                 : line.substr(value, line.find_last_not_of(blanks) - value + 1);
+    // For an option that takes none, it is a fault then, and no URL.
+    if (arguments.back()[1] == '-' && !text.empty()) {
+        arguments.back() += '=' + text;
     } else {
-        arguments.push_back(line.substr(value, line.find_last_not_of(blanks) - value + 1));
+        arguments.push_back(text);
     }
 }
 

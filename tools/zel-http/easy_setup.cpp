@@ -79,6 +79,7 @@ void EasySetup::applyRequest(CURL* easy) {
     if (!settings.referer.empty()) {
         curl_easy_setopt(easy, CURLOPT_REFERER, settings.referer.c_str());
     }
+    curl_easy_setopt(easy, CURLOPT_AUTOREFERER, settings.tells_referers ? 1L : 0L);
     if (!settings.cookies.empty()) {
         curl_easy_setopt(easy, CURLOPT_COOKIE, settings.cookies.c_str());
     }
@@ -118,6 +119,13 @@ void EasySetup::applyConnection(CURL* easy) const {
     }
     // libcurl goes by the environment then.
     if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
+    if (settings.uses_no_proxy) curl_easy_setopt(easy, CURLOPT_PROXY, "");
+    if (settings.tunnels) curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    if (const Credentials& own = settings.environment_proxy; !own.user.empty()) {
+        curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, own.user.c_str());
+        curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, own.password.c_str());
+    }
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, settings.keeps_path ? 1L : 0L);
     const auto rate = static_cast<curl_off_t>(settings.bytes_per_second);
     curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, rate);
     curl_easy_setopt(easy, CURLOPT_MAX_SEND_SPEED_LARGE, rate);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "credentials.h"
 #include "form.h"
 #include "zel_http/engine.h"
 
@@ -25,7 +26,8 @@ struct EasySettings {
     std::vector<std::string> header_lines;  ///< in place of the library's
     std::string user_agent;
     std::string referer;
-    std::string cookies;  ///< "name=value;other=value"
+    bool tells_referers = false;  ///< of redirects
+    std::string cookies;          ///< "name=value;other=value"
     std::vector<std::string> cookie_files;
     std::vector<FormPart> form;
     std::optional<std::string> upload_file;
@@ -35,6 +37,10 @@ struct EasySettings {
     long ip_version = CURL_IPRESOLVE_WHATEVER;
     bool compressed = false;
     bool uses_proxy = false;  ///< for local servers, too
+    bool uses_no_proxy = false;
+    bool tunnels = false;           ///< through a proxy of the environment
+    Credentials environment_proxy;  ///< for that proxy
+    bool keeps_path = false;        ///< with its dots
     std::chrono::milliseconds connect_timeout{0};
     std::uint64_t bytes_per_second = 0;
     bool tells_conversation = false;
