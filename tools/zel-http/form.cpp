@@ -40,6 +40,7 @@ void readModifiers(std::string_view text, FormPart& part) {
     bool in_type = false;  // which has parameters of its own
     while (!text.empty()) {
         text.remove_prefix(1);
+        const std::string whole(text.substr(0, text.find(';')));
         text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
         const auto reads = [&](std::string_view key, std::string& value) {
             if (text.substr(0, key.size()) != key) return false;
@@ -55,11 +56,11 @@ void readModifiers(std::string_view text, FormPart& part) {
         } else if (reads("filename=", part.filename)) {
             part.has_filename = true;
             in_type = false;
-        } else if (const std::string other(text.substr(0, text.find(';'))); in_type) {
-            part.type += ';' + other;
-            text.remove_prefix(other.size());
-        } else if (!other.empty()) {
-            throw std::runtime_error("';" + other + "' is unknown; quote a value with ';' in it");
+        } else if (in_type) {
+            part.type += ';' + boost::algorithm::trim_right_copy(whole);
+            text.remove_prefix(std::min(text.find(';'), text.size()));
+        } else if (!text.empty()) {
+            throw std::runtime_error("';" + whole + "' is unknown; quote a value with ';' in it");
         }
     }
 }
