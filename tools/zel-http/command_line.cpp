@@ -190,7 +190,9 @@ void complete(RequestConfig& config, const Options& options, CommandLine& line) 
     config.reset_state = line.resets_state;
     setEasySettings(options, line.easy);
     setBody(options, line, config);
-    if (!options.credentials.empty()) {
+    if (options.credentials.rfind(':', 0) == 0) {
+        line.easy.password = options.credentials.substr(1);
+    } else if (!options.credentials.empty()) {
         auto own = reading("-u", [&] { return credentialsOf(options.credentials); });
         config.user = std::move(own.user);
         config.password = std::move(own.password);

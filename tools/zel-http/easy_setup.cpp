@@ -120,6 +120,10 @@ void EasySetup::applyConnection(CURL* easy) const {
     // libcurl goes by the environment then.
     if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
     if (settings.uses_no_proxy) curl_easy_setopt(easy, CURLOPT_PROXY, "");
+    if (settings.password) {
+        curl_easy_setopt(easy, CURLOPT_USERNAME, "");
+        curl_easy_setopt(easy, CURLOPT_PASSWORD, settings.password->c_str());
+    }
     if (settings.tunnels) curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
     if (const Credentials& own = settings.environment_proxy; !own.user.empty()) {
         curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, own.user.c_str());

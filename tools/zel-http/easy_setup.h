@@ -31,7 +31,8 @@ struct EasySettings {
     std::vector<std::string> cookie_files;
     std::vector<FormPart> form;
     std::optional<std::string> upload_file;
-    std::vector<std::string> resolve;  ///< as in --resolve
+    std::vector<std::string> resolve;     ///< as in --resolve
+    std::optional<std::string> password;  ///< of a user without a name
     long authentication = CURLAUTH_BASIC;
     long http_version = CURL_HTTP_VERSION_NONE;
     long ip_version = CURL_IPRESOLVE_WHATEVER;

@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <boost/algorithm/string/case_conv.hpp>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -39,6 +40,18 @@ std::string line(const Json& json) {
 double rounded(double milliseconds) { return std::round(milliseconds * 1000) / 1000; }
 
 }  // namespace
+
+std::string jsonFields(const Fields& fields) {
+    Json json = Json::object();
+    for (const auto& [name, value] : fields) {
+        json[boost::algorithm::to_lower_copy(name)].push_back(value);
+    }
+    std::string text = "{";
+    for (const auto& [name, values] : json.items()) {
+        text += (text.size() > 1 ? ",\n" : "") + line(name) + ':' + line(values);
+    }
+    return text + "\n}";
+}
 
 std::string jsonLine(const Outcome& outcome, bool with_body) {
     Json json = {{"url", withoutCredentials(outcome.request->url)},

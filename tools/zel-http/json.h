@@ -13,6 +13,9 @@ namespace tool {
 /// "body_base64" instead of "body".
 std::string jsonLine(const Outcome& outcome, bool with_body);
 
+/// As -w has them: {"name":["value",...],...} with names in small letters.
+std::string jsonFields(const Fields& fields);
+
 /// The latencies of all requests as one line of JSON.
 std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took);
 

@@ -70,7 +70,8 @@ Differences from curl:
                   nothing is asked for again once bytes went to a pipe or a terminal
   -x              the proxy is a tunnel for http URLs, too, and gets credentials when it asks
   -v              credentials and cookies are masked; --unmasked shows them
-  -w              knows the usual variables only; URLs without user and password
+  -w              knows the usual variables only; URLs without user and password;
+                  size_download counts what has been unpacked
   -Z              no progress by file; --parallel takes a number
   --json          prints outcomes, and sends nothing
   terminal        each outcome has a line on standard error; -s silences it

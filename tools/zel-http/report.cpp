@@ -66,7 +66,7 @@ void Report::add(const Outcome& outcome) {
         print(outcome);
     }
     if (!command_line_.write_out.empty()) {
-        std::cout << writeOut(command_line_.write_out, outcome) << std::flush;
+        writeOut(command_line_.write_out, outcome);
     }
     checkOutput();
     if (repeated || command_line_.json) return;

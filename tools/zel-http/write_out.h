@@ -6,8 +6,9 @@
 
 namespace tool {
 
-/// What -w prints of an outcome: `format` with \n, \r, \t, %% and %{variable} replaced. An unknown
-/// variable is left out.
-std::string writeOut(const std::string& format, const Outcome& outcome);
+/// Prints what -w is to tell of an outcome: `format` with \n, \r, \t, %%, %{variable} and
+/// %header{name} replaced. Standard error gets what follows %{stderr}, and a word about an unknown
+/// variable.
+void writeOut(const std::string& format, const Outcome& outcome);
 
 }  // namespace tool
