@@ -135,7 +135,9 @@ void setEasySettings(const Options& options, EasySettings& easy) {
     easy.tells_referers = automatic != std::string::npos && automatic + 5 == easy.referer.size();
     if (easy.tells_referers) easy.referer.erase(automatic);
     for (const std::string& cookie : options.cookies) {
-        if (cookie.find('=') == std::string::npos) {
+        if (cookie.rfind('@', 0) == 0) {
+            easy.cookie_files.push_back(cookie.substr(1));
+        } else if (cookie.find('=') == std::string::npos) {
             easy.cookie_files.push_back(cookie);
         } else {
             easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;

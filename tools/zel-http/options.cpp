@@ -77,7 +77,8 @@ Differences from curl:
   terminal        each outcome has a line on standard error; -s silences it
   URL             {} and [] do not stand for several URLs
   protocols       http and https only; any other ends with 1
-  settings        no .curlrc and no .netrc is read; -K reads a file of options
+  settings        neither .curlrc, .netrc nor CURL_CA_BUNDLE is read; -K reads a file of options
+  several URLs    the exit status is that of the last failure, not of the last URL
   options         have their whole names, and no --no-NAME but --no-location
   other options   one line says that an option of curl's is not here; 2
 
