@@ -60,6 +60,7 @@ Differences from curl:
                   the folder is looked for before anything is sent
                   so does 304, and ends with 0
   -O              is for each URL that no -o is for
+  -b              what a server sets is sent to no other URL of the command line
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
   -F              ;headers=, ;encoder=, several files in a part and (...) are not here

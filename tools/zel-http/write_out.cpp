@@ -115,16 +115,16 @@ std::string valueOf(const std::string& name, const Outcome& outcome) {
     return {};
 }
 
-char unescaped(char letter) {
+std::string unescaped(char letter) {
     switch (letter) {
         case 'n':
-            return '\n';
+            return "\n";
         case 'r':
-            return '\r';
+            return "\r";
         case 't':
-            return '\t';
+            return "\t";
         default:
-            return '\0';
+            return {'\\', letter};
     }
 }
 
@@ -144,7 +144,7 @@ void writeOut(const std::string& format, const Outcome& outcome) {
             *stream << fieldOf(outcome, format.substr(begin, end - begin));
             i = end;
         } else if (closed && format[i] == '%' && next == '{') {
-            const std::string name = format.substr(i + 2, end - i - 2);
+            const auto name = boost::algorithm::to_lower_copy(format.substr(i + 2, end - i - 2));
             i = end;
             if (name == "stdout") {
                 stream = &std::cout;
@@ -155,8 +155,8 @@ void writeOut(const std::string& format, const Outcome& outcome) {
             } else if (exitStatusOf(outcome) == 0) {
                 break;
             }
-        } else if (const char escape = unescaped(next); format[i] == '\\' && escape != '\0') {
-            *stream << escape;
+        } else if (format[i] == '\\' && next != '\0') {
+            *stream << unescaped(next);
             ++i;
         } else {
             *stream << format[i];
