@@ -21,12 +21,6 @@ std::string readAll(std::istream& stream, const std::string& name) {
     return text;
 }
 
-std::string escaped(const std::string& text) {
-    const std::unique_ptr<char, decltype(&curl_free)> copy(
-        curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())), curl_free);
-    return copy ? boost::algorithm::replace_all_copy(std::string(copy.get()), "%20", "+") : "";
-}
-
 std::string textOf(const DataPiece& piece) {
     const std::string& value = piece.value;
     if (piece.kind == DataPiece::UrlEncoded) return urlEncoded(value);
@@ -40,6 +34,12 @@ std::string textOf(const DataPiece& piece) {
 }
 
 }  // namespace
+
+std::string escaped(const std::string& text) {
+    const std::unique_ptr<char, decltype(&curl_free)> copy(
+        curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())), curl_free);
+    return copy ? copy.get() : "";
+}
 
 void checkReadable(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0) throw UnreadableFile("cannot open " + path);
@@ -65,11 +65,14 @@ std::string joined(const std::vector<DataPiece>& pieces) {
 std::string urlEncoded(const std::string& text) {
     const auto equals = text.find('=');
     const auto mark = equals != std::string::npos ? equals : text.find('@');
-    if (mark == std::string::npos) return escaped(text);
+    const auto encoded = [](const std::string& plain) {
+        return boost::algorithm::replace_all_copy(escaped(plain), "%20", "+");
+    };
+    if (mark == std::string::npos) return encoded(text);
     const std::string key = text.substr(0, mark);
     const std::string rest = text.substr(mark + 1);
     const std::string value = text[mark] == '@' ? contentOf(rest) : rest;
-    return key + (key.empty() ? "" : "=") + escaped(value);
+    return key + (key.empty() ? "" : "=") + encoded(value);
 }
 
 }  // namespace tool

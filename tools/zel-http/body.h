@@ -24,6 +24,9 @@ void checkReadable(const std::string& path);
 /// The whole of a file, or with "-" of standard input. Throws as `checkReadable` does.
 std::string contentOf(const std::string& path);
 
+/// For a URL.
+std::string escaped(const std::string& text);
+
 /// The body that the pieces make, joined by '&'. Throws as `contentOf` does.
 std::string joined(const std::vector<DataPiece>& pieces);
 

@@ -19,6 +19,7 @@
 #include "form.h"
 #include "manual.h"
 #include "options.h"
+#include "text.h"
 
 namespace tool {
 namespace {
@@ -69,8 +70,9 @@ std::uint64_t bytesOf(const char* option, const std::string& text) {
         factor = std::pow(1024, power + 1);
     }
     constexpr double most = 1e18;
-    if (end == text.c_str() || !(number >= 0) || number * factor > most)
+    if (end == text.c_str() || !(number >= 0) || number * factor > most) {
         refuse(option + (": '" + text + "' is no size"));
+    }
     return static_cast<std::uint64_t>(number * factor);
 }
 
@@ -135,10 +137,12 @@ void setReferer(const std::string& text, EasySettings& easy) {
 
 void setEasySettings(const Options& options, EasySettings& easy) {
     setHeaderLines(options, easy);
-    easy.user_agent =
-        options.user_agent.empty() ? "zel-http/" ZEL_HTTP_VERSION : options.user_agent;
+    easy.user_agent = options.user_agent;
+    if (easy.user_agent.empty()) easy.header_lines.emplace_back("User-Agent:");
     for (const std::string& cookie : options.cookies) {
-        if (cookie.find('=') == std::string::npos) {
+        if (cookie.rfind('@', 0) == 0) {
+            easy.cookie_files.push_back(cookie.substr(1));
+        } else if (cookie.find('=') == std::string::npos) {
             easy.cookie_files.push_back(cookie);
         } else {
             easy.cookies += (easy.cookies.empty() ? "" : ";") + cookie;
@@ -169,12 +173,23 @@ void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
     if (posts) config.body = reading("-d", [&] { return joined(options.data); });
     if (!easy.upload_file) return;
     config.method = Method::PUT;
-    if (*easy.upload_file == "-") {
+    if (*easy.upload_file == "-" || *easy.upload_file == ".") {
         config.body = reading("-T", [] { return contentOf("-"); });
         easy.upload_file.reset();
     } else {
         reading("-T", [&] { checkReadable(*easy.upload_file); });
     }
+}
+
+void checkTlsFiles(const RequestConfig& config) {
+    const auto check = [](const char* option, const std::optional<std::string>& path, int status) {
+        if (!path || access(path->c_str(), R_OK) == 0) return;
+        refuse(std::string(option) + ": cannot open " + *path, status);
+    };
+    check("--cacert", config.ca_file, CURLE_SSL_CACERT_BADFILE);
+    check("--capath", config.ca_dir, CURLE_SSL_CACERT_BADFILE);
+    check("--cert", config.own_cert, CURLE_SSL_CERTPROBLEM);
+    check("--key", config.own_pkey, CURLE_SSL_CERTPROBLEM);
 }
 
 void complete(RequestConfig& config, const Options& options, CommandLine& line) {
@@ -183,12 +198,15 @@ void complete(RequestConfig& config, const Options& options, CommandLine& line) 
     config.reset_state = line.resets_state;
     setEasySettings(options, line.easy);
     setBody(options, line, config);
-    if (!options.credentials.empty()) {
+    if (options.credentials.rfind(':', 0) == 0) {
+        line.easy.password = options.credentials.substr(1);
+    } else if (!options.credentials.empty()) {
         auto own = reading("-u", [&] { return credentialsOf(options.credentials); });
         config.user = std::move(own.user);
         config.password = std::move(own.password);
     }
     if (config.own_pkey && !config.own_cert) refuse("--key: goes with --cert");
+    checkTlsFiles(config);
     if (config.own_cert && !config.own_pkey) config.own_pkey = config.own_cert;
     config.tls_verify = !options.insecure;
     config.timeout = millisecondsOf(options.timeout);
@@ -197,24 +215,46 @@ void complete(RequestConfig& config, const Options& options, CommandLine& line) 
     line.retry.delay = millisecondsOf(options.retry_delay);
 }
 
-void chooseProxy(const Options& options, CommandLine& line) {
+void chooseProxy(const CLI::App& app, const Options& options, CommandLine& line) {
     line.easy.uses_proxy = !line.proxy.empty();
+    line.easy.uses_no_proxy = line.proxy.empty() && app.count("--proxy") != 0;
     if (!options.proxy_credentials.empty()) {
         line.proxy_credentials =
             reading("-U", [&] { return credentialsOf(options.proxy_credentials); });
     }
+    if (!line.easy.uses_proxy) line.easy.environment_proxy = line.proxy_credentials;
     if (auto own = takeCredentials(line.proxy)) line.proxy_credentials = std::move(*own);
 }
 
+/// URLs with and without --url, and what -o and -O say, count in the order in which they stand.
+void putInOrder(const CLI::App& app, Options& options) {
+    const auto plain = std::exchange(options.urls, {});
+    std::size_t plain_taken = 0;
+    std::size_t marked_taken = 0;
+    for (const CLI::Option* option : app.parse_order()) {
+        if (option->get_positional() && plain_taken < plain.size()) {
+            options.urls.push_back(plain[plain_taken++]);
+        } else if (option->check_name("--url")) {
+            options.urls.push_back(options.more_urls[marked_taken++]);
+        } else if (option->check_name("--remote-name")) {
+            options.files.emplace_back();
+        } else if (option->check_name("--output")) {
+            const auto before = std::count_if(options.files.begin(), options.files.end(),
+                                              [](const auto& file) { return file.has_value(); });
+            options.files.emplace_back(options.output[static_cast<std::size_t>(before)]);
+        }
+    }
+}
+
 /// The end of a URL's path, which names a file.
-std::string nameIn(const std::string& url, const char* option) {
+std::string nameIn(const std::string& url) {
     const auto host = url.find("://");
     const auto begin = url.find('/', host == std::string::npos ? 0 : host + 3);
     const std::string path =
         begin == std::string::npos ? "" : url.substr(begin, url.find_first_of("?#", begin) - begin);
     std::string name = path.substr(path.rfind('/') + 1);
     if (name.empty() || name == "." || name == "..") {
-        refuse(std::string(option) + ": " + url + " names no file");
+        refuse("-O: " + withoutCredentials(url) + " names no file", CURLE_WRITE_ERROR);
     }
     return name;
 }
@@ -227,13 +267,13 @@ void chooseFiles(const Options& options, CommandLine& line) {
     std::set<std::string> names;
     for (std::size_t i = 0; i < options.urls.size(); ++i) {
         std::string file = "-";
-        if (i < options.output.size()) {
-            file = options.output[i];
+        if (i < options.files.size() && options.files[i]) {
+            file = *options.files[i];
             if (file.empty()) refuse("-o: the file has no name");
             if (file == "/dev/stdout") file = "-";
             if (file != "-") file = withDirectory(options.output_directory, file);
         } else if (options.remote_name) {
-            file = withDirectory(options.output_directory, nameIn(options.urls[i], "-O"));
+            file = withDirectory(options.output_directory, nameIn(options.urls[i]));
         }
         const bool first = names.insert(file).second;
         if (!first && file != "-" && file.substr(0, 5) != "/dev/") {
@@ -266,14 +306,44 @@ void chooseReports(const Options& options, CommandLine& line) {
     if (options.verbose > 1 && line.log_level == 0) line.log_level = 6;
 }
 
+std::string refusalOf(const std::string& option) {
+    switch (kindOf(option)) {
+        case OptionKind::OfCurl:
+            return option + ": an option of curl's that is not here";
+        case OptionKind::Shortened:
+            return option + ": options have their whole names here";
+        default:
+            return option + ": no such option";
+    }
+}
+
 /// An option that is a digit looks like a number, and so like a URL.
-void checkUrls(const Options& options, int argc, const char* const* argv) {
+void checkUrls(const Options& options, bool json, int argc, const char* const* argv) {
     if (options.urls.empty() && argc > 1) refuse("there is no URL");
     const bool marked =
         std::any_of(argv, argv + argc, [](const char* word) { return word == std::string("--"); });
     for (const std::string& url : options.urls) {
-        if (!marked && url.rfind('-', 0) == 0) refuse(url + ": no such option");
+        if (!marked && url.rfind('-', 0) == 0) refuse(refusalOf(url));
+        if (json && url.find_first_of("{[\"@") == 0) {
+            refuse(
+                "--json: takes nothing here; -d and -H 'Content-Type: application/json' send JSON");
+        }
     }
+}
+
+/// A URL whose path ends with / gets the name of the file that is sent.
+void addFileName(std::string& url, const std::string& file) {
+    const auto path = url.find('/', url.find("://") + 3);
+    auto end = std::min(url.find_first_of("?#"), url.size());
+    if (path > end) url.insert(end++, 1, '/');
+    if (url[end - 1] == '/') url.insert(end, escaped(file.substr(file.rfind('/') + 1)));
+}
+
+void addQuery(std::string& url, const std::string& query) {
+    const auto end = std::min(url.find('#'), url.size());
+    const auto begin = url.find('?');
+    const std::string before = begin >= end ? "?" : begin + 1 == end ? "" : "&";
+    url.insert(end, before + query);
 }
 
 void addRequests(const Options& options, const RequestConfig& config, CommandLine& line) {
@@ -288,10 +358,8 @@ void addRequests(const Options& options, const RequestConfig& config, CommandLin
             request.user = std::move(own->user);
             request.password = std::move(own->password);
         }
-        if (!query.empty()) url += (url.find('?') == std::string::npos ? '?' : '&') + query;
-        if (line.easy.upload_file && url.back() == '/') {
-            url += nameIn('/' + *line.easy.upload_file, "-T");
-        }
+        if (line.easy.upload_file) addFileName(url, *line.easy.upload_file);
+        if (!query.empty()) addQuery(url, query);
         request.url = url;
     }
     line.parallel = options.parallel;
@@ -313,14 +381,13 @@ EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
             if (argument.size() < 2 || argument[0] != '-') continue;
             const std::string name =
                 argument.substr(0, argument.find('='));  // a value may be secret
-            const char* fault =
-                isCurlOption(name) ? ": an option of curl's that is not here" : ": no such option";
-            return {"zel-http: " + name + fault + " (see --help)\n", bad_command_line};
+            return {"zel-http: " + refusalOf(name) + " (see --help)\n", bad_command_line};
         }
     }
     std::ostringstream text;
     const int status = app.exit(error, text, text);
-    return {text.str(), status == 0 || status == CURLE_READ_ERROR ? status : bad_command_line};
+    constexpr int first_of_parser = 100;
+    return {text.str(), status < first_of_parser ? status : bad_command_line};
 }
 
 }  // namespace
@@ -340,15 +407,14 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         auto arguments = reading("-K", [&] { return argumentsOf(argc, argv, takes_value); });
         std::reverse(arguments.begin(), arguments.end());  // as it takes them
         app.parse(std::move(arguments));
-        options.urls.insert(options.urls.begin(), options.more_urls.begin(),
-                            options.more_urls.end());
+        putInOrder(app, options);
         if (options.version) return EarlyExit{versions(), 0};
         if (options.manual) return EarlyExit{manualPage(app), 0};
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
-        checkUrls(options, argc, argv);
+        checkUrls(options, command_line.json, argc, argv);
         if (options.latency && command_line.repeat == 1) command_line.repeat = usual_repeats;
         complete(config, options, command_line);
-        chooseProxy(options, command_line);
+        chooseProxy(app, options, command_line);
         chooseFiles(options, command_line);
         chooseReports(options, command_line);
         addRequests(options, config, command_line);

@@ -54,10 +54,17 @@ constexpr std::string_view names =
 
 }  // namespace
 
-bool isCurlOption(const std::string& name) {
-    const std::string long_name = name.substr(0, name.find('='));
-    return names.find(' ' + (name[1] == '-' ? long_name : name.substr(0, 2)) + ' ') !=
-           std::string_view::npos;
+OptionKind kindOf(const std::string& option) {
+    const auto has = [](const std::string& text) {
+        return names.find(text) != std::string_view::npos;
+    };
+    if (option[1] != '-') {
+        return has(' ' + option.substr(0, 2) + ' ') ? OptionKind::OfCurl : OptionKind::Unknown;
+    }
+    const std::string name = option.substr(0, option.find('='));
+    const bool negates = name.rfind("--no-", 0) == 0 && has(" --" + name.substr(5) + ' ');
+    if (negates || has(' ' + name + ' ')) return OptionKind::OfCurl;
+    return has(' ' + name) ? OptionKind::Shortened : OptionKind::Unknown;
 }
 
 }  // namespace tool

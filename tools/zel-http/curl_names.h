@@ -4,7 +4,9 @@
 
 namespace tool {
 
-/// Whether curl has this option, "--name" or "-n".
-bool isCurlOption(const std::string& name);
+enum class OptionKind { Unknown, OfCurl, Shortened };
+
+/// What "--name" or "-n" is for curl: one of its options, or the begin of a name.
+OptionKind kindOf(const std::string& option);
 
 }  // namespace tool

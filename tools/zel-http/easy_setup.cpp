@@ -119,6 +119,17 @@ void EasySetup::applyConnection(CURL* easy) const {
     }
     // libcurl goes by the environment then.
     if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
+    if (settings.uses_no_proxy) curl_easy_setopt(easy, CURLOPT_PROXY, "");
+    if (settings.password) {
+        curl_easy_setopt(easy, CURLOPT_USERNAME, "");
+        curl_easy_setopt(easy, CURLOPT_PASSWORD, settings.password->c_str());
+    }
+    if (settings.tunnels) curl_easy_setopt(easy, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    if (const Credentials& own = settings.environment_proxy; !own.user.empty()) {
+        curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, own.user.c_str());
+        curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, own.password.c_str());
+    }
+    curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, settings.keeps_path ? 1L : 0L);
     const auto rate = static_cast<curl_off_t>(settings.bytes_per_second);
     curl_easy_setopt(easy, CURLOPT_MAX_RECV_SPEED_LARGE, rate);
     curl_easy_setopt(easy, CURLOPT_MAX_SEND_SPEED_LARGE, rate);

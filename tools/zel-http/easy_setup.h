@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "credentials.h"
 #include "form.h"
 #include "zel_http/engine.h"
 
@@ -30,12 +31,17 @@ struct EasySettings {
     std::vector<std::string> cookie_files;
     std::vector<FormPart> form;
     std::optional<std::string> upload_file;
-    std::vector<std::string> resolve;  ///< as in --resolve
+    std::vector<std::string> resolve;     ///< as in --resolve
+    std::optional<std::string> password;  ///< of a user without a name
     long authentication = CURLAUTH_BASIC;
     long http_version = CURL_HTTP_VERSION_NONE;
     long ip_version = CURL_IPRESOLVE_WHATEVER;
     bool compressed = false;
     bool uses_proxy = false;  ///< for local servers, too
+    bool uses_no_proxy = false;
+    bool tunnels = false;           ///< through a proxy of the environment
+    Credentials environment_proxy;  ///< for that proxy
+    bool keeps_path = false;        ///< with its dots
     std::chrono::milliseconds connect_timeout{0};
     std::uint64_t bytes_per_second = 0;
     bool tells_conversation = false;

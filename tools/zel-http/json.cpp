@@ -41,6 +41,18 @@ double rounded(double milliseconds) { return std::round(milliseconds * 1000) / 1
 
 }  // namespace
 
+std::string jsonFields(const Fields& fields) {
+    Json json = Json::object();
+    for (const auto& [name, value] : fields) {
+        json[boost::algorithm::to_lower_copy(name)].push_back(value);
+    }
+    std::string text = "{";
+    for (const auto& [name, values] : json.items()) {
+        text += (text.size() > 1 ? ",\n" : "") + line(name) + ':' + line(values);
+    }
+    return text + "\n}";
+}
+
 std::string jsonLine(const Outcome& outcome, bool with_body) {
     Json json = {{"url", withoutCredentials(outcome.request->url)},
                  {"method", nameOf(outcome.request->method)}};
@@ -72,18 +84,6 @@ std::string jsonLine(const Outcome& outcome, bool with_body) {
         json["timings_ms"][phase] = rounded(milliseconds);
     }
     return line(json);
-}
-
-std::string jsonFields(const Fields& fields) {
-    Json json = Json::object();
-    for (const auto& [name, value] : fields) {
-        json[boost::algorithm::to_lower_copy(name)].push_back(value);
-    }
-    std::string text;
-    for (const auto& [name, values] : json.items()) {
-        text += (text.empty() ? "" : ",\n") + line(name) + ':' + line(values);
-    }
-    return '{' + text + "\n}";
 }
 
 std::string jsonSummary(const Latencies& latencies, std::chrono::duration<double> took) {

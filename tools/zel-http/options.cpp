@@ -60,22 +60,30 @@ Differences from curl:
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
                   304 leaves it, too, and ends with 0
                   the folder is looked for before anything is sent
+  -O              is for each URL that no -o is for
+  -b              what a server sets is sent to no other URL of the command line
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
+  -F              a form within a form, "=(", is not here
   -T, -d @-       standard input is read to its end first; Expect is not sent
+  -T              one file, for all URLs
+  -u              asks for no password
   --retry         an answer that is asked for again is not printed
                   nothing is asked for again once bytes went to a pipe or a terminal
-  -x              the proxy is a tunnel for http URLs, too
+  -x              the proxy is a tunnel for http URLs, too, and gets credentials when it asks
   -v              credentials and cookies are masked; --unmasked shows them
   -w              json, certs, referer, http_connect, size_header, size_request and
-                  proxy_ssl_verify_result are not known; URLs without user and password
-  -F              a form within a form, "=(", is not here
+                  proxy_ssl_verify_result are not known; URLs without user and password;
+                  size_download counts what has been unpacked
   -K              a value with blanks stands in quotes; others are refused
-  -Z              no progress for each file
+  -Z              no progress for each file; --parallel takes a number
+  --json          prints outcomes, and sends nothing
   terminal        each outcome has a line on standard error; -s silences it
   URL             {} and [] do not stand for several URLs
   protocols       http and https only; any other ends with 1
-  settings        no .curlrc and no .netrc is read; -K reads a file of options
+  settings        neither .curlrc, .netrc nor CURL_CA_BUNDLE is read; -K reads a file of options
+  several URLs    the exit status is that of the last failure, not of the last URL
+  options         have their whole names, and no --no-NAME but --no-location
   other options   of curl's end with 2, and one line that names them
 
 Environment:
@@ -137,8 +145,7 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.add_option(
            "-T,--upload-file", line.easy.upload_file,
            "Send a file with PUT, - for standard input; a URL that ends with / gets its name")
-        ->option_text("FILE")
-        ->take_last();
+        ->option_text("FILE");
     addText(app, "-A,--user-agent", options.user_agent, "The User-Agent", "NAME");
     addText(app, "-e,--referer", options.referer, "The Referer", "URL");
     addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
@@ -191,10 +198,7 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
 void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
     app.option_defaults()->group("TLS");
     const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
-        app.add_option(name, path, help)
-            ->check(CLI::ExistingPath)
-            ->option_text("PATH")
-            ->take_last();
+        app.add_option(name, path, help)->option_text("PATH")->take_last();
     };
     file("--cacert", config.ca_file, "Trusted authorities, PEM, instead of the system's");
     file("--capath", config.ca_dir, "A directory of trusted authorities, hashed");
@@ -213,8 +217,7 @@ void declareOutput(CLI::App& app, Options& options, CommandLine& line) {
             "FILE");
     app.add_flag("-O,--remote-name", options.remote_name,
                  "Stream each body to a file, named as the end of its URL's path");
-    addText(app, "--output-dir", options.output_directory, "Where files of -o and -O go", "PATH")
-        ->check(CLI::ExistingDirectory);
+    addText(app, "--output-dir", options.output_directory, "Where files of -o and -O go", "PATH");
     addText(app, "-C,--continue-at", options.continue_at,
             "With - go on with what an interrupted download to the same file has left", "-")
         ->check(CLI::IsMember({"-"}));
@@ -257,13 +260,17 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
     addText(app, "--svg", line.picture, "Draw the latencies of --repeat into a file", "FILE");
 }
 
-/// What scripts for curl pass, and what changes nothing here.
-void acceptSilently(CLI::App& app, Options& options) {
+/// What scripts for curl pass: other names, and what changes nothing here.
+void acceptSilently(CLI::App& app, Options& options, CommandLine& line) {
     app.option_defaults()->group("");
     app.add_option("--url", options.more_urls)->take_all()->allow_extra_args(false);
     app.add_flag(
         "-q,--disable,-N,--no-buffer,-g,--globoff,-#,--progress-bar,--http2,--tcp-nodelay,"
-        "--no-progress-meter,--compressed-ssh,--path-as-is");
+        "--no-progress-meter,--compressed-ssh,-1,--tlsv1");
+    app.add_flag("--path-as-is", line.easy.keeps_path);
+    app.add_flag("-p,--proxytunnel", line.easy.tunnels);
+    app.add_flag("--remote-name-all", options.remote_name);
+    addData(app, options, "--data-ascii", DataPiece::Text, "");
 }
 
 }  // namespace
@@ -277,7 +284,7 @@ void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine
     declareTls(app, options, config);
     declareOutput(app, options, line);
     declareMany(app, options, line);
-    acceptSilently(app, options);
+    acceptSilently(app, options, line);
     app.option_defaults()->group("Help");
     app.set_help_flag("-h,--help", "Print this help");
     app.add_flag("-V,--version", options.version, "Print the versions of tool and libraries");

@@ -23,13 +23,15 @@ struct Options {
     std::string config;
     std::vector<std::string> cookies;
     std::vector<std::string> form;
-    std::string user_agent;
+    std::string user_agent = "zel-http/" ZEL_HTTP_VERSION;
     std::string referer;
     std::string credentials;
     std::string rate;
     std::string most_bytes;
     std::string proxy_credentials;
     std::vector<std::string> output;
+    /// Of -o and -O in their order; nothing for -O.
+    std::vector<std::optional<std::string>> files;
     std::string output_directory = ".";
     std::string continue_at;
     std::string completion;

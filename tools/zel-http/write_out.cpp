@@ -63,7 +63,10 @@ const std::map<std::string, Variable>& variables() {
     static const Variable status = [](const Outcome& o) { return fmt::format("{:03}", o.status); };
     static const std::map<std::string, Variable> table = {
         {"content_type", [](const Outcome& o) { return fieldOf(o, "Content-Type"); }},
-        {"errormsg", [](const Outcome& o) { return o.message; }},
+        {"errormsg",
+         [](const Outcome& o) {
+             return o.facts.curl_text.empty() ? o.message : o.facts.curl_text;
+         }},
         {"exitcode", [](const Outcome& o) { return to_string(exitStatusOf(o)); }},
         {"filename_effective", [](const Outcome& o) { return o.file == "-" ? "" : o.file; }},
         {"header_json", [](const Outcome& o) { return jsonFields(o.fields); }},
@@ -71,7 +74,7 @@ const std::map<std::string, Variable>& variables() {
         {"http_version",
          [](const Outcome& o) {
              const std::string version = timingsOf(o.facts).http_version;
-             return version.empty() ? "0" : version;
+             return version.empty() ? "0" : version == "1.0" ? "1" : version;
          }},
         {"local_ip", [](const Outcome& o) { return o.facts.local_address; }},
         {"local_port", [](const Outcome& o) { return to_string(o.facts.local_port); }},
@@ -105,16 +108,16 @@ const std::map<std::string, Variable>& variables() {
     return table;
 }
 
-char unescaped(char letter) {
+std::string unescaped(char letter) {
     switch (letter) {
         case 'n':
-            return '\n';
+            return "\n";
         case 'r':
-            return '\r';
+            return "\r";
         case 't':
-            return '\t';
+            return "\t";
         default:
-            return '\0';
+            return {'\\', letter};
     }
 }
 
@@ -133,13 +136,14 @@ private:
         constexpr std::string_view variable = "%{";
         constexpr std::string_view header = "%header{";
         if (format.substr(0, 2) == "%%") return put(format[0], 2);
-        if (format[0] == '\\' && format.size() > 1 && unescaped(format[1]) != '\0') {
-            return put(unescaped(format[1]), 2);
+        if (format[0] == '\\' && format.size() > 1) {
+            *stream_ += unescaped(format[1]);
+            return 2;
         }
         const auto end = format.find('}');
         if (end == std::string_view::npos) return put(format[0], 1);
         if (format.substr(0, variable.size()) == variable) {
-            writeVariable(std::string(format.substr(2, end - 2)));
+            writeVariable(boost::algorithm::to_lower_copy(std::string(format.substr(2, end - 2))));
             return end + 1;
         }
         if (format.substr(0, header.size()) == header) {

@@ -81,6 +81,8 @@ inline std::optional<std::uint64_t> totalOf(const DownloadHead& head) {
         const auto range = parseContentRange(fieldOf(head.headers, "Content-Range"));
         return range ? range->total : std::nullopt;
     }
+    // These have no body, and may declare the length of another response's.
+    if (head.status == 204 || head.status == 304) return 0;
     if (head.headers.count("Transfer-Encoding") != 0) return std::nullopt;
     return parseNumber(fieldOf(head.headers, "Content-Length"));
 }
