@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <boost/algorithm/string/predicate.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -18,6 +20,8 @@
 namespace tool {
 namespace {
 
+using boost::algorithm::iequals;
+
 EasySetup* current_setup = nullptr;
 
 curl_slist* listOf(const std::vector<std::string>& lines) {
@@ -27,6 +31,12 @@ curl_slist* listOf(const std::vector<std::string>& lines) {
 }
 
 }  // namespace
+
+bool EasySettings::names(const std::string& field) const {
+    return std::any_of(header_lines.begin(), header_lines.end(), [&](const std::string& line) {
+        return iequals(line.substr(0, line.find_first_of(":;")), field);
+    });
+}
 
 EasySetup::EasySetup(const EasySettings& settings)
     : settings_(settings),

@@ -46,6 +46,9 @@ struct EasySettings {
     std::uint64_t bytes_per_second = 0;
     bool tells_conversation = false;
     bool shows_secrets = false;
+
+    /// Whether a header line is about this field, written in lower case.
+    bool names(const std::string& field) const;
 };
 
 /// Applies settings to the transfers of an engine that is made and destroyed while this exists.

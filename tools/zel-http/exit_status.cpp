@@ -11,7 +11,7 @@ namespace {
 
 constexpr int status_of_error_answer = CURLE_HTTP_RETURNED_ERROR;
 
-constexpr std::array<std::pair<int, const char*>, 19> table = {{
+constexpr std::array<std::pair<int, const char*>, 21> table = {{
     {0, "answered; with -f and for a file, with a status below 400"},
     {1, "a protocol that is not here, or an error without a status of its own"},
     {2, "a bad command line"},
@@ -29,8 +29,10 @@ constexpr std::array<std::pair<int, const char*>, 19> table = {{
     {47, "too many redirects"},
     {52, "the server closed without an answer"},
     {56, "the connection broke"},
+    {58, "a file of --cert or --key cannot be read or used"},
     {60, "the server's certificate is not trusted"},
     {63, "the body is larger than --max-filesize"},
+    {77, "a file of --cacert or --capath cannot be read"},
 }};
 
 }  // namespace
