@@ -16,6 +16,7 @@
 #include "refusal.h"
 #include "settings.h"
 #include "targets.h"
+#include "text.h"
 
 namespace tool {
 namespace {
@@ -64,7 +65,7 @@ std::string versions() {
 }
 
 std::string oneLine(const CLI::App* /*app*/, const CLI::Error& error) {
-    return "zel-http: " + std::string(error.what()) + " (see --help)\n";
+    return "zel-http: " + withoutCredentials(error.what()) + " (see --help)\n";
 }
 
 EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {

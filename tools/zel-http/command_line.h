@@ -16,6 +16,7 @@ namespace tool {
 /// When a request that failed is performed again.
 struct RetrySettings {
     unsigned most = 0;
+    bool refused_connections = false;
     bool all_errors = false;
     std::chrono::milliseconds delay{0};  ///< 0: growing ones
 };

@@ -86,6 +86,7 @@ void EasySetup::applyRequest(CURL* easy) {
     if (!settings.user_agent.empty()) {
         curl_easy_setopt(easy, CURLOPT_USERAGENT, settings.user_agent.c_str());
     }
+    if (!settings.range.empty()) curl_easy_setopt(easy, CURLOPT_RANGE, settings.range.c_str());
     if (!settings.referer.empty()) {
         curl_easy_setopt(easy, CURLOPT_REFERER, settings.referer.c_str());
     }
@@ -118,6 +119,9 @@ void EasySetup::applyConnection(CURL* easy) const {
     curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, settings.follows_redirects ? 1L : 0L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, settings.most_redirects);
     curl_easy_setopt(easy, CURLOPT_HTTPAUTH, settings.authentication);
+    if (settings.tls_version != CURL_SSLVERSION_DEFAULT) {
+        curl_easy_setopt(easy, CURLOPT_SSLVERSION, settings.tls_version);
+    }
     curl_easy_setopt(easy, CURLOPT_IPRESOLVE, settings.ip_version);
     if (settings.http_version != CURL_HTTP_VERSION_NONE) {
         curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, settings.http_version);
@@ -129,6 +133,9 @@ void EasySetup::applyConnection(CURL* easy) const {
     }
     // libcurl goes by the environment then.
     if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
+    if (!settings.direct_hosts.empty()) {
+        curl_easy_setopt(easy, CURLOPT_NOPROXY, settings.direct_hosts.c_str());
+    }
     if (settings.uses_no_proxy) curl_easy_setopt(easy, CURLOPT_PROXY, "");
     if (settings.password) {
         curl_easy_setopt(easy, CURLOPT_USERNAME, "");

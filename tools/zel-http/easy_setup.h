@@ -25,6 +25,7 @@ struct EasySettings {
     long most_redirects = 50;
     std::vector<std::string> header_lines;  ///< in place of the library's
     std::string user_agent;
+    std::string range;  ///< "0-99"
     std::string referer;
     bool refers_to_redirects = false;  ///< after one, the Referer is the URL that led there
     std::string cookies;               ///< "name=value;other=value"
@@ -35,10 +36,12 @@ struct EasySettings {
     std::optional<std::string> password;  ///< of a user without a name
     long authentication = CURLAUTH_BASIC;
     long http_version = CURL_HTTP_VERSION_NONE;
+    long tls_version = CURL_SSLVERSION_DEFAULT;  ///< the lowest
     long ip_version = CURL_IPRESOLVE_WHATEVER;
     bool compressed = false;
     bool uses_proxy = false;  ///< for local servers, too
     bool uses_no_proxy = false;
+    std::string direct_hosts;       ///< as in --noproxy
     bool tunnels = false;           ///< through a proxy of the environment
     Credentials environment_proxy;  ///< for that proxy
     bool keeps_path = false;        ///< with its dots
@@ -47,8 +50,9 @@ struct EasySettings {
     bool tells_conversation = false;
     bool shows_secrets = false;
 
-    /// Whether a header line is about this field, written in lower case.
+    /// Whether a header line is about this field.
     bool names(const std::string& field) const;
+    bool asksForRange() const { return !range.empty() || names("Range"); }
 };
 
 /// Applies settings to the transfers of an engine that is made and destroyed while this exists.

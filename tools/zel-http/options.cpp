@@ -56,7 +56,7 @@ Files:
 Differences from curl:
   -L              redirects are followed without it; --no-location turns that off
   -i, -I          of several responses only the last one's head is shown
-                  with them and with --compressed a body is held in memory
+                  with them, -r and --compressed a body is held in memory
   -o, -O          a status from 400 on leaves the file as it is, and ends with 22;
                   304 leaves it, too, and ends with 0
                   the folder is looked for before anything is sent
@@ -75,6 +75,8 @@ Differences from curl:
   -w              json, certs, referer, http_connect, size_header, size_request and
                   proxy_ssl_verify_result are not known; URLs without user and password;
                   size_download counts what has been unpacked
+  --cert          FILE:PASSWORD, and a key with a password, are not here
+  --http2         http URLs keep to HTTP/1.1
   -K              a value with blanks stands in quotes; others are refused
   -Z              no progress for each file; --parallel takes a number
   --json          prints outcomes, and sends nothing
@@ -167,6 +169,7 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     addText(app, "-K,--config", options.config,
             "Read options from a file, - for standard input, one a line: 'header = \"A: b\"'",
             "FILE");
+    addText(app, "-r,--range", line.easy.range, "Only these bytes: 0-99, 100-, -100", "RANGE");
     app.add_flag("--reset-state", line.resets_state,
                  "Start clean: no cookies, connection or name look-up of before");
 }
@@ -183,6 +186,8 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
                    "name not found, a status 408, 429, 500, 502, 503 or 504")
         ->option_text("N")
         ->take_last();
+    app.add_flag("--retry-connrefused", line.retry.refused_connections,
+                 "Try again after a refused connection, too");
     app.add_flag("--retry-all-errors", line.retry.all_errors, "Try again after every failure");
     addSeconds(app, "--retry-delay", options.retry_delay,
                "Between tries; otherwise 1 s, and twice as long each time");
@@ -191,11 +196,13 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag("-6,--ipv6", options.ipv6, "IPv6 only");
     app.add_flag("--http1.1", options.http_1_1, "HTTP/1.1 only");
     addText(app, "-x,--proxy", line.proxy, "Tunnel through this proxy", "URL");
+    addText(app, "--noproxy", line.easy.direct_hosts, "Hosts that go without a proxy; * for all",
+            "HOSTS");
     addText(app, "-U,--proxy-user", options.proxy_credentials, "Credentials for the proxy",
             "USER:PASSWORD");
 }
 
-void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
+void declareTls(CLI::App& app, Options& options, RequestConfig& config, CommandLine& line) {
     app.option_defaults()->group("TLS");
     const auto file = [&](const char* name, std::optional<std::string>& path, const char* help) {
         app.add_option(name, path, help)->option_text("PATH")->take_last();
@@ -204,6 +211,12 @@ void declareTls(CLI::App& app, Options& options, RequestConfig& config) {
     file("--capath", config.ca_dir, "A directory of trusted authorities, hashed");
     file("-E,--cert", config.own_cert, "The client's own certificate, PEM");
     file("--key", config.own_pkey, "The private key of --cert, PEM");
+    app.add_flag_callback(
+        "--tlsv1.2", [&line] { line.easy.tls_version = CURL_SSLVERSION_TLSv1_2; },
+        "TLS 1.2 or later");
+    app.add_flag_callback(
+        "--tlsv1.3", [&line] { line.easy.tls_version = CURL_SSLVERSION_TLSv1_3; },
+        "TLS 1.3 or later");
     app.add_flag("--partial-chain", config.tls_partial_chain,
                  "Let a chain end at any trusted certificate");
     app.add_flag("-k,--insecure", options.insecure, "Do not verify the server");
@@ -281,7 +294,7 @@ void declare(CLI::App& app, Options& options, RequestConfig& config, CommandLine
     app.add_option("URL", options.urls, "What to request")->option_text("...");
     declareRequest(app, options, line);
     declareConnection(app, options, line);
-    declareTls(app, options, config);
+    declareTls(app, options, config, line);
     declareOutput(app, options, line);
     declareMany(app, options, line);
     acceptSilently(app, options, line);

@@ -52,7 +52,9 @@ std::optional<milliseconds> delayBeforeRetry(const RetrySettings& settings, unsi
                                              const Outcome& outcome) {
     if (tries > settings.most) return std::nullopt;
     const bool failed = !outcome.failure.empty() || outcome.is_error_answer;
-    const bool repeats = mayPass(outcome) || (settings.all_errors && failed);
+    const bool refused = outcome.facts.curl_code == CURLE_COULDNT_CONNECT;
+    const bool repeats = mayPass(outcome) || (settings.refused_connections && refused) ||
+                         (settings.all_errors && failed);
     if (!repeats || outcome.is_written) return std::nullopt;
     constexpr milliseconds longest(600000);
     constexpr milliseconds first(1000);

@@ -56,6 +56,7 @@ void checkLines(const Options& options, const CommandLine& line) {
     check("-e", options.referer);
     check("-u", options.credentials);
     check("-U", options.proxy_credentials);
+    check("-r", line.easy.range);
     check("-X", line.easy.method);
     for (const std::string& cookie : options.cookies) check("-b", cookie);
     for (const std::string& header : options.headers) check("-H", header);
@@ -79,7 +80,7 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
         }
     }
     // Servers that do not know it cost a second.
-    if (!easy.names("expect")) easy.header_lines.emplace_back("Expect:");
+    if (!easy.names("Expect")) easy.header_lines.emplace_back("Expect:");
 }
 
 /// "URL", "URL;auto" or ";auto".

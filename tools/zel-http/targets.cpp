@@ -90,7 +90,7 @@ void chooseFiles(const Options& options, CommandLine& line) {
     if (line.repeat > 1 && saves) refuse("--repeat: drops the bodies, so -o and -O have no use");
     // The declared length of a compressed body is not that of what is saved, and a download has a
     // range of its own.
-    if (line.show_headers || line.easy.head || line.easy.compressed || line.easy.names("range") ||
+    if (line.show_headers || line.easy.head || line.easy.compressed || line.easy.asksForRange() ||
         line.repeat > 1) {
         line.holds_bodies = true;
     } else if (!saves) {

@@ -28,6 +28,7 @@ struct TransferEnd {
     Failure failure = Failure::ProtocolFailure;
     std::string text;
     TransferFacts facts;
+    std::uint32_t status = 0;  ///< of the last response; 0 when none came
 };
 
 /// What the handle, the worker, the transfers and the posted tasks of one download share.

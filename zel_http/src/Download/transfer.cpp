@@ -93,6 +93,7 @@ void Transfer::notifyFailure(Failure failure, const char* text) {
 void Transfer::tellEnd(TransferEnd end) {
     state_->set([&] {
         if (state_->current != number_ || state_->end) return;
+        end.status = head_.status;
         if (end.kind == TransferEnd::Kind::Complete) tellHead();
         state_->end = std::move(end);
     });

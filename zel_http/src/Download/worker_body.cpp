@@ -25,6 +25,7 @@ void DownloadWorker::awaitHead() {
         head_ = *state_->head;
         return;
     }
+    head_.status = state_->end->status;  // such as that of a redirect too many
     lock.unlock();
     checkEnd();
 }
