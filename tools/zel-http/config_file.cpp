@@ -97,7 +97,11 @@ void addLine(const std::string& line, const TakesValue& takes, Arguments& argume
     std::string text = line.substr(value);
     if (!marked && text[0] == '#') text.clear();
     if (!text.empty()) text = text[0] == '"' ? unquoted(text) : firstWord(text);
-    if (takes(name).value_or(!text.empty())) {
+    const auto option = valuedOption(name, takes);
+    if (option && option->value && !text.empty()) {  // "-uname more"
+        throw std::runtime_error("a value with blanks stands in quotes");
+    }
+    if (option && !option->value) {
         arguments.push_back(name);
         arguments.push_back(text);
     } else {
@@ -120,7 +124,8 @@ std::vector<std::string> argumentsOf(int argc, const char* const* argv, const Ta
         marked = marked || argument == "--";
         const auto option = marked ? std::nullopt : valuedOption(argument, takes);
         if (!option || (!option->value && i + 1 == argc)) {
-            arguments.push_back(argument);
+            const bool list = argument[0] == '[';  // to the parser, but [::1] is a host
+            arguments.push_back(list ? "http://" + argument : argument);
             continue;
         }
         const std::string value = option->value ? *option->value : argv[++i];
