@@ -16,12 +16,24 @@ namespace {
 using boost::algorithm::iequals;
 using boost::algorithm::istarts_with;
 
+void checkLine(const std::string& text) {
+    if (text.find_first_of("\r\n") != std::string::npos) {
+        throw std::runtime_error("a header is one line");
+    }
+}
+
+/// Those of a file. A comment begins with '#', and with a blank what goes on with a line.
 std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);) {
         boost::algorithm::trim_right(line);
-        if (!line.empty()) lines.push_back(line);
+        if (line.empty() || line[0] == '#') continue;
+        if (!lines.empty() && (line[0] == ' ' || line[0] == '\t')) {
+            lines.back() += line;
+        } else {
+            lines.push_back(line);
+        }
     }
     return lines;
 }
@@ -36,8 +48,8 @@ public:
         FormPart::Content content;
         content.value = word();
         bool in_type = false;
-        while (cut(';')) {
-            skipBlanks();
+        while (!rest_.empty() && rest_[0] == ';') {
+            const std::string_view separator = cutSeparator();
             if (!in_type && cut("type=")) {
                 content.type = cutType();
                 in_type = true;
@@ -51,11 +63,13 @@ public:
                 addHeaders(content.headers);
                 in_type = false;
             } else if (in_type) {  // "text/plain; charset=utf-8"
-                content.type += "; " + plainWord();
+                content.type.append(separator).append(plainWord());
             } else if (!word().empty()) {
                 throw std::runtime_error("a value with ';' stands in quotes");
             }
         }
+        checkLine(content.type);
+        for (const auto& line : content.headers) checkLine(line);
         return content;
     }
 
@@ -65,6 +79,14 @@ public:
 private:
     void skipBlanks() {
         rest_.remove_prefix(std::min(rest_.find_first_not_of(" \t"), rest_.size()));
+    }
+
+    /// With the blanks behind it.
+    std::string_view cutSeparator() {
+        const std::string_view text = rest_;
+        rest_.remove_prefix(1);
+        skipBlanks();
+        return text.substr(0, text.size() - rest_.size());
     }
 
     bool cut(char letter) {
@@ -138,7 +160,7 @@ private:
 /// Standard input is read once, however often the form is sent.
 void readInput(FormPart::Content& content) {
     content.value = contentOf("-");
-    if (content.kind == FormPart::Content::File && content.filename.empty()) content.filename = "-";
+    if (content.kind == FormPart::Content::File && !content.filename) content.filename = "-";
     content.kind = FormPart::Content::Text;
 }
 
@@ -149,7 +171,7 @@ void setContent(curl_mimepart* part, const FormPart::Content& content) {
         curl_mime_filedata(part, content.value.c_str());
         if (content.kind == FormPart::Content::TextOfFile) curl_mime_filename(part, nullptr);
     }
-    if (!content.filename.empty()) curl_mime_filename(part, content.filename.c_str());
+    if (content.filename) curl_mime_filename(part, content.filename->c_str());
     if (!content.type.empty()) curl_mime_type(part, content.type.c_str());
     if (!content.encoder.empty()) curl_mime_encoder(part, content.encoder.c_str());
     curl_slist* headers = nullptr;

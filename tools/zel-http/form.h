@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,7 @@ struct FormPart {
         Kind kind = Text;
         std::string value;  ///< the text, or the path of the file
         std::string type;
-        std::string filename;
+        std::optional<std::string> filename;  ///< instead of the path's
         std::string encoder;
         std::vector<std::string> headers;
     };
