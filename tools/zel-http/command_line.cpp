@@ -72,9 +72,10 @@ EarlyExit exitFor(const CLI::App& app, const CLI::ParseError& error) {
     if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr) {
         for (const std::string& argument : app.remaining()) {
             if (argument.size() < 2 || argument[0] != '-') continue;
-            const std::string name =
-                argument.substr(0, argument.find('='));  // a value may be secret
-            return {"zel-http: " + refusalOf(name) + " (see --help)\n", bad_command_line};
+            // What follows the name may be a secret value.
+            const auto end = argument[1] == '-' ? argument.find('=') : 2;
+            return {"zel-http: " + refusalOf(argument.substr(0, end)) + " (see --help)\n",
+                    bad_command_line};
         }
     }
     std::ostringstream text;
@@ -105,6 +106,7 @@ std::optional<EarlyExit> parse(int argc, const char* const* argv, CommandLine& c
         if (options.manual) return EarlyExit{manualPage(app), 0};
         if (!options.completion.empty()) return EarlyExit{completion(app, options.completion), 0};
         checkUrls(options, command_line.json, argc, argv);
+        completeUrls(options);
         if (options.latency && command_line.repeat == 1) command_line.repeat = usual_repeats;
         completeSettings(config, options, command_line);
         chooseProxy(app, options, command_line);

@@ -31,7 +31,13 @@ void print(char mark, std::string_view lines, bool shows_secrets) {
         lines.remove_prefix(end == std::string_view::npos ? lines.size() : end + 1);
         if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
         if (!shows_secrets && mark == '*' && mayTellSecret(line)) continue;
-        text.append({mark, ' '}).append(shows_secrets ? std::string(line) : withoutSecret(line));
+        const bool continues = mark != '*' && !line.empty() && (line[0] == ' ' || line[0] == '\t');
+        text.append({mark, ' '});
+        if (shows_secrets) {
+            text += line;
+        } else {
+            text += continues ? " ***" : withoutSecret(line);  // a field that is folded
+        }
         text += '\n';
     }
     (void)std::fwrite(text.data(), 1, text.size(), stderr);

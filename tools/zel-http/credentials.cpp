@@ -35,7 +35,9 @@ Credentials credentialsOf(const std::string& text) {
 
 std::optional<Credentials> takeCredentials(std::string& url) {
     const auto scheme = url.find("://");
-    const auto begin = scheme == std::string::npos ? 0 : scheme + 3;
+    const auto begin = scheme == std::string::npos
+                           ? 0
+                           : std::min(url.find_first_not_of('/', scheme + 1), url.size());
     const auto at = url.substr(0, url.find_first_of("/?#", begin)).rfind('@');
     if (at == std::string::npos || at < begin) return std::nullopt;
     Credentials credentials = split(url.substr(begin, at - begin));

@@ -12,10 +12,14 @@
 namespace tool {
 namespace {
 
+/// Where the host of a whole URL begins. libcurl takes more than two slashes, too.
+std::size_t hostOf(const std::string& url) {
+    return std::min(url.find_first_not_of('/', url.find("://") + 1), url.size());
+}
+
 /// The end of a URL's path, which names a file.
 std::string nameIn(const std::string& url) {
-    const auto host = url.find("://");
-    const auto begin = url.find('/', host == std::string::npos ? 0 : host + 3);
+    const auto begin = url.find('/', hostOf(url));
     const std::string path =
         begin == std::string::npos ? "" : url.substr(begin, url.find_first_of("?#", begin) - begin);
     std::string name = path.substr(path.rfind('/') + 1);
@@ -26,12 +30,13 @@ std::string nameIn(const std::string& url) {
 }
 
 std::string withDirectory(const std::string& directory, const std::string& file) {
-    return directory == "." || file[0] == '/' ? file : directory + '/' + file;
+    const bool here = directory.empty() || directory == ".";
+    return here || file[0] == '/' ? file : directory + '/' + file;
 }
 
 /// A URL whose path ends with / gets the name of the file that is sent.
 void addFileName(std::string& url, const std::string& file) {
-    const auto path = url.find('/', url.find("://") + 3);
+    const auto path = url.find('/', hostOf(url));
     auto end = std::min(url.find_first_of("?#"), url.size());
     if (path > end) url.insert(end++, 1, '/');
     if (url[end - 1] == '/') url.insert(end, escaped(file.substr(file.rfind('/') + 1)));
@@ -40,7 +45,8 @@ void addFileName(std::string& url, const std::string& file) {
 void addQuery(std::string& url, const std::string& query) {
     const auto end = std::min(url.find('#'), url.size());
     const auto begin = url.find('?');
-    const std::string before = begin >= end ? "?" : begin + 1 == end ? "" : "&";
+    const bool begun = begin < end && (begin + 1 == end || url[end - 1] == '&');
+    const std::string before = begin >= end ? "?" : begun ? "" : "&";
     url.insert(end, before + query);
 }
 
@@ -62,6 +68,14 @@ void putInOrder(const CLI::App& app, Options& options) {
                                               [](const auto& file) { return file.has_value(); });
             options.files.emplace_back(options.output[static_cast<std::size_t>(before)]);
         }
+    }
+}
+
+void completeUrls(Options& options) {
+    for (std::string& url : options.urls) {
+        // One in the query is that of another URL.
+        const bool has_scheme = url.find("://") < url.find_first_of("/?#");
+        if (!has_scheme) url.insert(0, "http://");
     }
 }
 
@@ -106,7 +120,6 @@ void addRequests(const Options& options, const zel::http::RequestConfig& common,
     const std::string query =
         options.data_to_url ? reading("-d", [&] { return joined(options.data); }) : "";
     for (std::string url : options.urls) {
-        if (url.find("://") == std::string::npos) url.insert(0, "http://");
         line.requests.push_back(common);
         zel::http::RequestConfig& request = line.requests.back();
         // -u has priority.

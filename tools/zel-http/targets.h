@@ -7,6 +7,9 @@ namespace tool {
 /// URLs with and without --url, and what -o and -O say, count in the order in which they stand.
 void putInOrder(const CLI::App& app, Options& options);
 
+/// Each URL gets a scheme.
+void completeUrls(Options& options);
+
 /// Where the body of each URL goes, and whether it is held in memory before.
 void chooseFiles(const Options& options, CommandLine& line);
 

@@ -16,7 +16,7 @@ std::string sizeText(std::uint64_t bytes) {
 
 std::string withoutCredentials(std::string text) {
     for (auto at = text.find("://"); at != std::string::npos; at = text.find("://", at)) {
-        at += 3;
+        at = std::min(text.find_first_not_of('/', at + 1), text.size());
         const auto end = text.find_first_of("/?# \r\n", at);
         const auto mark = text.substr(0, end).rfind('@');
         if (mark != std::string::npos && mark >= at) text.replace(at, mark - at, "***");
