@@ -133,8 +133,8 @@ void EasySetup::applyConnection(CURL* easy) const {
     }
     // libcurl goes by the environment then.
     if (settings.uses_proxy) curl_easy_setopt(easy, CURLOPT_NOPROXY, nullptr);
-    if (!settings.direct_hosts.empty()) {
-        curl_easy_setopt(easy, CURLOPT_NOPROXY, settings.direct_hosts.c_str());
+    if (settings.direct_hosts) {
+        curl_easy_setopt(easy, CURLOPT_NOPROXY, settings.direct_hosts->c_str());
     }
     if (settings.uses_no_proxy) curl_easy_setopt(easy, CURLOPT_PROXY, "");
     if (settings.password) {

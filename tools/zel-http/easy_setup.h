@@ -41,10 +41,10 @@ struct EasySettings {
     bool compressed = false;
     bool uses_proxy = false;  ///< for local servers, too
     bool uses_no_proxy = false;
-    std::string direct_hosts;       ///< as in --noproxy
-    bool tunnels = false;           ///< through a proxy of the environment
-    Credentials environment_proxy;  ///< for that proxy
-    bool keeps_path = false;        ///< with its dots
+    std::optional<std::string> direct_hosts;  ///< as in --noproxy, in place of the environment's
+    bool tunnels = false;                     ///< through a proxy of the environment
+    Credentials environment_proxy;            ///< for that proxy
+    bool keeps_path = false;                  ///< with its dots
     std::chrono::milliseconds connect_timeout{0};
     std::uint64_t bytes_per_second = 0;
     bool tells_conversation = false;

@@ -73,8 +73,7 @@ Differences from curl:
   -x              the proxy is a tunnel for http URLs, too, and gets credentials when it asks
   -v              credentials and cookies are masked; --unmasked shows them
   -w              json, certs, referer, http_connect, size_header, size_request and
-                  proxy_ssl_verify_result are not known; URLs without user and password;
-                  size_download counts what has been unpacked
+                  proxy_ssl_verify_result are not known; URLs without user and password
   --cert          FILE:PASSWORD, and a key with a password, are not here
   --http2         http URLs keep to HTTP/1.1
   -K              a value with blanks stands in quotes; others are refused
@@ -196,7 +195,7 @@ void declareConnection(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag("-6,--ipv6", options.ipv6, "IPv6 only");
     app.add_flag("--http1.1", options.http_1_1, "HTTP/1.1 only");
     addText(app, "-x,--proxy", line.proxy, "Tunnel through this proxy", "URL");
-    addText(app, "--noproxy", line.easy.direct_hosts, "Hosts that go without a proxy; * for all",
+    addText(app, "--noproxy", options.direct_hosts, "Hosts that go without a proxy; * for all",
             "HOSTS");
     addText(app, "-U,--proxy-user", options.proxy_credentials, "Credentials for the proxy",
             "USER:PASSWORD");

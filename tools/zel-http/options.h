@@ -29,6 +29,7 @@ struct Options {
     std::string rate;
     std::string most_bytes;
     std::string proxy_credentials;
+    std::string direct_hosts;
     std::vector<std::string> output;
     /// Of -o and -O in their order; nothing for -O.
     std::vector<std::optional<std::string>> files;

@@ -118,6 +118,12 @@ void setEasySettings(const Options& options, EasySettings& easy) {
     easy.tells_conversation = options.verbose > 0;
 }
 
+/// A lone number is where the range begins.
+void completeRange(std::string& range) {
+    const bool number = range.find_first_not_of("0123456789") == std::string::npos;
+    if (number && !range.empty()) range += '-';
+}
+
 /// Method and body, of which there is one kind.
 void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
     EasySettings& easy = line.easy;
@@ -140,7 +146,10 @@ void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
 void checkTlsFiles(const RequestConfig& config) {
     const auto check = [](const char* option, const std::optional<std::string>& path, int status) {
         if (!path || access(path->c_str(), R_OK) == 0) return;
-        refuse(std::string(option) + ": cannot open " + *path, status);
+        // With curl a password may stand behind it.
+        const auto colon = option == std::string("--cert") ? path->find(':') : std::string::npos;
+        const std::string shown = path->substr(0, colon);
+        refuse(option + (": cannot open " + shown + (shown == *path ? "" : ":***")), status);
     };
     check("--cacert", config.ca_file, CURLE_SSL_CACERT_BADFILE);
     check("--capath", config.ca_dir, CURLE_SSL_CACERT_BADFILE);
@@ -155,6 +164,7 @@ void completeSettings(RequestConfig& config, const Options& options, CommandLine
     config.headers.clear();
     config.reset_state = line.resets_state;
     setEasySettings(options, line.easy);
+    completeRange(line.easy.range);
     setBody(options, line, config);
     if (options.credentials.rfind(':', 0) == 0) {
         line.easy.password = options.credentials.substr(1);
@@ -176,6 +186,7 @@ void completeSettings(RequestConfig& config, const Options& options, CommandLine
 void chooseProxy(const CLI::App& app, const Options& options, CommandLine& line) {
     line.easy.uses_proxy = !line.proxy.empty();
     line.easy.uses_no_proxy = line.proxy.empty() && app.count("--proxy") != 0;
+    if (app.count("--noproxy") != 0) line.easy.direct_hosts = options.direct_hosts;
     if (!options.proxy_credentials.empty()) {
         line.proxy_credentials =
             reading("-U", [&] { return credentialsOf(options.proxy_credentials); });

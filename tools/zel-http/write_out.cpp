@@ -88,9 +88,9 @@ const std::map<std::string, Variable>& variables() {
         {"remote_port", [](const Outcome& o) { return to_string(o.facts.remote_port); }},
         {"response_code", status},
         {"scheme", schemeOf},
-        {"size_download", [](const Outcome& o) { return to_string(o.body_size); }},
+        {"size_download", [](const Outcome& o) { return to_string(o.facts.bytes_received); }},
         {"size_upload", [](const Outcome& o) { return to_string(o.facts.bytes_sent); }},
-        {"speed_download", [](const Outcome& o) { return speed(o.body_size, o); }},
+        {"speed_download", [](const Outcome& o) { return speed(o.facts.bytes_received, o); }},
         {"speed_upload", [](const Outcome& o) { return speed(o.facts.bytes_sent, o); }},
         {"ssl_verify_result",
          [](const Outcome& o) { return to_string(o.facts.tls_verify_result); }},
@@ -140,7 +140,7 @@ private:
             *stream_ += unescaped(format[1]);
             return 2;
         }
-        const auto end = format.find('}');
+        const auto end = format[0] == '%' ? format.find('}') : std::string_view::npos;
         if (end == std::string_view::npos) return put(format[0], 1);
         if (format.substr(0, variable.size()) == variable) {
             writeVariable(boost::algorithm::to_lower_copy(std::string(format.substr(2, end - 2))));
