@@ -34,7 +34,7 @@ void Exchange::notifyDataReceived(const char* data, unsigned length) {
 void Exchange::notifyHeader(const char* line, unsigned length) {
     const std::string_view text(line, length);
     const auto colon = text.find(':');
-    if (text.substr(0, 5) == "HTTP/") {
+    if (text.substr(0, 5) == "HTTP/" && text.find(' ') < colon) {
         head_.clear();
         trailers_.clear();
         fields_.clear();
