@@ -126,6 +126,14 @@ void addData(CLI::App& app, Options& options, const char* names, DataPiece::Kind
         ->trigger_on_parse();
 }
 
+/// A flag that stands for a value. Of several for the same value the last one counts.
+template <typename Value>
+void addChoice(CLI::App& app, const char* names, Value& value, Value choice, const char* help) {
+    app.add_flag_callback(
+           names, [&value, choice] { value = choice; }, help)
+        ->trigger_on_parse();
+}
+
 void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.option_defaults()->group("Request");
     addText(app, "-X,--request", line.easy.method, "The method, any", "METHOD");
@@ -156,10 +164,9 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     app.add_flag("--digest", options.digest, "Offer Digest authentication instead");
     app.add_flag("--anyauth", options.any_authentication, "Offer what the server asks for");
     app.add_flag("--compressed", line.easy.compressed, "Ask for a compressed body, and unpack it");
-    app.add_flag("-L,--location", "Follow redirects, as without an option");
-    app.add_flag_callback(
-        "--no-location", [&line] { line.easy.follows_redirects = false; },
-        "Do not follow redirects");
+    addChoice(app, "-L,--location", line.easy.follows_redirects, true,
+              "Follow redirects, as without an option");
+    addChoice(app, "--no-location", line.easy.follows_redirects, false, "Do not follow redirects");
     app.add_option("--max-redirs", line.easy.most_redirects,
                    "Follow at most so many; -1 for no limit")
         ->check(CLI::Range(-1, 1000))
@@ -210,12 +217,10 @@ void declareTls(CLI::App& app, Options& options, RequestConfig& config, CommandL
     file("--capath", config.ca_dir, "A directory of trusted authorities, hashed");
     file("-E,--cert", config.own_cert, "The client's own certificate, PEM");
     file("--key", config.own_pkey, "The private key of --cert, PEM");
-    app.add_flag_callback(
-        "--tlsv1.2", [&line] { line.easy.tls_version = CURL_SSLVERSION_TLSv1_2; },
-        "TLS 1.2 or later");
-    app.add_flag_callback(
-        "--tlsv1.3", [&line] { line.easy.tls_version = CURL_SSLVERSION_TLSv1_3; },
-        "TLS 1.3 or later");
+    const long tls_1_2 = CURL_SSLVERSION_TLSv1_2;
+    const long tls_1_3 = CURL_SSLVERSION_TLSv1_3;
+    addChoice(app, "--tlsv1.2", line.easy.tls_version, tls_1_2, "TLS 1.2 or later");
+    addChoice(app, "--tlsv1.3", line.easy.tls_version, tls_1_3, "TLS 1.3 or later");
     app.add_flag("--partial-chain", config.tls_partial_chain,
                  "Let a chain end at any trusted certificate");
     app.add_flag("-k,--insecure", options.insecure, "Do not verify the server");
@@ -267,8 +272,8 @@ void declareMany(CLI::App& app, Options& options, CommandLine& line) {
         ->check(CLI::Range(std::size_t{1}, most_parallel))
         ->option_text("N")
         ->take_last();
-    app.add_flag_callback(
-        "-Z", [&options] { options.parallel = usual_parallel; }, "As --parallel 50");
+    addChoice(app, "-Z", options.parallel, usual_parallel,
+              "As --parallel 50, unless that is given");
     addText(app, "--svg", line.picture, "Draw the latencies of --repeat into a file", "FILE");
 }
 
