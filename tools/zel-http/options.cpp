@@ -160,8 +160,8 @@ void declareRequest(CLI::App& app, Options& options, CommandLine& line) {
     addList(app, "-b,--cookie", options.cookies, "Cookies, NAME=VALUE, or a file of them", "DATA");
     addText(app, "-u,--user", options.credentials, "Credentials for the server, by Basic",
             "USER:PASSWORD");
-    app.add_flag("--basic", "Offer Basic authentication, as without an option");
-    app.add_flag("--digest", options.digest, "Offer Digest authentication instead");
+    app.add_flag("--basic", options.basic, "Offer Basic authentication, as without an option");
+    app.add_flag("--digest", options.digest, "Offer Digest authentication; without --basic only");
     app.add_flag("--anyauth", options.any_authentication, "Offer what the server asks for");
     app.add_flag("--compressed", line.easy.compressed, "Ask for a compressed body, and unpack it");
     addChoice(app, "-L,--location", line.easy.follows_redirects, true,

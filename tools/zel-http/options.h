@@ -42,6 +42,7 @@ struct Options {
     std::size_t parallel = 1;
     int verbose = 0;
     bool data_to_url = false;
+    bool basic = false;
     bool digest = false;
     bool any_authentication = false;
     bool http_1_1 = false;

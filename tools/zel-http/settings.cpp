@@ -108,7 +108,10 @@ void setEasySettings(const Options& options, EasySettings& easy) {
     for (const std::string& part : options.form) {
         easy.form.push_back(reading("-F", [&] { return parseFormPart(part); }));
     }
-    if (options.digest) easy.authentication = static_cast<long>(CURLAUTH_DIGEST);
+    if (options.digest) {
+        const auto both = CURLAUTH_DIGEST | (options.basic ? CURLAUTH_BASIC : CURLAUTH_NONE);
+        easy.authentication = static_cast<long>(both);
+    }
     if (options.any_authentication) easy.authentication = static_cast<long>(CURLAUTH_ANY);
     if (options.http_1_1) easy.http_version = CURL_HTTP_VERSION_1_1;
     if (options.ipv4) easy.ip_version = CURL_IPRESOLVE_V4;
