@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
-"""compare.py TOOL [-v]: runs each command line of lines.txt with curl and with the tool, against the same
+"""compare.py TOOL: runs each command line of lines.txt with curl and with the tool, against the same
 origin, and compares the exit status, standard output, the files that are left and what reached the wire.
 A line that is to differ says in what; any other difference, and one that does not come, is a failure. With
 "?" behind it a difference comes with some versions of curl only."""
 
 import base64
+import collections
+import concurrent.futures
 import gzip
 import os
 import pathlib
@@ -20,6 +22,7 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 PATIENCE = 20  # seconds
+WORKERS = 4  # most lines wait
 BODY = bytes(range(256)) * 400
 
 
@@ -202,36 +205,60 @@ def certificates(folder):
     return context
 
 
+class Line:
+    """A line of lines.txt, run with both programs."""
+
+    def __init__(self, line, tool, servers, names):
+        self.text = line
+        self.expected, _, text = line.partition("|")
+        for name, value in names.items():
+            text = text.replace(name, value)
+        words = shlex.split(text)
+        self.curl, self.tool = (Result(program, words, servers) for program in ("curl", tool))
+        self.found = differences(self.curl, self.tool)
+
+    def as_expected(self):
+        must = {word for word in self.expected.split() if not word.endswith("?")}
+        may = {word.rstrip("?") for word in self.expected.split()}
+        return must <= set(self.found) <= may and "pass word" not in self.tool.errors
+
+    def show(self):
+        print("%s\n  differs in %s, is to differ in %s"
+              % (self.text, self.found or "nothing", self.expected or "nothing"))
+        for name in self.found:
+            show(name, self.curl, self.tool)
+        print("    tool says: %.300s" % self.tool.errors.strip())
+
+
+def compared(tool, lines, folder, tls):
+    """Takes lines until there are none. Each caller has servers of its own."""
+    plain, secure = Origin(), Origin(tls)
+    names = {"@origin@": "http://" + plain.address, "@tls@": "https://" + secure.address, "@host@": plain.address,
+             "@port@": plain.address.split(":")[1], "@cert@": str(folder / "cert.pem")}
+    done = []
+    while True:
+        try:
+            line = lines.popleft()
+        except IndexError:
+            return done
+        done.append(Line(line, tool, [plain, secure], names))
+
+
 def main():
     tool = os.path.abspath(sys.argv[1])
-    failures = count = 0
     with tempfile.TemporaryDirectory() as directory:
         folder = pathlib.Path(directory)
-        context = certificates(folder)
-        plain, tls = Origin(), Origin(context)
-        names = {"@origin@": "http://" + plain.address, "@tls@": "https://" + tls.address, "@host@": plain.address,
-                 "@port@": plain.address.split(":")[1], "@cert@": str(folder / "cert.pem")}
-        for line in (HERE / "lines.txt").read_text().splitlines():
-            if not line or line.startswith("#"):
-                continue
-            expected, _, text = line.partition("|")
-            for name, value in names.items():
-                text = text.replace(name, value)
-            words = shlex.split(text)
-            curl, ours = (Result(program, words, [plain, tls]) for program in ("curl", tool))
-            found = differences(curl, ours)
-            count += 1
-            must = {word for word in expected.split() if not word.endswith("?")}
-            may = {word.rstrip("?") for word in expected.split()}
-            if must <= set(found) <= may and "pass word" not in ours.errors:
-                continue
-            failures += 1
-            print("%s\n  differs in %s, is to differ in %s" % (line, found or "nothing", expected or "nothing"))
-            for name in found:
-                show(name, curl, ours)
-            print("    tool says: %.300s" % ours.errors.strip())
-    print("%d command lines, %d not as expected" % (count, failures))
-    return 1 if failures else 0
+        tls = certificates(folder)
+        lines = collections.deque(line for line in (HERE / "lines.txt").read_text().splitlines()
+                                  if line and not line.startswith("#"))
+        with concurrent.futures.ThreadPoolExecutor(WORKERS) as pool:
+            jobs = [pool.submit(compared, tool, lines, folder, tls) for _ in range(WORKERS)]
+            done = [line for job in jobs for line in job.result()]
+    failures = [line for line in done if not line.as_expected()]
+    for line in failures:
+        line.show()
+    print("%d command lines, %d not as expected" % (len(done), len(failures)))
+    return 1 if failures or not done else 0
 
 
 if __name__ == "__main__":
