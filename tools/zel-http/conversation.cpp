@@ -23,12 +23,14 @@ bool beginsWithSecret(std::string_view line) {
                        [&](std::string_view word) { return icontains(name, word); });
 }
 
-/// What libcurl says about a transfer repeats header fields, with HTTP/2 as "[name: value]", and
-/// names users.
+/// What libcurl says about a transfer repeats header fields, with HTTP/2 as "[name: value]", names
+/// users, and repeats the proxy of the environment, "user:password@host".
 bool mayTellSecret(std::string_view text) {
     for (auto at = text.find('['); at != std::string_view::npos; at = text.find('[', at + 1)) {
         if (beginsWithSecret(text.substr(at + 1))) return true;
     }
+    const bool has_scheme = text.find("://") != std::string_view::npos;
+    if (!has_scheme && icontains(text, "proxy") && icontains(text, "@")) return true;
     constexpr std::array<std::string_view, 3> words = {"authorization", "cookie", "user '"};
     return std::any_of(words.begin(), words.end(),
                        [&](std::string_view word) { return icontains(text, word); });
