@@ -16,8 +16,21 @@ using boost::algorithm::icontains;
 constexpr std::array<std::string_view, 8> secret_words = {
     "authorization", "cookie", "token", "secret", "password", "session", "api-key", "apikey"};
 
-/// What libcurl says about a transfer repeats header fields, and names users.
+bool beginsWithSecret(std::string_view line) {
+    const std::string_view name = line.substr(0, line.find(':'));
+    return name.size() != line.size() && name.find(' ') == std::string_view::npos &&
+           std::any_of(secret_words.begin(), secret_words.end(),
+                       [&](std::string_view word) { return icontains(name, word); });
+}
+
+/// What libcurl says about a transfer repeats header fields, with HTTP/2 as "[name: value]", names
+/// users, and repeats the proxy of the environment, "user:password@host".
 bool mayTellSecret(std::string_view text) {
+    for (auto at = text.find('['); at != std::string_view::npos; at = text.find('[', at + 1)) {
+        if (beginsWithSecret(text.substr(at + 1))) return true;
+    }
+    const bool has_scheme = text.find("://") != std::string_view::npos;
+    if (!has_scheme && icontains(text, "proxy") && icontains(text, "@")) return true;
     constexpr std::array<std::string_view, 3> words = {"authorization", "cookie", "user '"};
     return std::any_of(words.begin(), words.end(),
                        [&](std::string_view word) { return icontains(text, word); });
@@ -56,11 +69,8 @@ int tell(CURL* /*easy*/, curl_infotype type, char* data, std::size_t size,
 }  // namespace
 
 std::string withoutSecret(std::string_view line) {
-    const std::string_view name = line.substr(0, line.find(':'));
-    const bool secret = name.size() != line.size() && name.find(' ') == std::string_view::npos &&
-                        std::any_of(secret_words.begin(), secret_words.end(),
-                                    [&](std::string_view word) { return icontains(name, word); });
-    return secret ? std::string(name) + ": ***" : withoutCredentials(std::string(line));
+    if (!beginsWithSecret(line)) return withoutCredentials(std::string(line));
+    return std::string(line.substr(0, line.find(':'))) + ": ***";
 }
 
 void tellConversation(CURL* easy, bool shows_secrets) {

@@ -65,7 +65,7 @@ Differences from curl:
   -C              only with -, and only for what this tool has begun
   -d @FILE        takes out line ends and zeros, and nothing else
   -F              a form within a form, "=(", is not here
-  -T, -d @-       standard input is read to its end first; Expect is not sent
+  -T, -d @-       pipes and standard input are read first; Expect is not sent
   -T              one file, for all URLs
   -u              asks for no password
   --retry         an answer that is asked for again is not printed

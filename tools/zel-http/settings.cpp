@@ -6,8 +6,10 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "form.h"
@@ -138,8 +140,11 @@ void setBody(const Options& options, CommandLine& line, RequestConfig& config) {
     if (posts) config.body = reading("-d", [&] { return joined(options.data); });
     if (!easy.upload_file) return;
     config.method = Method::PUT;
-    if (*easy.upload_file == "-" || *easy.upload_file == ".") {
-        config.body = reading("-T", [] { return contentOf("-"); });
+    std::error_code unknown;
+    const bool pipe = std::filesystem::is_fifo(*easy.upload_file, unknown);
+    if (*easy.upload_file == "-" || *easy.upload_file == "." || pipe) {
+        const std::string source = pipe ? *easy.upload_file : "-";
+        config.body = reading("-T", [&] { return contentOf(source); });
         easy.upload_file.reset();
     } else {
         reading("-T", [&] { checkReadable(*easy.upload_file); });

@@ -36,8 +36,10 @@ std::string withDirectory(const std::string& directory, const std::string& file)
 
 /// A URL whose path ends with / gets the name of the file that is sent.
 void addFileName(std::string& url, const std::string& file) {
-    const auto path = url.find('/', hostOf(url));
+    const auto host = hostOf(url);
+    const auto path = url.find('/', host);
     auto end = std::min(url.find_first_of("?#"), url.size());
+    if (host >= end) return;  // the name would become the host
     if (path > end) url.insert(end++, 1, '/');
     if (url[end - 1] == '/') url.insert(end, escaped(file.substr(file.rfind('/') + 1)));
 }

@@ -56,6 +56,13 @@ std::string schemeOf(const Outcome& outcome) {
     return boost::algorithm::to_upper_copy(url.substr(0, url.find("://")));
 }
 
+std::string errorOf(const Outcome& outcome) {
+    if (outcome.failure.empty() && outcome.is_error_answer) {
+        return fmt::format("The requested URL returned error: {}", outcome.status);
+    }
+    return outcome.facts.curl_text.empty() ? outcome.message : outcome.facts.curl_text;
+}
+
 using Variable = std::function<std::string(const Outcome&)>;
 
 const std::map<std::string, Variable>& variables() {
@@ -63,10 +70,7 @@ const std::map<std::string, Variable>& variables() {
     static const Variable status = [](const Outcome& o) { return fmt::format("{:03}", o.status); };
     static const std::map<std::string, Variable> table = {
         {"content_type", [](const Outcome& o) { return fieldOf(o, "Content-Type"); }},
-        {"errormsg",
-         [](const Outcome& o) {
-             return o.facts.curl_text.empty() ? o.message : o.facts.curl_text;
-         }},
+        {"errormsg", errorOf},
         {"exitcode", [](const Outcome& o) { return to_string(exitStatusOf(o)); }},
         {"filename_effective", [](const Outcome& o) { return o.file == "-" ? "" : o.file; }},
         {"header_json", [](const Outcome& o) { return jsonFields(o.fields); }},

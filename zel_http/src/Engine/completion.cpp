@@ -121,8 +121,7 @@ void Engine::retry(std::shared_ptr<Request> request) {
 }
 
 void Engine::handOver(const ActiveTask& task, CURLcode result, long httpCode) {
-    fsmRunner([logger = logger, request = task.request, result, httpCode,
-               reason = printable(task.reason.data())] {
+    fsmRunner([logger = logger, request = task.request, result, httpCode, reason = reasonOf(task)] {
         runCallbackHandlerInFsmContext(logger, request, result, httpCode, reason);
     });
 }

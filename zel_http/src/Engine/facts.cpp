@@ -53,11 +53,20 @@ void noteTlsFacts(Engine::ActiveTask& task) {
     task.tlsResumed = connection != nullptr && SSL_session_reused(connection) == 1;
 }
 
+std::string reasonOf(const Engine::ActiveTask& task) {
+    std::string text = printable(task.reason.data());
+    const auto quote = text.find('\'');
+    if (text.rfind("Unsupported proxy", 0) == 0 && quote != std::string::npos) {
+        text.replace(quote, std::string::npos, "'...'");
+    }
+    return text;
+}
+
 TransferFacts factsOf(const Engine::ActiveTask& task, CURLcode result) {
     CURL* const curl = task.curl;
     TransferFacts facts;
     facts.curl_code = result;
-    facts.curl_text = result == CURLE_OK ? "" : printable(task.reason.data());
+    facts.curl_text = result == CURLE_OK ? "" : reasonOf(task);
     facts.url = textOf(curl, CURLINFO_EFFECTIVE_URL);
     facts.method = textOf(curl, CURLINFO_EFFECTIVE_METHOD);
     facts.redirects = static_cast<unsigned>(numberOf(curl, CURLINFO_REDIRECT_COUNT));
