@@ -184,7 +184,7 @@ def prepare(folder):
     (folder / "fields").write_text("X-One: 1\n\nX-Two: 2\n")
     (folder / "there").write_text("there before\n")
     (folder / "cookies").write_text("127.0.0.1\tFALSE\t/\tFALSE\t0\tjar\tfull\n")
-    (folder / "more-options").write_text('header = "X-A: b" # comment\nreferer = #a # comment\nsilent = true\nsilent # comment\n')
+    (folder / "more-options").write_text('header = "X-A: b" # comment\nreferer = #a # comment\nsilent\n')
     (folder / "options").write_text('# comment\nheader = "X-File: yes"\n--data a=b\nsilent\n')
 
 
