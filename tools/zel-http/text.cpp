@@ -15,8 +15,10 @@ std::string sizeText(std::uint64_t bytes) {
 }
 
 std::string withoutCredentials(std::string text) {
-    for (auto at = text.find("://"); at != std::string::npos; at = text.find("://", at)) {
-        at = std::min(text.find_first_not_of('/', at + 1), text.size());
+    for (auto at = text.find("//"); at != std::string::npos; at = text.find("//", at)) {
+        const bool in_path = at != 0 && text[at - 1] != ':' && text[at - 1] != ' ';
+        at = std::min(text.find_first_not_of('/', at), text.size());
+        if (in_path) continue;
         const auto end = text.find_first_of("/?# \r\n", at);
         const auto mark = text.substr(0, end).rfind('@');
         if (mark != std::string::npos && mark >= at) text.replace(at, mark - at, "***");
