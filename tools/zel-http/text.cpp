@@ -5,6 +5,19 @@
 #include <algorithm>
 
 namespace tool {
+namespace {
+
+/// Where the part of a URL that begins at `at` ends, "user:password@host:port". A password in which
+/// a "/" is not encoded ends it too early, and looks like a port that is no number.
+std::size_t endOfAuthority(const std::string& text, std::size_t at) {
+    const auto end = std::min(text.find_first_of("/?# \r\n", at), text.size());
+    const auto colon = text.find(':', at);
+    const bool is_port =
+        text[at] == '[' || colon >= end || text.find_first_not_of("0123456789", colon + 1) >= end;
+    return is_port ? end : text.find_first_of(" \r\n", at);
+}
+
+}  // namespace
 
 std::string sizeText(std::uint64_t bytes) {
     constexpr double kibi = 1024;
@@ -19,8 +32,7 @@ std::string withoutCredentials(std::string text) {
         const bool in_path = at != 0 && text[at - 1] != ':' && text[at - 1] != ' ';
         at = std::min(text.find_first_not_of('/', at), text.size());
         if (in_path) continue;
-        const auto end = text.find_first_of("/?# \r\n", at);
-        const auto mark = text.substr(0, end).rfind('@');
+        const auto mark = text.substr(0, endOfAuthority(text, at)).rfind('@');
         if (mark != std::string::npos && mark >= at) text.replace(at, mark - at, "***");
     }
     return text;
