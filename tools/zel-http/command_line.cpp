@@ -8,8 +8,8 @@
 #include <sstream>
 #include <utility>
 
+#include "arguments.h"
 #include "completion.h"
-#include "config_file.h"
 #include "curl_names.h"
 #include "manual.h"
 #include "options.h"

@@ -33,11 +33,14 @@ Credentials credentialsOf(const std::string& text) {
     return credentials;
 }
 
-std::optional<Credentials> takeCredentials(std::string& url) {
+std::size_t hostOf(const std::string& url) {
     const auto scheme = url.find("://");
-    const auto begin = scheme == std::string::npos
-                           ? 0
-                           : std::min(url.find_first_not_of('/', scheme + 1), url.size());
+    if (scheme == std::string::npos) return 0;
+    return std::min(url.find_first_not_of('/', scheme + 1), url.size());
+}
+
+std::optional<Credentials> takeCredentials(std::string& url) {
+    const auto begin = hostOf(url);
     const auto at = url.substr(0, url.find_first_of("/?#", begin)).rfind('@');
     if (at == std::string::npos || at < begin) return std::nullopt;
     Credentials credentials = split(url.substr(begin, at - begin));

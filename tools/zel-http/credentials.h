@@ -14,6 +14,10 @@ struct Credentials {
 /// there is no user.
 Credentials credentialsOf(const std::string& text);
 
+/// Where user, password and host of a URL begin, behind the scheme if it has one. libcurl takes
+/// more than two slashes, too.
+std::size_t hostOf(const std::string& url);
+
 /// Takes "user:password@" out of a URL: nothing that prints the URL is to tell them.
 std::optional<Credentials> takeCredentials(std::string& url);
 

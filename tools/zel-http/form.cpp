@@ -9,18 +9,13 @@
 #include <utility>
 
 #include "body.h"
+#include "text.h"
 
 namespace tool {
 namespace {
 
 using boost::algorithm::iequals;
 using boost::algorithm::istarts_with;
-
-void checkLine(const std::string& text) {
-    if (text.find_first_of("\r\n") != std::string::npos) {
-        throw std::runtime_error("a header is one line");
-    }
-}
 
 /// Those of a file. A comment begins with '#', and with a blank what goes on with a line.
 std::vector<std::string> linesOf(const std::string& text) {
@@ -68,8 +63,8 @@ public:
                 throw std::runtime_error("a value with ';' stands in quotes");
             }
         }
-        checkLine(content.type);
-        for (const auto& line : content.headers) checkLine(line);
+        checkOneLine(content.type);
+        for (const auto& line : content.headers) checkOneLine(line);
         return content;
     }
 

@@ -14,6 +14,7 @@
 
 #include "form.h"
 #include "refusal.h"
+#include "text.h"
 
 namespace tool {
 namespace {
@@ -51,8 +52,7 @@ std::uint64_t bytesOf(const char* option, const std::string& text) {
 /// Each of these becomes a part of a line of the head, and must not begin another one.
 void checkLines(const Options& options, const CommandLine& line) {
     const auto check = [](const char* option, const std::string& text) {
-        if (text.find_first_of("\r\n") == std::string::npos) return;
-        refuse(std::string(option) + ": a header is one line");
+        reading(option, [&] { checkOneLine(text); });
     };
     check("-A", options.user_agent);
     check("-e", options.referer);
@@ -73,7 +73,7 @@ void setHeaderLines(const Options& options, EasySettings& easy) {
         for (std::string line; std::getline(lines, line);) {
             if (!line.empty() && line.back() == '\r') line.pop_back();
             if (line.empty() && given[0] == '@') continue;
-            if (line.find('\r') != std::string::npos) refuse("-H: a header is one line");
+            reading("-H", [&] { checkOneLine(line); });
             const auto colon = line.find_first_of(":;");
             if (colon == 0 || colon == std::string::npos) {
                 refuse("-H: a header is 'Name: value'");  // what stands there may be secret

@@ -12,11 +12,6 @@
 namespace tool {
 namespace {
 
-/// Where the host of a whole URL begins. libcurl takes more than two slashes, too.
-std::size_t hostOf(const std::string& url) {
-    return std::min(url.find_first_not_of('/', url.find("://") + 1), url.size());
-}
-
 /// The end of a URL's path, which names a file.
 std::string nameIn(const std::string& url) {
     const auto begin = url.find('/', hostOf(url));

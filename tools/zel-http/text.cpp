@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace tool {
 namespace {
@@ -12,9 +13,9 @@ namespace {
 std::size_t endOfAuthority(const std::string& text, std::size_t at) {
     const auto end = std::min(text.find_first_of("/?# \r\n", at), text.size());
     const auto colon = text.find(':', at);
-    const bool is_port =
-        text[at] == '[' || colon >= end || text.find_first_not_of("0123456789", colon + 1) >= end;
-    return is_port ? end : text.find_first_of(" \r\n", at);
+    const bool is_whole = text[at] == '[' || colon >= end || text.find('@', at) < end ||
+                          text.find_first_not_of("0123456789", colon + 1) >= end;
+    return is_whole ? end : text.find_first_of(" \r\n", at);
 }
 
 }  // namespace
@@ -36,6 +37,25 @@ std::string withoutCredentials(std::string text) {
         if (mark != std::string::npos && mark >= at) text.replace(at, mark - at, "***");
     }
     return text;
+}
+
+std::optional<char> controlOf(char letter) {
+    switch (letter) {
+        case 'n':
+            return '\n';
+        case 'r':
+            return '\r';
+        case 't':
+            return '\t';
+        default:
+            return std::nullopt;
+    }
+}
+
+void checkOneLine(const std::string& text) {
+    if (text.find_first_of("\r\n") != std::string::npos) {
+        throw std::runtime_error("a header is one line");
+    }
 }
 
 bool isBinary(std::string_view bytes) {

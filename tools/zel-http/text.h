@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -15,6 +16,12 @@ std::string sizeText(std::uint64_t bytes);
 
 /// The text with "***" in place of the user and password of each URL in it.
 std::string withoutCredentials(std::string text);
+
+/// What "\n", "\r" and "\t" stand for; nothing for a backslash before another letter.
+std::optional<char> controlOf(char letter);
+
+/// Throws `std::runtime_error` for what would begin another line of a head.
+void checkOneLine(const std::string& text);
 
 /// Whether `bytes` contain a control character that does not occur in texts.
 bool isBinary(std::string_view bytes);

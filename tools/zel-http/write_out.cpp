@@ -112,19 +112,6 @@ const std::map<std::string, Variable>& variables() {
     return table;
 }
 
-std::string unescaped(char letter) {
-    switch (letter) {
-        case 'n':
-            return "\n";
-        case 'r':
-            return "\r";
-        case 't':
-            return "\t";
-        default:
-            return {'\\', letter};
-    }
-}
-
 class Writer {
 public:
     explicit Writer(const Outcome& outcome) : outcome_(outcome) {}
@@ -141,7 +128,8 @@ private:
         constexpr std::string_view header = "%header{";
         if (format.substr(0, 2) == "%%") return put(format[0], 2);
         if (format[0] == '\\' && format.size() > 1) {
-            *stream_ += unescaped(format[1]);
+            const auto control = controlOf(format[1]);
+            *stream_ += control ? std::string{*control} : std::string(format.substr(0, 2));
             return 2;
         }
         const auto end = format[0] == '%' ? format.find('}') : std::string_view::npos;

@@ -1,4 +1,4 @@
-#include "config_file.h"
+#include "arguments.h"
 
 #include <algorithm>
 #include <sstream>
@@ -6,24 +6,12 @@
 #include <utility>
 
 #include "body.h"
+#include "text.h"
 
 namespace tool {
 namespace {
 
 constexpr const char* blanks = " \t\r";
-
-char unescaped(char letter) {
-    switch (letter) {
-        case 'n':
-            return '\n';
-        case 'r':
-            return '\r';
-        case 't':
-            return '\t';
-        default:
-            return letter;
-    }
-}
 
 /// The text of a value that begins with a double quote.
 std::string unquoted(const std::string& text) {
@@ -31,7 +19,8 @@ std::string unquoted(const std::string& text) {
     for (std::size_t i = 1; i < text.size(); ++i) {
         if (text[i] == '"') return value;
         if (text[i] == '\\' && i + 1 < text.size()) {
-            value += unescaped(text[++i]);
+            const char letter = text[++i];
+            value += controlOf(letter).value_or(letter);
         } else {
             value += text[i];
         }
